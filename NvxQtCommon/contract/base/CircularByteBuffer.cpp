@@ -1,0 +1,82 @@
+#include "NvxQtCommon/contract/base/CircularByteBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+CircularByteBuffer::CircularByteBuffer(unsigned long long capacity)
+    : m_bytes(std::make_unique_for_overwrite<unsigned char[]>(capacity)), m_capacity(capacity)
+{
+}
+
+unsigned long long CircularByteBuffer::write(const unsigned char* data, unsigned long long size)
+{
+    const auto count = std::min(size, freeSpace());
+    if (count == 0)
+        return 0;
+    const auto tail = (m_head + m_count) % m_capacity;
+    const auto first = std::min(count, m_capacity - tail);
+    std::memcpy(m_bytes.get() + tail, data, first);
+    std::memcpy(m_bytes.get(), data + first, count - first);
+    m_count += count;
+    return count;
+}
+
+unsigned long long CircularByteBuffer::write(CircularByteBuffer* other)
+{
+    if (other == nullptr || other == this)
+        return 0;
+    unsigned long long moved = 0;
+    // At most two pieces: a ring's content wraps once.
+    while (!other->isEmpty() && freeSpace() > 0) {
+        const auto piece = other->front();
+        const auto count = write(piece.data(), piece.size());
+        other->skip(count);
+        moved += count;
+    }
+    return moved;
+}
+
+unsigned long long CircularByteBuffer::read(unsigned char* data, unsigned long long size)
+{
+    return skip(peek(data, size));
+}
+
+unsigned long long CircularByteBuffer::peek(unsigned char* data, unsigned long long size,
+                                            unsigned long long offset) const
+{
+    if (offset >= m_count)
+        return 0;
+    const auto count = std::min(size, m_count - offset);
+    if (count == 0)
+        return 0;
+    const auto start = (m_head + offset) % m_capacity;
+    const auto first = std::min(count, m_capacity - start);
+    std::memcpy(data, m_bytes.get() + start, first);
+    std::memcpy(data + first, m_bytes.get(), count - first);
+    return count;
+}
+
+unsigned long long CircularByteBuffer::skip(unsigned long long size)
+{
+    const auto count = std::min(size, m_count);
+    m_count -= count;
+    // An empty ring starts over at the front, so that what comes next lies in one piece.
+    m_head = m_count == 0 ? 0 : (m_head + count) % m_capacity;
+    return count;
+}
+
+void CircularByteBuffer::clear()
+{
+    m_head = 0;
+    m_count = 0;
+}
+
+std::span<const unsigned char> CircularByteBuffer::front() const
+{
+    return {m_bytes.get() + m_head, static_cast<size_t>(std::min(m_count, m_capacity - m_head))};
+}
+
+unsigned char CircularByteBuffer::at(unsigned long long offset) const
+{
+    return m_bytes[(m_head + offset) % m_capacity];
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "NvxQtCommon/contract/base/CircularByteBuffer.h"
+#include "NvxQtCommon/contract/base/FiniteStateMachine.h"
+#include "NvxQtCommon/contract/base/StateEvent.h"
+#include "NvxQtCommon/contract/message/HydControlMessage.h"
+
+#include <memory>
+#include <vector>
+
+/// Offers a buffer of the command channel to HydControlProcessor. The buffer stays the caller's.
+class NVXQTCOMMON_EXPORT ControlResponseEvent : public StateEvent
+{
+public:
+    explicit ControlResponseEvent(CircularByteBuffer& buffer) : m_buffer(buffer) {}
+    CircularByteBuffer& buffer() const { return m_buffer; }
+
+private:
+    CircularByteBuffer& m_buffer;
+};
+
+/// Finds control messages in a byte buffer. A dispatch ends in one of: a message (end state), out of data, or
+/// bytes skipped (neither). Bytes of a message that isn't whole yet stay in the buffer; a bad checksum drops
+/// one byte and looks for the next "*". A length field can't be bad by itself: all of its values are allowed.
+class NVXQTCOMMON_EXPORT HydControlProcessor : public FiniteStateMachine
+{
+public:
+    HydControlProcessor() = default;
+
+    /// The message found by the last dispatch that reached the end state; its payload is null for an unknown
+    /// letter or a payload that doesn't read. Empty when there is none.
+    std::shared_ptr<HydControlMessage> message() const { return m_message; }
+    /// True when the buffer holds nothing more to parse for now.
+    bool outOfData() const { return m_outOfData; }
+    /// The caller clears the flag before a parsing run.
+    void setOutOfData(bool outOfData) { m_outOfData = outOfData; }
+    /// Length check ahead of a dispatch in a data collect run: drops what stands in front of the first "*"
+    /// and says whether the frame that starts there is whole.
+    bool checkL(ControlResponseEvent* event);
+
+protected:
+    int handleEvent(int state, StateEvent& event) override;
+
+private:
+    std::shared_ptr<HydControlMessage> m_message;
+    bool m_outOfData = false;
+    std::vector<uint8_t> m_frame;
+};

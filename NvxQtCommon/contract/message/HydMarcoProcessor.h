@@ -1,0 +1,40 @@
+#pragma once
+
+#include "NvxQtCommon/contract/base/CircularByteBuffer.h"
+#include "NvxQtCommon/contract/base/FiniteStateMachine.h"
+#include "NvxQtCommon/contract/base/StateEvent.h"
+#include "NvxQtCommon/contract/message/HydMarcoCommand.h"
+
+#include <memory>
+
+/// Offers a buffer of datagram bytes to HydMarcoProcessor. The buffer stays the caller's.
+class NVXQTCOMMON_EXPORT MarcoMessageEvent : public StateEvent
+{
+public:
+    explicit MarcoMessageEvent(CircularByteBuffer& buffer) : m_buffer(buffer) {}
+    CircularByteBuffer& buffer() const { return m_buffer; }
+
+private:
+    CircularByteBuffer& m_buffer;
+};
+
+/// Finds discovery messages in a byte buffer. Anything that isn't a whole, correct datagram is skipped; a
+/// broken one never swallows the next: while the bytes at the front wait for more, a whole message behind
+/// them is found.
+class NVXQTCOMMON_EXPORT HydMarcoProcessor : public FiniteStateMachine
+{
+public:
+    HydMarcoProcessor() = default;
+
+    /// The message found by the last dispatch that reached the end state, else empty.
+    std::shared_ptr<HydMarcoCommand> message() const { return m_message; }
+    bool outOfData() const { return m_outOfData; }
+    void setOutOfData(bool outOfData) { m_outOfData = outOfData; }
+
+protected:
+    int handleEvent(int state, StateEvent& event) override;
+
+private:
+    std::shared_ptr<HydMarcoCommand> m_message;
+    bool m_outOfData = false;
+};

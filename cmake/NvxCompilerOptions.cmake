@@ -1,0 +1,21 @@
+# Compiler flags that every target of this project shares, as two interface targets:
+# nvx_warnings for all code, nvx_strict_warnings for the Qt-free contract room.
+add_library(nvx_warnings INTERFACE)
+add_library(nvx_strict_warnings INTERFACE)
+if(MSVC)
+  target_compile_options(nvx_warnings INTERFACE /W4 /WX)
+else()
+  target_compile_options(nvx_warnings INTERFACE -Wall -Wextra -Werror)
+  target_compile_options(nvx_strict_warnings INTERFACE -Wpedantic -Wshadow -Wconversion)
+endif()
+target_link_libraries(nvx_strict_warnings INTERFACE nvx_warnings)
+
+if(NVX_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(NVX_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NVX_SANITIZE)
+  message(FATAL_ERROR "NVX_SANITIZE must be empty, address or thread, not ${NVX_SANITIZE}")
+endif()
