@@ -71,9 +71,12 @@ void CircularByteBuffer::clear()
     m_count = 0;
 }
 
-std::span<const unsigned char> CircularByteBuffer::front() const
+std::span<const unsigned char> CircularByteBuffer::piece(unsigned long long offset) const
 {
-    return {m_bytes.get() + m_head, static_cast<size_t>(std::min(m_count, m_capacity - m_head))};
+    if (offset >= m_count)
+        return {};
+    const auto start = (m_head + offset) % m_capacity;
+    return {m_bytes.get() + start, static_cast<size_t>(std::min(m_count - offset, m_capacity - start))};
 }
 
 unsigned char CircularByteBuffer::at(unsigned long long offset) const

@@ -31,7 +31,10 @@ public:
 
     /// The oldest bytes that lie in one piece of memory; valid until the next change. Empty when nothing is
     /// held.
-    std::span<const unsigned char> front() const;
+    std::span<const unsigned char> front() const { return piece(0); }
+    /// The bytes from `offset` behind the oldest one on that lie in one piece; empty when nothing is held
+    /// there.
+    std::span<const unsigned char> piece(unsigned long long offset) const;
     /// Byte at `offset` behind the oldest one; `offset` must be below byteCount().
     unsigned char at(unsigned long long offset) const;
 

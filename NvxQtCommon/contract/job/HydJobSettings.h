@@ -10,7 +10,8 @@ class NVXQTCOMMON_EXPORT HydJobSettings
 {
 public:
     HydJobSettings() = default;
-    HydJobSettings(const JobTagMap& map) : m_map(map) {}
+    /// Null pointers in `map` are left out, here and in setMap() and mergeMap().
+    HydJobSettings(const JobTagMap& map);
     HydJobSettings(const HydJobSettings&) = default;
     HydJobSettings& operator=(const HydJobSettings&) = default;
     virtual ~HydJobSettings();
@@ -75,9 +76,9 @@ public:
     virtual std::string toString() const;
     /// True when this setup, as what a device can do, can run what `other` asks for. Each tag of `other` is
     /// looked at: rates must be above 0 and not above the rate here, bit depths 16, 24 or 32 and not above
-    /// the depth here, modes LogOff or LogOn; a tag that is missing here sets no limit. With `strict` every
-    /// tag of `other` must be here with the same value. Each difference goes to `differences`, one line each,
-    /// when it isn't null.
+    /// the depth here, logging modes LogOff or LogOn, byte orders little or big; other tags, and those that
+    /// are missing here, set no limit. With `strict` every tag of `other` must be here with the same value.
+    /// Each difference goes to `differences`, one line each.
     virtual bool checkSetupMap(const HydJobSettings& other, bool strict) const;
     bool checkSetupMap(const HydJobSettings& other, bool strict, std::vector<std::string>& differences) const;
 

@@ -15,7 +15,8 @@ class NVXQTCOMMON_EXPORT HydJobSettingsTag : public ISerializable
 {
 public:
     JobTagKey key() const { return m_key; }
-    /// Text form "KEY=value", the value in decimal; a list has commas between its values.
+    /// Text form "KEY=value", the value in decimal; a list has commas between its values. A key without a
+    /// name reads "TAG_" and its number.
     virtual std::string toString() const = 0;
     /// The value as a number; 0 for a tag that holds no single number.
     virtual int64_t number() const { return 0; }

@@ -28,6 +28,8 @@ public:
     void serialize(unsigned long long* size, unsigned char* buffer) const;
     /// The whole frame whatever its size; empty without a payload or when the payload exceeds 65535 bytes.
     std::vector<uint8_t> frame() const;
+    /// The same for a payload that someone else holds.
+    static std::vector<uint8_t> frame(const HydControlMsgPayload& payload);
 
 private:
     std::shared_ptr<HydControlMsgPayload> m_payload;

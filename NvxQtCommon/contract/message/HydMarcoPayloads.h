@@ -26,6 +26,8 @@ class NVXQTCOMMON_EXPORT HydNetworkEnqireCmd : public HydMarcoCommandPayload,
 {
 public:
     static constexpr uint8_t kKind = 1;
+    /// Length of the body in bytes.
+    static constexpr size_t kBodySize = 22;
 
     uint8_t kind() const override { return kKind; }
     HydDeviceType deviceType() const { return m_deviceType; }
@@ -50,6 +52,8 @@ class NVXQTCOMMON_EXPORT HydChangeNetworkCmd : public HydMarcoCommandPayload,
 {
 public:
     static constexpr uint8_t kKind = 2;
+    /// Length of the body in bytes.
+    static constexpr size_t kBodySize = 24;
 
     HydChangeNetworkCmd() = default;
     HydChangeNetworkCmd(uint8_t devType, uint16_t serial, const NvxNetHostInfo& info)
@@ -83,6 +87,8 @@ class NVXQTCOMMON_EXPORT HydResetDeviceCmd : public HydMarcoCommandPayload,
 {
 public:
     static constexpr uint8_t kKind = 3;
+    /// Length of the body in bytes.
+    static constexpr size_t kBodySize = 6;
 
     HydResetDeviceCmd() = default;
     explicit HydResetDeviceCmd(const NvxMacAddr& mac) : m_mac(mac) {}

@@ -18,9 +18,11 @@ private:
     CircularByteBuffer& m_buffer;
 };
 
-/// Finds discovery messages in a byte buffer. Anything that isn't a whole, correct datagram is skipped; a
-/// broken one never swallows the next: while the bytes at the front wait for more, a whole message behind
-/// them is found.
+/// Finds discovery messages in a byte buffer. Anything that isn't a whole, correct datagram of a known kind
+/// is skipped; a broken one never swallows the next: while the bytes at the front wait for more, a whole
+/// message behind them is found. Of two that overlap the one that ends first counts, so that the order of
+/// arrival alone decides. A dispatch without a message has looked at all bytes and sets outOfData; what is
+/// kept then is shorter than one datagram.
 class NVXQTCOMMON_EXPORT HydMarcoProcessor : public FiniteStateMachine
 {
 public:
@@ -28,6 +30,7 @@ public:
 
     /// The message found by the last dispatch that reached the end state, else empty.
     std::shared_ptr<HydMarcoCommand> message() const { return m_message; }
+    /// True when the buffer holds nothing more to parse for now.
     bool outOfData() const { return m_outOfData; }
     void setOutOfData(bool outOfData) { m_outOfData = outOfData; }
 

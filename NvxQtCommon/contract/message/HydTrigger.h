@@ -17,7 +17,7 @@ enum TEST_TYPE : uint8_t {
 
 /// Letter S: one event trigger. This class carries a trigger of any test type with its body unread, so that
 /// reading and writing back loses nothing; HydTrigger_5_6 knows the fields of types 5 and 6.
-class NVXQTCOMMON_EXPORT HydTrigger : public HydControlMsgPayload
+class NVXQTCOMMON_EXPORT HydTrigger : public HydControlMsgPayload, public DeserializationFactory<HydTrigger>
 {
 public:
     HydTrigger() = default;
@@ -25,7 +25,8 @@ public:
     uint8_t msgType() const override { return 'S'; }
     TEST_TYPE testType() const { return m_testType; }
     void setTestType(TEST_TYPE type) { m_testType = type; }
-    /// True when `other` is equal in test type and in everything that the class holds; false for null.
+    /// True when `other` is of the same class and equal in test type and in everything that describes the
+    /// trigger; the device's answer takes no part. False for null.
     virtual bool compare(const HydTrigger* other) const;
     /// Text for a refused trigger, empty for an accepted one. `withNumber` puts the trigger's number in
     /// front.
@@ -43,7 +44,8 @@ public:
     /// Test type (1), length of the body (2), body: the form inside a list.
     void serializeRecord(ByteStream& out) const;
 
-    /// Reads a letter S payload and gives the class of its test type; empty when malformed.
+    /// Reads a letter S payload and gives the class of its test type; empty when malformed. Takes the place
+    /// of the inherited one, which would give this class for every type.
     static std::shared_ptr<HydTrigger> fromBytes(std::span<const uint8_t> bytes);
     /// Reads one record of a list; empty, and `in` no longer ok, when malformed.
     static std::shared_ptr<HydTrigger> fromRecord(ByteReader& in);
@@ -53,6 +55,8 @@ protected:
     virtual bool deserializeBody(ByteReader& in);
 
 private:
+    bool deserializeRecord(ByteReader& in);
+
     TEST_TYPE m_testType = TestTypeNone;
     uint16_t m_errorCode = 0;
     std::vector<uint8_t> m_body;
@@ -121,7 +125,7 @@ private:
     SEventTrigger m_eventTrg;
 };
 
-/// Letter R: the device's trigger list.
+/// Letter R: the device's trigger list. One that arrives without a body reads as an empty list.
 class NVXQTCOMMON_EXPORT HydEnquireTrigger : public HydControlMsgPayload,
                                              public DeserializationFactory<HydEnquireTrigger>
 {
