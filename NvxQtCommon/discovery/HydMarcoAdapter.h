@@ -1,0 +1,108 @@
+#pragma once
+
+#include "NvxQtCommon/contract/base/CircularByteBuffer.h"
+#include "NvxQtCommon/contract/base/Export.h"
+#include "NvxQtCommon/contract/device/HydDevice.h"
+#include "NvxQtCommon/contract/message/HydMarcoProcessor.h"
+
+#include <QAbstractSocket>
+#include <QHostAddress>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <list>
+#include <memory>
+#include <vector>
+
+class CUdpSocProc;
+class QNetworkInterface;
+class QUdpSocket;
+
+/// UDP port of every device for discovery datagrams.
+inline constexpr uint16_t MARCO_PORT = PortMarco;
+
+/// Finds recorders on the network and changes their network settings, by discovery datagrams. The application
+/// owns it; it and its sockets live on the thread that created it. There is no scan state: each call sends,
+/// answers come as signals whenever they arrive, and each broadcast socket ends with one timeout(). A slot
+/// that wants to get rid of the adapter uses deleteLater().
+class NVXQTCOMMON_EXPORT HydMarcoAdapter : public QObject
+{
+    Q_OBJECT
+
+public:
+    HydMarcoAdapter();
+    ~HydMarcoAdapter() override;
+
+    /// Milliseconds, 5000 at first: the interval of a broadcast socket whose timer doesn't run when the
+    /// datagram is about to be sent. Its constructor starts that timer, so a socket usually lives its own 10
+    /// s.
+    int getTimeoutPeriod() const { return m_timeoutPeriod; }
+    void setTimeoutPeriod(int milliseconds) { m_timeoutPeriod = milliseconds; }
+    /// Milliseconds, 1000 at first; handed to the probes that open a TCP connection.
+    unsigned timeWait() const { return m_timeWait; }
+    void setTimeWait(unsigned milliseconds) { m_timeWait = milliseconds; }
+    /// True: probes by TCP report by deviceFoundIP() instead of deviceFound(). False at first.
+    bool tcpRegime() const { return m_tcpRegime; }
+    void setTcpRegime(bool tcpRegime) { m_tcpRegime = tcpRegime; }
+
+    /// Broadcasts an enquiry for one device, with its network record.
+    void netEnquire(const HydDevice& device) const;
+    /// Broadcasts an enquiry; type 0 and serial number 0 ask for any.
+    void netEnquire(HydDeviceType type, uint16_t serial) const;
+    /// Broadcasts new network settings for one device; the answer is deviceChanged() or error().
+    void changeNetSettings(uint16_t serial, HydDeviceType type, const NvxNetHostInfo& info) const;
+    /// Broadcasts the restart of the device of that address; the answer is deviceReset().
+    void resetDevice(const NvxMacAddr& mac) const;
+    /// Sends `payload` from a new socket on each local IPv4 address (getUdpSockets()) to the broadcast
+    /// address and stamps each socket's port into it. A null payload, and one that serialises to nothing,
+    /// sends nothing.
+    void bcastCommand(std::shared_ptr<HydMarcoCommandPayload> payload) const;
+    /// New sockets, one bound to each IPv4 address of each interface that is up, running and no loopback.
+    /// They are children of the adapter and delete themselves.
+    QList<CUdpSocProc*> getUdpSockets() const;
+
+    /// Sends an enquiry for any device to one address; both flags are ignored. An enquiry that still waits
+    /// for its answer is given up. The sixth enquiry in a row without a datagram from anybody raises error().
+    void netEnquireUDPIPAddr(const QHostAddress& address, bool, bool);
+
+public Q_SLOTS:
+    /// Turns a received message into deviceFound(), deviceChanged(), deviceReset() or error().
+    /// `ifaceAddr` is the local interface's IPv4 address, 0 for none. A message without payload does nothing.
+    void handleMarcoMsg(std::shared_ptr<HydMarcoCommand> msg, uint32_t ifaceAddr);
+    /// Logs a socket's error and passes it on by signalSocketError().
+    void errorHandle(QAbstractSocket::SocketError socketError, QHostAddress hAddress);
+
+Q_SIGNALS:
+    /// `ifaceAddr` is the last IPv4 address of the interface that the datagram came by, 0 where it isn't
+    /// known (answers to an enquiry to one address).
+    void messageReceived(std::shared_ptr<HydMarcoCommand> msg, uint32_t ifaceAddr = 0);
+    void deviceFound(std::shared_ptr<HydDevice> dev);
+    void deviceFoundIP(std::shared_ptr<HydDevice> dev);
+    void deviceChanged(std::shared_ptr<HydDevice> dev);
+    void deviceReset(NvxMacAddr mac);
+    void error(const QString& errStr);
+    void signalSocketError(QAbstractSocket::SocketError socketError, QHostAddress hAddress);
+    /// A broadcast socket stopped listening; once for each socket.
+    void timeout();
+    /// Emitted nowhere in this library.
+    void timeoutIP();
+    /// Progress of a scan over a whole subnet, above 0 to 1.
+    void scanNetWorkStep(double step);
+
+private Q_SLOTS:
+    void netEnqUDPConnected();
+    void readUdpSocket();
+
+private:
+    void parseReceived(std::vector<std::shared_ptr<HydMarcoCommand>>& messages);
+
+    HydMarcoProcessor m_processor;
+    CircularByteBuffer m_received;
+    int m_timeoutPeriod = 5000;
+    std::shared_ptr<QUdpSocket> m_unicastSocket;
+    QHostAddress m_enquiredAddress;
+    unsigned m_timeWait = 1000;
+    bool m_tcpRegime = false;
+    /// One address for each unicast enquiry sent since the last datagram arrived.
+    std::list<QHostAddress> m_unanswered;
+};
