@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by ./demo, ./check and .ci/run, which have changed to the project's root before.
 
 say() { printf '\n== %s\n' "$*"; }
@@ -8,7 +9,7 @@ die() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 1; }
 ensure_packages() {
     local wanted missing sudo=()
     wanted=$(cd scripts && sed 's/#.*//' "$@" | sort -u | xargs)
-    command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
+    command -v apt-get >/dev/null ||
         die "this script installs packages by apt, which is not here. What the build needs, in Debian's names: $wanted"
     # shellcheck disable=SC2086  # the list is meant to be split
     missing=$(comm -23 <(tr ' ' '\n' <<<"$wanted") <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $wanted \
@@ -35,7 +36,6 @@ build() {
     shift
     export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
     say "Building (preset $preset)"
-    # A configured tree needs no second configure run: the build notices by itself what changed.
-    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" || die "configuring failed"
+    cmake --log-level=NOTICE --preset "$preset" || die "configuring failed"
     cmake --build --preset "$preset" ${1:+--target "$@"} || die "the build failed"
 }
