@@ -26,7 +26,7 @@ ensure_packages() {
     say "Installing by apt${sudo:+ (with sudo)}: $missing"
     "${sudo[@]}" apt-get update -qq || die "apt-get update failed"
     # shellcheck disable=SC2086
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing </dev/null ||
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq -o Dpkg::Use-Pty=0 --no-install-recommends $missing </dev/null ||
         die "apt-get install failed"
 }
 
