@@ -2,7 +2,8 @@
 
 #include "NvxQtCommon/contract/device/SkiffDevice.h"
 
-void ZcrDevice::setDevList(std::vector<std::shared_ptr<HydDevice>>* list, std::shared_ptr<ZcrDevice> self)
+void ZcrDevice::setDevList(std::vector<std::shared_ptr<HydDevice>>* list,
+                           const std::shared_ptr<ZcrDevice>& self)
 {
     m_devList.clear();
     devIdList().clear();

@@ -11,7 +11,7 @@ public:
     /// Keeps a copy of `list`, fills the record's devIdList() with its identities, and gives each SkiffDevice
     /// of it a weak reference to `self`, the shared pointer that holds this record. A null `list` counts as
     /// empty.
-    void setDevList(std::vector<std::shared_ptr<HydDevice>>* list, std::shared_ptr<ZcrDevice> self);
+    void setDevList(std::vector<std::shared_ptr<HydDevice>>* list, const std::shared_ptr<ZcrDevice>& self);
     const std::vector<std::shared_ptr<HydDevice>>& devList() const { return m_devList; }
 
 private:
