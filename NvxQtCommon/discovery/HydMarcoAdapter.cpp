@@ -96,7 +96,7 @@ void HydMarcoAdapter::bcastCommand(std::shared_ptr<HydMarcoCommandPayload> paylo
         if (!timer->isActive())
             timer->setInterval(m_timeoutPeriod);
         connect(socket, &QUdpSocket::readyRead, socket, &CUdpSocProc::StartTimer);
-        // The timer repeats while a slot of timeout() keeps the socket's deferred deletion waiting.
+        // Under nested event loops the socket's deferred deletion can wait while its timer goes on.
         connect(timer, &QTimer::timeout, this, &HydMarcoAdapter::timeout, Qt::SingleShotConnection);
         socket->writeDatagram(datagram, QHostAddress::Broadcast, MARCO_PORT);
         socket->StartTimer();
@@ -206,11 +206,15 @@ void HydMarcoAdapter::readUdpSocket()
         qDebug() << "void HydMarcoAdapter::readUdpSocket()";
     }
 
-    // Nothing is emitted before all is parsed: slots may enquire again, which uses socket, ring and
-    // processor.
+    // One by one from the event loop, and not from within the socket's own notification: a slot may show a
+    // dialog, under which the socket ends by its timer and the next messages still come in order.
     parseReceived(messages);
-    for (const std::shared_ptr<HydMarcoCommand>& message : messages)
-        Q_EMIT messageReceived(message, interfaceAddress);
+    for (const std::shared_ptr<HydMarcoCommand>& message : messages) {
+        const auto deliver = [this, message, interfaceAddress] {
+            Q_EMIT messageReceived(message, interfaceAddress);
+        };
+        QMetaObject::invokeMethod(this, deliver, Qt::QueuedConnection);
+    }
 }
 
 void HydMarcoAdapter::parseReceived(std::vector<std::shared_ptr<HydMarcoCommand>>& messages)

@@ -23,8 +23,8 @@ inline constexpr uint16_t MARCO_PORT = PortMarco;
 
 /// Finds recorders on the network and changes their network settings, by discovery datagrams. The application
 /// owns it; it and its sockets live on the thread that created it. There is no scan state: each call sends,
-/// answers come as signals whenever they arrive, and each broadcast socket ends with one timeout(). A slot
-/// that wants to get rid of the adapter uses deleteLater().
+/// answers come as signals whenever they arrive, and each broadcast socket ends with one timeout(). Slots may
+/// run an event loop of their own; one that wants to get rid of the adapter uses deleteLater().
 class NVXQTCOMMON_EXPORT HydMarcoAdapter : public QObject
 {
     Q_OBJECT

@@ -22,7 +22,7 @@ private Q_SLOTS:
     void receivesDatagrams();
     // --- rainy day flows
     void timerEndsTheSocket();
-    void unboundSocketEndsByItsTimer();
+    void unboundSocketEndsToo();
     void disconnectEndsTheSocket();
     void errorEndsTheSocket();
     void parentTakesTheSocketAlong();
@@ -72,7 +72,7 @@ void tst_CUdpSocProc::timerEndsTheSocket()
     QTRY_VERIFY(socket.isNull());
 }
 
-void tst_CUdpSocProc::unboundSocketEndsByItsTimer()
+void tst_CUdpSocProc::unboundSocketEndsToo()
 {
     QPointer<CUdpSocProc> socket = new CUdpSocProc;
     // An address of no local interface, from the block for documentation: nothing can be bound to it.
