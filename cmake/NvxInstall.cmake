@@ -15,12 +15,11 @@ file(RELATIVE_PATH NVX_BIN_TO_LIB /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAK
 
 if(TARGET nvx_simulator)
   set_target_properties(nvx_simulator PROPERTIES EXPORT_NAME Simulator INSTALL_RPATH "$ORIGIN")
-  # An include folder of its own: "simulator" is too common a name for the top of a system's include path.
   install(TARGETS nvx_simulator EXPORT NvxQtCommonTargets
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/NvxQtCommonSimulator)
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 endif()
 if(TARGET recorder-simulator)
   set_target_properties(recorder-simulator PROPERTIES INSTALL_RPATH "$ORIGIN/${NVX_BIN_TO_LIB}")
