@@ -1,0 +1,290 @@
+#include "NvxQtSimulator/ControlService.h"
+
+#include "NvxQtSimulator/SpectrumMaker.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+// A recorder takes commands of at most 1024 bytes; four of them may wait.
+constexpr size_t kCommandBufferSize = 4096;
+// Keeps replies under 64 KiB.
+constexpr size_t kCollectBytes = 60000;
+constexpr size_t kBurstSamples = 16;
+constexpr int64_t kCollectMemorySeconds = 4;
+constexpr uint16_t kPlainRefusal = 1;
+
+/// A payload of any bytes, for replies that no correct device makes.
+class RawReply : public HydControlMsgPayload
+{
+public:
+    RawReply(uint8_t letter, std::vector<uint8_t> bytes) : m_letter(letter), m_bytes(std::move(bytes)) {}
+
+    uint8_t msgType() const override { return m_letter; }
+    void serialize(ByteStream& out) const override { out.putBytes(m_bytes); }
+    bool deserialize(ByteReader&) override { return false; }
+
+private:
+    uint8_t m_letter;
+    std::vector<uint8_t> m_bytes;
+};
+
+} // namespace
+
+ControlService::ControlService(RecorderState* state, QObject* parent) : QObject(parent), m_state(state)
+{
+    connect(&m_server, &QTcpServer::newConnection, this, &ControlService::acceptConnections);
+}
+
+bool ControlService::listen(QString* error)
+{
+    if (m_server.listen(m_state->settings().address, PortControl))
+        return true;
+    *error = QStringLiteral("TCP port %1 of %2: %3")
+                 .arg(PortControl)
+                 .arg(m_state->settings().address.toString(), m_server.errorString());
+    return false;
+}
+
+void ControlService::acceptConnections()
+{
+    while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+        if (m_state->strike(FaultOnControl, Fault::Refuse)) {
+            FaultyLink::resetConnection(socket);
+            socket->deleteLater();
+            continue;
+        }
+        new ControlSession(socket, m_state, this);
+    }
+}
+
+ControlSession::ControlSession(QTcpSocket* socket, RecorderState* state, QObject* parent)
+    : QObject(parent), m_socket(socket), m_state(state), m_link(socket, state, FaultOnControl, this),
+      m_received(kCommandBufferSize)
+{
+    m_socket->setParent(this);
+    connect(m_socket, &QTcpSocket::readyRead, this, &ControlSession::readRequests);
+    connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
+    connect(m_state, &RecorderState::restarted, m_socket, &QTcpSocket::disconnectFromHost);
+}
+
+void ControlSession::readRequests()
+{
+    std::array<unsigned char, kCommandBufferSize> piece;
+    while (m_socket->bytesAvailable() > 0) {
+        // A command that fills the whole buffer and still isn't whole is no command.
+        if (m_received.freeSpace() == 0)
+            m_received.skip(1);
+        const qint64 count = m_socket->read(reinterpret_cast<char*>(piece.data()),
+                                            static_cast<qint64>(m_received.freeSpace()));
+        if (count <= 0)
+            return;
+        m_received.write(piece.data(), static_cast<unsigned long long>(count));
+        ControlResponseEvent event(m_received);
+        m_processor.setOutOfData(false);
+        do {
+            m_processor.dispatch(&event);
+            if (!m_processor.isAtEndState() || !m_processor.message())
+                continue;
+            ++m_state->counters.commands;
+            if (const auto payload = m_processor.message()->payload())
+                answer(*payload);
+            else
+                ++m_state->counters.badCommands;
+        } while (!m_processor.outOfData());
+    }
+}
+
+void ControlSession::answer(const HydControlMsgPayload& request)
+{
+    const uint8_t letter = request.msgType();
+    Q_EMIT m_state->commandReceived(static_cast<char>(letter));
+    switch (letter) {
+    case 'A':
+        if (const auto* time = dynamic_cast<const HydSetTimeCmd*>(&request))
+            answerTime(*time);
+        break;
+    case 'C':
+        if (const auto* collect = dynamic_cast<const HydDataCollectCmd*>(&request))
+            answerCollect(*collect);
+        break;
+    case 'D':
+        if (const auto* setup = dynamic_cast<const HydJobSetupCmd*>(&request))
+            answerJobSetup(*setup);
+        break;
+    case 'E':
+        reply(std::make_shared<HydEnquireCmd>(m_state->report()));
+        break;
+    case 'F':
+        if (!replyOversize(letter))
+            reply(std::make_shared<HydJobSetupEnq>(m_state->jobSettings().map(), JobSetupDefault));
+        break;
+    case 'R':
+        if (!replyOversize(letter))
+            reply(std::make_shared<HydEnquireTrigger>(m_state->triggers()));
+        break;
+    case 'S':
+        if (const auto* trigger = dynamic_cast<const HydTrigger*>(&request))
+            answerTrigger(*trigger);
+        break;
+    case 'U':
+        m_state->clearTriggers();
+        reply(std::make_shared<HydMsgPayload>(letter));
+        break;
+    case 'V':
+        reply(std::make_shared<HydMsgPayload>(letter));
+        break;
+    case 'Y':
+        reply(std::make_shared<HydResetCmd>());
+        m_state->restart();
+        break;
+    case '[':
+        reply(std::make_shared<HydEnquireTimeSync>(uint8_t{0}, uint16_t{0}, 0, 0U));
+        break;
+    default:
+        ++m_state->counters.badCommands;
+        break;
+    }
+}
+
+void ControlSession::reply(std::shared_ptr<HydControlMsgPayload> payload)
+{
+    const std::vector<uint8_t> frame = HydControlMessage(std::move(payload)).frame();
+    if (!frame.empty())
+        m_link.send(
+            QByteArray(reinterpret_cast<const char*>(frame.data()), static_cast<qsizetype>(frame.size())));
+}
+
+bool ControlSession::replyOversize(uint8_t letter)
+{
+    if (!m_link.strike(Fault::Oversize))
+        return false;
+    ByteStream body;
+    if (letter == 'F')
+        body.putU16(JobSetupDefault);
+    body.putU16(0xFFFF);
+    reply(std::make_shared<RawReply>(letter, body.take()));
+    return true;
+}
+
+void ControlSession::answerTime(const HydSetTimeCmd& request)
+{
+    if (m_link.strike(Fault::TimeFailure)) {
+        reply(std::make_shared<HydSetTimeCmd>(-1));
+        return;
+    }
+    if (request.time() != -1)
+        m_state->setDeviceTime(request.time());
+    reply(std::make_shared<HydSetTimeCmd>(static_cast<int>(m_state->deviceTime())));
+}
+
+void ControlSession::answerJobSetup(const HydJobSetupCmd& request)
+{
+    uint16_t code = 0;
+    if (const auto refusal = m_link.strike(Fault::RefuseSetup))
+        code = *refusal > 0 ? static_cast<uint16_t>(*refusal) : kPlainRefusal;
+    else
+        code = m_state->writeJobSetup(request.jobSetup());
+    if (code != 0)
+        reply(std::make_shared<HydJobSetupCmd>(request.jobSetup(), request.type(), code));
+    else
+        reply(std::make_shared<HydJobSetupCmd>(m_state->jobSettings().map(), request.type()));
+}
+
+void ControlSession::answerTrigger(const HydTrigger& request)
+{
+    // The record is read back from its bytes, so that the reply is of the same class as the request.
+    ByteStream bytes;
+    request.serialize(bytes);
+    const auto trigger = HydTrigger::fromBytes(bytes.bytes());
+    if (!trigger)
+        return;
+    const uint16_t code = m_state->writeTrigger(trigger);
+    const auto answered = HydTrigger::fromBytes(bytes.bytes());
+    answered->setErrorCode(code);
+    reply(answered);
+}
+
+void ControlSession::answerCollect(const HydDataCollectCmd& request)
+{
+    const bool waves = (request.scanMask() & DataCollWav) != 0;
+    const bool spectra = (request.scanMask() & DataCollSpec) != 0;
+    const bool burst = m_link.strike(Fault::ScanBurst).has_value();
+    uint8_t mask = 0;
+    HydDataCollectCmd chunks;
+    if (waves) {
+        mask |= DataCollWav;
+        if (addWaves(chunks, burst) || burst)
+            mask |= HydDataCollectCmd::kMoreData;
+    }
+    if (spectra) {
+        mask |= DataCollSpec;
+        addSpectrum(chunks);
+    }
+    const auto answer = std::make_shared<HydDataCollectCmd>(mask);
+    for (const DataCollMask name : {DataCollWavTime, DataCollSpecTime, DataCollWav, DataCollSpec})
+        if (const auto chunk = chunks.getChunk(name))
+            answer->setChunk(name, chunk);
+    reply(answer);
+}
+
+bool ControlSession::addWaves(HydDataCollectCmd& reply, bool burst)
+{
+    const int64_t rate = m_state->waveRate();
+    if (!m_collecting || m_collectRate != rate) {
+        m_collecting = true;
+        m_collectRate = static_cast<uint32_t>(rate);
+        m_collectFirst = m_state->currentSample();
+        m_collectTime = static_cast<uint32_t>(m_state->deviceTime());
+        m_collected = 0;
+        m_collectClock.start();
+    }
+    const int64_t taken = m_collectClock.nsecsElapsed() / 1000 * rate / 1000000;
+    // What the recorder can't hold any longer is lost.
+    if (taken - m_collected > kCollectMemorySeconds * rate)
+        m_collected = (taken / rate - 1) * rate;
+
+    const SampleFormat format = m_state->sampleFormat();
+    const size_t frameBytes = format.bytesPerSample * format.channels;
+    const int64_t room =
+        burst ? static_cast<int64_t>(kBurstSamples) : static_cast<int64_t>(kCollectBytes / frameBytes);
+    const int64_t intoSecond = m_collected % rate;
+    const int64_t waiting = taken - m_collected;
+    const int64_t count = std::min({waiting, room, rate - intoSecond});
+
+    auto chunk = std::make_shared<DataCollWavChunk>();
+    chunk->sampleRate = static_cast<uint32_t>(rate);
+    chunk->gain = static_cast<int16_t>(m_state->jobSettings().wavGain());
+    chunk->format = static_cast<uint8_t>(format.bytesPerSample | (format.bigEndian ? 0 : 0x80));
+    chunk->channels = static_cast<uint8_t>(format.channels);
+    chunk->count = static_cast<uint16_t>(count);
+    chunk->samples.resize(static_cast<size_t>(count) * frameBytes);
+    SignalSource(m_state->settings().signal, m_collectRate)
+        .fill(static_cast<uint64_t>(m_collectFirst + m_collected), static_cast<size_t>(count), format,
+              chunk->samples.data());
+    reply.setChunk(DataCollWavTime, std::make_shared<DataCollWavTimeChunk>(
+                                        static_cast<uint32_t>(m_collectTime + m_collected / rate),
+                                        static_cast<uint32_t>(intoSecond)));
+    reply.setChunk(DataCollWav, chunk);
+    m_collected += count;
+    return count < waiting;
+}
+
+void ControlSession::addSpectrum(HydDataCollectCmd& reply)
+{
+    const HydJobSettings& job = m_state->jobSettings();
+    auto chunk = std::make_shared<DataCollSpecChunk>();
+    chunk->sampleRate = job.fftRate();
+    chunk->points = static_cast<uint16_t>(job.fftPoints());
+    chunk->refLevel = static_cast<int16_t>(job.fftRef());
+    chunk->procType = job.fftProcType();
+    chunk->pointsBtw = static_cast<uint16_t>(job.fftPointsBtw());
+    chunk->accum = static_cast<uint16_t>(job.fftAccum());
+    chunk->weight = static_cast<uint16_t>(job.fftWeight());
+    SpectrumMaker maker(m_state->settings().signal, job.fftRate(), job.fftPoints(), job.fftPointsBtw());
+    chunk->bins = maker.bins(static_cast<uint64_t>(m_state->currentSample()), 1, job.fftRef());
+    reply.setChunk(DataCollSpecTime, std::make_shared<DataCollSpecTimeChunk>(
+                                         static_cast<uint32_t>(m_state->deviceTime()), m_spectra++));
+    reply.setChunk(DataCollSpec, chunk);
+}

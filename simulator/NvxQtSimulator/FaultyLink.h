@@ -1,0 +1,69 @@
+#pragma once
+
+#include "NvxQtSimulator/RecorderState.h"
+
+#include <QByteArray>
+#include <QDeadlineTimer>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <deque>
+
+/// Sends the messages of one connection, with those faults that only look at bytes: split, merged, spoilt,
+/// late, lost or doubled messages, and connections that end. Owned by the session of the connection; lives on
+/// its thread.
+class FaultyLink : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// What became of a message.
+    enum class Fate : uint8_t {
+        Sent,     ///< on its way whole and in order
+        Withheld, ///< kept back or spoilt by a fault
+    };
+
+    /// `socket` stays the caller's and must outlive the link.
+    FaultyLink(QTcpSocket* socket, RecorderState* state, FaultChannel channel, QObject* parent);
+
+    Fate send(QByteArray message);
+    /// Asks the dice for a fault of the session's own.
+    std::optional<int64_t> strike(Fault fault);
+    uint64_t random(uint64_t bound) { return m_state->dice(m_channel).random(bound); }
+    /// Bytes that the peer has not taken yet.
+    qint64 backlog() const { return m_socket->bytesToWrite() + m_waitingBytes; }
+    /// Ends a silence that waits for the next start message.
+    void endSilence();
+    /// Resets the connection: the peer sees an error instead of an end.
+    static void resetConnection(QTcpSocket* socket);
+
+Q_SIGNALS:
+    /// Bytes left for the peer.
+    void drained();
+
+private:
+    struct Piece
+    {
+        QByteArray bytes;
+        int delayMs = 0;
+    };
+
+    bool isSilent();
+    bool breakWithin(const QByteArray& message);
+    void deliver(const QByteArray& bytes);
+    void queue(const QByteArray& bytes, int delayMs);
+    void sendWaiting();
+    void releaseHeld();
+
+    QTcpSocket* m_socket;
+    RecorderState* m_state;
+    FaultChannel m_channel;
+    std::deque<Piece> m_waiting;
+    qint64 m_waitingBytes = 0;
+    QTimer m_waitTimer;
+    QByteArray m_held;
+    QTimer m_heldTimer;
+    bool m_silent = false;
+    QDeadlineTimer m_silentUntil;
+    bool m_closing = false;
+};

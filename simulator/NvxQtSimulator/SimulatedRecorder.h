@@ -1,0 +1,83 @@
+#pragma once
+
+#include "NvxQtCommon/contract/identity/HydDeviceId.h"
+#include "NvxQtCommon/contract/stream/HydStreamType.h"
+#include "NvxQtSimulator/RecorderCounters.h"
+#include "NvxQtSimulator/RecorderSettings.h"
+
+#include <QObject>
+#include <QStringList>
+
+#include <map>
+#include <memory>
+
+class ControlService;
+class DiscoveryService;
+class RecorderState;
+class StreamService;
+
+/// One recorder without hardware, on an IP address of its own: a control device (TCP port 50000), a discovery
+/// responder (UDP port 62726, unicast and broadcast) and stream ports for waves, spectra, sensors and epoch
+/// lines. Any number may run in one process. It lives on the thread that calls start(), which needs an event
+/// loop; all functions belong to that thread.
+///
+/// Each second of samples begins with an event header (time, running sample number, identity, status, format,
+/// scaling); the blocks that follow carry their position in that event. A written job setup takes effect with
+/// the next second; a written time moves the times of the events that follow.
+class SimulatedRecorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SimulatedRecorder(const RecorderSettings& settings, QObject* parent = nullptr);
+    ~SimulatedRecorder() override;
+
+    /// Listens on the ports of all roles. False when one isn't free: errorString() names it, and nothing
+    /// stays open. A recorder that listens already stays as it is.
+    bool start();
+    /// Closes all ports and connections. What a reader has not taken by then is lost to it.
+    void stop();
+    bool isListening() const { return m_listening; }
+    QString errorString() const { return m_error; }
+
+    /// As given, values outside their ranges brought inside.
+    const RecorderSettings& settings() const;
+    /// Identity with the recorder's address, as discovery tells it.
+    HydDeviceId deviceId() const;
+    /// Port of a stream type (1, 2, 3 or 5); 0 while it isn't open.
+    quint16 streamPort(HydStreamType type) const;
+    /// One line for each open port, to print.
+    QStringList listeningTexts() const;
+
+    const HydJobSettings& jobSettings() const;
+    /// Device time in seconds since the epoch.
+    int64_t deviceTime() const;
+    RecorderCounters counters() const;
+
+    /// Replaces the faults; occasions are counted anew.
+    void setFaults(const FaultPlan& plan);
+    /// Rollover byte of the status from the next event header on.
+    void setRollover(uint8_t value);
+    /// Sends a notification on each running binary stream; codes other than 2 and 4 end the stream.
+    void notify(uint16_t code, const QString& text = {});
+    /// Restarts as after a power failure: connections drop, triggers are gone, the sample number starts over.
+    void restart();
+
+Q_SIGNALS:
+    /// A control message with this letter was read; its reply is not sent yet.
+    void commandReceived(char letter);
+    /// A discovery datagram was answered.
+    void enquiryAnswered();
+    void streamStarted(HydStreamType type);
+    void streamStopped(HydStreamType type);
+
+private:
+    bool startServices();
+
+    RecorderState* m_state;
+    std::unique_ptr<ControlService> m_control;
+    std::unique_ptr<DiscoveryService> m_discovery;
+    std::map<HydStreamType, std::unique_ptr<StreamService>> m_streams;
+    QString m_error;
+    bool m_listening = false;
+};
