@@ -17,6 +17,8 @@ public:
     static constexpr size_t kMaxChunkBytes = 1024 * 1024;
     static constexpr size_t kMaxFrameSize = kHeaderSize + kMaxChunkBytes + kChecksumSize;
     static constexpr uint8_t kVersion = 1;
+    /// Channels of an event, and so device, status and scaling chunks of a header, at most.
+    static constexpr size_t kMaxChannels = 255;
 
     enum Kind : uint8_t {
         KindEventHeader = 1,
@@ -32,6 +34,12 @@ public:
 
     /// The whole frame as a recorder sends it; empty for a null payload or one that exceeds kMaxChunkBytes.
     std::vector<uint8_t> frame() const;
+    /// Reads the chunks of a frame of `kind`. `type` is the stream's and goes into the payload; it tells wave
+    /// blocks from spectra. Null when a required chunk is missing or a chunk doesn't read.
+    static std::shared_ptr<HydStreamMessagePayload> parse(Kind kind, std::span<const uint8_t> chunks,
+                                                          HydStreamType type);
+    /// True when `chunks` is a row of whole chunks, whatever their types.
+    static bool isChunkRow(std::span<const uint8_t> chunks);
     /// Checksum over header and chunks: the low 32 bits of XXH64 with seed 0.
     static uint32_t checksum(std::span<const uint8_t> bytes);
 

@@ -269,7 +269,7 @@ private:
 };
 
 /// One kind of sensor reading: a raw record that consumers read field by field.
-template <class Record, uint16_t Type> class HydSensorChunk : public HydStreamChunk
+template <class Record, uint16_t Type> class NVXQTCOMMON_EXPORT HydSensorChunk : public HydStreamChunk
 {
 public:
     explicit HydSensorChunk(const Record* record) : m_record(*record) {}
