@@ -79,6 +79,18 @@ std::span<const unsigned char> CircularByteBuffer::piece(unsigned long long offs
     return {m_bytes.get() + start, static_cast<size_t>(std::min(m_count - offset, m_capacity - start))};
 }
 
+unsigned long long CircularByteBuffer::find(unsigned char value, unsigned long long offset) const
+{
+    while (offset < m_count) {
+        const auto bytes = piece(offset);
+        const auto found = std::ranges::find(bytes, value);
+        offset += static_cast<unsigned long long>(found - bytes.begin());
+        if (found != bytes.end())
+            return offset;
+    }
+    return m_count;
+}
+
 unsigned char CircularByteBuffer::at(unsigned long long offset) const
 {
     return m_bytes[(m_head + offset) % m_capacity];

@@ -35,6 +35,8 @@ public:
     /// The bytes from `offset` behind the oldest one on that lie in one piece; empty when nothing is held
     /// there.
     std::span<const unsigned char> piece(unsigned long long offset) const;
+    /// Offset of the first `value` from `offset` on; byteCount() when there is none.
+    unsigned long long find(unsigned char value, unsigned long long offset) const;
     /// Byte at `offset` behind the oldest one; `offset` must be below byteCount().
     unsigned char at(unsigned long long offset) const;
 

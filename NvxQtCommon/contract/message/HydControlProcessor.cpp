@@ -5,29 +5,16 @@
 #include "NvxQtCommon/contract/message/HydDataCollectCmd.h"
 #include "NvxQtCommon/contract/message/HydTrigger.h"
 
-#include <algorithm>
-
 namespace {
 
 constexpr unsigned char kFrameStart = '*';
 
-void skipToFrameStart(CircularByteBuffer& buffer)
+/// Size of the frame at `offset`, 0 while its header isn't whole.
+unsigned long long frameSizeAt(const CircularByteBuffer& buffer, unsigned long long offset)
 {
-    while (!buffer.isEmpty()) {
-        const auto piece = buffer.front();
-        const auto found = std::ranges::find(piece, kFrameStart);
-        buffer.skip(static_cast<unsigned long long>(found - piece.begin()));
-        if (found != piece.end())
-            return;
-    }
-}
-
-/// Size of the frame at the buffer's front, 0 while its header isn't whole.
-unsigned long long frameSizeAtFront(const CircularByteBuffer& buffer)
-{
-    if (buffer.byteCount() < HydControlMessage::kHeaderSize)
+    if (buffer.byteCount() - offset < HydControlMessage::kHeaderSize)
         return 0;
-    return HydControlMessage::kFrameOverhead + (unsigned{buffer.at(2)} << 8 | buffer.at(3));
+    return HydControlMessage::kFrameOverhead + (unsigned{buffer.at(offset + 2)} << 8 | buffer.at(offset + 3));
 }
 
 uint32_t checksumAt(const CircularByteBuffer& buffer, unsigned long long offset)
@@ -67,6 +54,13 @@ std::shared_ptr<HydControlMsgPayload> controlPayload(uint8_t letter, std::span<c
     }
 }
 
+std::shared_ptr<HydControlMessage> readFrame(std::span<const uint8_t> frame)
+{
+    const auto payload =
+        frame.subspan(HydControlMessage::kHeaderSize, frame.size() - HydControlMessage::kFrameOverhead);
+    return std::make_shared<HydControlMessage>(controlPayload(frame[1], payload));
+}
+
 } // namespace
 
 bool HydControlProcessor::checkL(ControlResponseEvent* event)
@@ -74,8 +68,8 @@ bool HydControlProcessor::checkL(ControlResponseEvent* event)
     if (event == nullptr)
         return false;
     auto& buffer = event->buffer();
-    skipToFrameStart(buffer);
-    const auto size = frameSizeAtFront(buffer);
+    buffer.skip(buffer.find(kFrameStart, 0));
+    const auto size = frameSizeAt(buffer, 0);
     return size != 0 && size <= buffer.byteCount();
 }
 
@@ -88,26 +82,24 @@ int HydControlProcessor::handleEvent(int, StateEvent& event)
         return kFirstState;
     }
     auto& buffer = response->buffer();
-    skipToFrameStart(buffer);
-    const auto size = frameSizeAtFront(buffer);
-    // A frame that the buffer can never hold would wait for ever.
-    const bool canBecomeWhole = size <= buffer.capacity();
-    if (canBecomeWhole && (size == 0 || size > buffer.byteCount())) {
-        m_outOfData = true;
-        return kFirstState;
-    }
-    const auto covered = size - sizeof(uint32_t);
-    if (!canBecomeWhole || crc32Of(buffer, 0, covered) != checksumAt(buffer, covered)) {
-        buffer.skip(1);
-        skipToFrameStart(buffer);
+    RingCrc32 checksums(buffer);
+    for (auto start = buffer.find(kFrameStart, 0);; start = buffer.find(kFrameStart, start + 1)) {
+        const auto size = frameSizeAt(buffer, start);
+        // A frame that the buffer can never hold would wait for ever.
+        const bool canBecomeWhole = size <= buffer.capacity();
+        if (canBecomeWhole && (size == 0 || size > buffer.byteCount() - start)) {
+            buffer.skip(start);
+            m_outOfData = true;
+            return kFirstState;
+        }
+        const auto covered = size - sizeof(uint32_t);
+        if (!canBecomeWhole || checksums.of(start, covered) != checksumAt(buffer, start + covered))
+            continue;
+        buffer.skip(start);
+        m_frame.resize(static_cast<size_t>(size));
+        buffer.read(m_frame.data(), size);
+        m_message = readFrame(m_frame);
         m_outOfData = buffer.isEmpty();
-        return kFirstState;
+        return kEndState;
     }
-    m_frame.resize(static_cast<size_t>(size));
-    buffer.read(m_frame.data(), size);
-    const auto payload = std::span<const uint8_t>(m_frame).subspan(
-        HydControlMessage::kHeaderSize, m_frame.size() - HydControlMessage::kFrameOverhead);
-    m_message = std::make_shared<HydControlMessage>(controlPayload(m_frame[1], payload));
-    m_outOfData = buffer.isEmpty();
-    return kEndState;
 }

@@ -19,9 +19,10 @@ private:
     CircularByteBuffer& m_buffer;
 };
 
-/// Finds control messages in a byte buffer. A dispatch ends in one of: a message (end state), out of data, or
-/// bytes skipped (neither). Bytes of a message that isn't whole yet stay in the buffer; a bad checksum drops
-/// one byte and looks for the next "*". A length field can't be bad by itself: all of its values are allowed.
+/// Finds control messages in a byte buffer. A dispatch ends with a message (end state), out of data, or both:
+/// a bad checksum drops one byte and looks for the next "*", and the bytes of a message that isn't whole yet
+/// stay in the buffer. A length field can't be bad by itself: all of its values are allowed. Only a frame
+/// that exceeds the buffer's capacity is taken for junk, since it could never become whole.
 class NVXQTCOMMON_EXPORT HydControlProcessor : public FiniteStateMachine
 {
 public:

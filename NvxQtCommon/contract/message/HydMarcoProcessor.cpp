@@ -85,20 +85,6 @@ std::shared_ptr<HydMarcoCommand> readDatagram(std::span<const uint8_t> bytes)
     return std::make_shared<HydMarcoCommand>(std::move(payload));
 }
 
-/// Offset of the next byte that a datagram could start at, from `offset` on; the byte count when there is
-/// none.
-Offset nextMagicByte(const CircularByteBuffer& buffer, Offset offset)
-{
-    while (offset < buffer.byteCount()) {
-        const auto piece = buffer.piece(offset);
-        const auto found = std::ranges::find(piece, HydMarcoCommand::kMagic[0]);
-        offset += static_cast<Offset>(found - piece.begin());
-        if (found != piece.end())
-            break;
-    }
-    return offset;
-}
-
 } // namespace
 
 int HydMarcoProcessor::handleEvent(int, StateEvent& event)
@@ -109,12 +95,13 @@ int HydMarcoProcessor::handleEvent(int, StateEvent& event)
         m_outOfData = true;
         return kFirstState;
     }
+    constexpr auto kMagicStart = HydMarcoCommand::kMagic[0];
     auto& buffer = marco->buffer();
     auto keepFrom = buffer.byteCount();
     Offset messageEnd = buffer.byteCount() + 1;
     std::array<uint8_t, kLargestDatagram> bytes{};
-    for (auto offset = nextMagicByte(buffer, 0); offset < std::min(buffer.byteCount(), messageEnd);
-         offset = nextMagicByte(buffer, offset + 1)) {
+    for (auto offset = buffer.find(kMagicStart, 0); offset < std::min(buffer.byteCount(), messageEnd);
+         offset = buffer.find(kMagicStart, offset + 1)) {
         const std::span<const uint8_t> held(bytes.data(), buffer.peek(bytes.data(), bytes.size(), offset));
         size_t size = 0;
         const auto fit = fitDatagram(held, size);
