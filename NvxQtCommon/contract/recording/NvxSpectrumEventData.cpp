@@ -1,0 +1,4 @@
+#include "NvxQtCommon/contract/recording/NvxSpectrumEventData.h"
+
+NvxSpectrumEventData::~NvxSpectrumEventData() = default;
+NvxComSpectrumEventData::~NvxComSpectrumEventData() = default;

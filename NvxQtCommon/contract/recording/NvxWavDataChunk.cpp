@@ -1,0 +1,3 @@
+#include "NvxQtCommon/contract/recording/NvxWavDataChunk.h"
+
+NvxWavDataChunk::~NvxWavDataChunk() = default;

@@ -1,0 +1,3 @@
+#include "NvxQtCommon/contract/recording/NvxWavEventData.h"
+
+NvxWavEventData::~NvxWavEventData() = default;

@@ -1,0 +1,3 @@
+#include "NvxQtCommon/contract/recording/NvxWavSetupData.h"
+
+NvxWavSetupData::~NvxWavSetupData() = default;

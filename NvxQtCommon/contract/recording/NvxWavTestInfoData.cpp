@@ -1,0 +1,3 @@
+#include "NvxQtCommon/contract/recording/NvxWavTestInfoData.h"
+
+NvxWavTestInfoData::~NvxWavTestInfoData() = default;

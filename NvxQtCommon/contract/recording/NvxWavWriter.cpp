@@ -1,0 +1,368 @@
+#include "NvxQtCommon/contract/recording/NvxWavWriter.h"
+
+#include "NvxQtCommon/contract/base/NvxLog.h"
+#include "NvxQtCommon/contract/base/Utf8.h"
+#include "NvxQtCommon/contract/recording/HydUtil.h"
+#include "NvxQtCommon/contract/recording/NvxWavDataChunk.h"
+#include "NvxQtCommon/contract/recording/WavStreamEvent.h"
+
+#include <span>
+
+namespace {
+
+constexpr uint64_t kRiffHeadBytes = 8;
+constexpr std::chrono::seconds kSizesInterval{1};
+
+bool eventHasKey(const WavStreamEvent& event)
+{
+    return event.timeStamp() != 0 || event.sequence() != 0;
+}
+
+template <size_t Width> void reverseEach(std::span<const uint8_t> from, uint8_t* to)
+{
+    for (size_t i = 0; i + Width <= from.size(); i += Width) {
+        for (size_t k = 0; k < Width; ++k)
+            to[i + k] = from[i + Width - 1 - k];
+    }
+}
+
+void swapSamples(std::span<const uint8_t> from, std::vector<uint8_t>& to, unsigned width)
+{
+    to.resize(from.size());
+    switch (width) {
+    case 2:
+        return reverseEach<2>(from, to.data());
+    case 3:
+        return reverseEach<3>(from, to.data());
+    default:
+        return reverseEach<4>(from, to.data());
+    }
+}
+
+WavWriteErr errorOf(RecordingFile::Failure failure)
+{
+    switch (failure) {
+    case RecordingFile::Failure::None:
+        return WavErrNone;
+    case RecordingFile::Failure::CannotOpen:
+        return WavErrCannotOpen;
+    case RecordingFile::Failure::DiskFull:
+        return WavErrDiskFull;
+    case RecordingFile::Failure::WriteFailed:
+        break;
+    }
+    return WavErrWriteFailed;
+}
+
+} // namespace
+
+NvxWavWriter::NvxWavWriter(unsigned int maxLength, std::wstring path)
+    : m_maxLength(maxLength), m_directory(std::move(path))
+{
+}
+
+NvxWavWriter::~NvxWavWriter()
+{
+    completeFile();
+}
+
+std::string NvxWavWriter::errorStr(const WavWriteErr& error)
+{
+    switch (error) {
+    case WavErrNone:
+        return {};
+    case WavErrCannotOpen:
+        return "The wave file cannot be created in the recording directory.";
+    case WavErrWriteFailed:
+        return "The samples cannot be written to the wave file.";
+    case WavErrDiskFull:
+        return "The disk is full.";
+    case WavErrHeaderUpdate:
+        return "The header of the wave file cannot be updated.";
+    case WavErrBadFormat:
+        return "The format of the samples does not fit the wave file.";
+    }
+    return "The wave file has an unknown error.";
+}
+
+unsigned int NvxWavWriter::length() const
+{
+    return m_file.isOpen() ? static_cast<unsigned>(m_samples / m_fmt.sampleRate()) : 0;
+}
+
+void NvxWavWriter::finishFile()
+{
+    if (m_stopped) {
+        m_error = WavErrNone;
+        m_info.reset();
+        m_setup.reset();
+    }
+    completeFile();
+}
+
+int NvxWavWriter::handleEvent(int state, StateEvent& event)
+{
+    auto* wavEvent = dynamic_cast<WavStreamEvent*>(&event);
+    if (wavEvent == nullptr)
+        return state;
+    m_newFile = false;
+    if (m_stopped || m_error != WavErrNone) {
+        wavEvent->consume();
+        return Idle;
+    }
+
+    // finishFile() closes the file outside of all states.
+    const bool reopening = state == Reopening && m_info && m_setup;
+    const int from = m_file.isOpen() ? Recording : reopening ? Reopening : Idle;
+    int next = from;
+    if (const auto* chunk = dynamic_cast<const NvxWavDataChunk*>(wavEvent->data()))
+        next = handleData(from, *chunk, *wavEvent);
+    else if (const auto* info = dynamic_cast<const NvxWavInfoData*>(wavEvent->data()))
+        next = handleInfo(from, *info, *wavEvent);
+    else if (const auto* setup = dynamic_cast<const NvxWavSetupData*>(wavEvent->data()))
+        next = handleSetup(from, *setup, *wavEvent);
+
+    // Only an event that has just ended a file stays; it comes again in another state.
+    const bool endedFile = from == Recording && next == Reopening;
+    if (!endedFile)
+        wavEvent->consume();
+    refreshSizes();
+    return endedFile ? Reopening : m_file.isOpen() ? Recording : Idle;
+}
+
+int NvxWavWriter::handleInfo(int state, const NvxWavInfoData& info, const WavStreamEvent& event)
+{
+    const bool isRepeated =
+        static_cast<uint32_t>(event.timeStamp()) == m_headerTime && info.startSample() == m_headerStart;
+    const bool mayClose = eventHasKey(event) && !isRepeated;
+    if (state == Recording && mayClose) {
+        const bool isOtherStream =
+            info.numChannels() != m_fmt.numChannels() || info.startSample() != nextSample();
+        if (isInOtherSpan(event) || isOtherStream)
+            return endForReopening();
+    }
+    keepInfo(info, event, state != Recording || mayClose);
+    if (state == Reopening) {
+        openNext(event, info.startSample());
+        m_openedByInfo = true;
+    }
+    return Recording;
+}
+
+int NvxWavWriter::handleSetup(int state, const NvxWavSetupData& setup, const WavStreamEvent& event)
+{
+    const bool belongsToInfo =
+        static_cast<uint32_t>(event.timeStamp()) == m_headerTime && event.sequence() == m_headerStart;
+    const bool mayClose = eventHasKey(event) && (!belongsToInfo || m_headerMayClose);
+    const bool replacesFile = m_openedByInfo && m_samples == 0 && belongsToInfo;
+    if (state == Recording && mayClose) {
+        if (isInOtherSpan(event) || (isOtherFormat(setup) && !replacesFile))
+            return endForReopening();
+        if (isOtherFormat(setup))
+            m_file.discard();
+    }
+    m_setup = std::make_shared<NvxWavSetupData>(setup);
+    m_openedByInfo = false;
+    if (state == Reopening)
+        openNext(event, m_infoSinceOpen ? m_info->startSample() : nextSample());
+    else if (!m_file.isOpen() && m_info)
+        open(event);
+    return Recording;
+}
+
+int NvxWavWriter::handleData(int state, const NvxWavDataChunk& chunk, const WavStreamEvent& event)
+{
+    if (state == Idle) {
+        dropData();
+        return Idle;
+    }
+    if (state == Recording) {
+        // A block that alone is too large for a file must not end one file after another.
+        const bool isFull =
+            m_samples > 0 &&
+            m_headerSize + m_samples * m_fmt.blockAlign() + chunk.byteSize() >= m_maxFileBytes;
+        if (isInOtherSpan(event) || isFull)
+            return endForReopening();
+    } else {
+        openNext(event, nextSample());
+    }
+    if (m_error == WavErrNone)
+        writeBlock(chunk);
+    return Recording;
+}
+
+void NvxWavWriter::keepInfo(const NvxWavInfoData& info, const WavStreamEvent& event, bool mayClose)
+{
+    m_info = info.clone();
+    m_infoSinceOpen = true;
+    m_headerMayClose = mayClose;
+    if (eventHasKey(event)) {
+        m_headerTime = static_cast<uint32_t>(event.timeStamp());
+        m_headerStart = info.startSample();
+    }
+}
+
+void NvxWavWriter::dropData()
+{
+    if (!m_warnedOfDroppedData)
+        nvxLog(NvxLogLevel::Warning, "NvxWavWriter: samples before any header are dropped");
+    m_warnedOfDroppedData = true;
+}
+
+void NvxWavWriter::writeBlock(const NvxWavDataChunk& chunk)
+{
+    const size_t size = chunk.byteSize();
+    if (chunk.bitDepth() != m_fmt.bitsPerSamp() || chunk.numChannels() != m_fmt.numChannels() ||
+        (chunk.data() == nullptr && size > 0)) {
+        completeFile();
+        fail(WavErrBadFormat);
+        return;
+    }
+    std::span<const uint8_t> bytes(chunk.data(), size);
+    if (chunk.isBigEndian() != m_fileBigEndian) {
+        swapSamples(bytes, m_swapped, m_fmt.bitsPerSamp() / 8U);
+        bytes = m_swapped;
+    }
+    const auto failure = m_file.append(bytes);
+    m_samples = (m_file.size() - m_headerSize) / m_fmt.blockAlign();
+    if (failure != RecordingFile::Failure::None)
+        fail(errorOf(failure));
+}
+
+void NvxWavWriter::open(const WavStreamEvent& event)
+{
+    m_fmt = NvxWavFmtData(m_info->numChannels(), m_setup->sampleRate(), m_setup->bitDepth());
+    if (!m_fmt.isValid()) {
+        fail(WavErrBadFormat);
+        return;
+    }
+    m_fileBigEndian = m_bigEndian;
+    m_fileGain = m_setup->gain();
+    m_fileTime = m_info->timestamp();
+    m_fileStart = m_info->startSample();
+    m_openEventTime = static_cast<uint32_t>(event.timeStamp());
+    m_openedByInfo = false;
+    m_infoSinceOpen = false;
+    m_samples = 0;
+    m_sizesWritten = false;
+    m_samplesInHeader = 0;
+    m_warnedOfDroppedData = false;
+
+    const NvxWavHeader header(std::make_shared<NvxWavFmtData>(m_fmt), m_info, m_fileBigEndian);
+    const std::vector<uint8_t> bytes = header.fileBytes(m_fileGain);
+    m_headerSize = bytes.size();
+    const std::string name = m_info->fileName();
+    auto failure =
+        m_file.create(m_directory, name.empty() ? HydUtil::dateTimeFname(name, m_fileTime) : name, ".wav");
+    if (failure == RecordingFile::Failure::None) {
+        failure = m_file.append(bytes);
+        // A file without a whole header is of no use to anybody.
+        if (failure != RecordingFile::Failure::None)
+            m_file.discard();
+    }
+    if (failure != RecordingFile::Failure::None)
+        fail(errorOf(failure));
+    else
+        m_newFile = true;
+}
+
+void NvxWavWriter::openNext(const WavStreamEvent& event, uint64_t startSample)
+{
+    const auto eventTime = static_cast<uint32_t>(event.timeStamp());
+    const uint32_t time = eventTime > m_openEventTime ? eventTime : timeByAudio();
+    m_info->setTimestamp(time);
+    m_info->setStartSample(startSample);
+    m_info->applyFileName(HydUtil::replaceDateTime(m_info->fileName(), time));
+    open(event);
+}
+
+int NvxWavWriter::endForReopening()
+{
+    completeFile();
+    return Reopening;
+}
+
+void NvxWavWriter::completeFile()
+{
+    if (!m_file.isOpen())
+        return;
+    WavWriteErr error = WavErrNone;
+    bool padded = false;
+    if (m_samples * m_fmt.blockAlign() % 2 != 0) {
+        const uint8_t padding = 0;
+        error = errorOf(m_file.append({&padding, 1}));
+        padded = error == WavErrNone;
+    }
+    if (writeSizes(padded) != RecordingFile::Failure::None)
+        error = WavErrHeaderUpdate;
+    const auto closed = m_file.close();
+    if (error == WavErrNone)
+        error = errorOf(closed);
+    if (error != WavErrNone) {
+        nvxLog(NvxLogLevel::Warning,
+               "NvxWavWriter: " + toUtf8(m_file.path()) + " is not complete: " + errorStr(error));
+        m_error = error;
+    }
+}
+
+void NvxWavWriter::refreshSizes()
+{
+    if (!m_file.isOpen() || m_samples == m_samplesInHeader)
+        return;
+    const bool isDue = !m_sizesWritten || m_samples - m_samplesInHeader >= m_fmt.sampleRate() ||
+                       std::chrono::steady_clock::now() - m_sizesTime >= kSizesInterval;
+    if (!isDue)
+        return;
+    m_sizesWritten = true;
+    m_samplesInHeader = m_samples;
+    m_sizesTime = std::chrono::steady_clock::now();
+    if (writeSizes(false) != RecordingFile::Failure::None)
+        fail(WavErrHeaderUpdate);
+}
+
+RecordingFile::Failure NvxWavWriter::writeSizes(bool padded)
+{
+    const uint64_t data = m_samples * m_fmt.blockAlign();
+    const uint64_t whole = m_headerSize - kRiffHeadBytes + data + (padded ? 1 : 0);
+    const auto failure =
+        m_file.overwrite(static_cast<long>(m_headerSize) - 4,
+                         NvxWavHeader::sizeField(static_cast<uint32_t>(data), m_fileBigEndian));
+    if (failure != RecordingFile::Failure::None)
+        return failure;
+    return m_file.overwrite(NvxWavHeader::kRiffSizeOffset,
+                            NvxWavHeader::sizeField(static_cast<uint32_t>(whole), m_fileBigEndian));
+}
+
+void NvxWavWriter::fail(WavWriteErr error)
+{
+    m_error = error;
+    if (!m_file.isOpen())
+        return;
+    // What got onto the disk stays a whole file: everything up to the last whole frame.
+    const uint64_t end = m_headerSize + m_samples * m_fmt.blockAlign();
+    writeSizes(false);
+    m_file.closeCutTo(end);
+}
+
+uint32_t NvxWavWriter::timeByAudio() const
+{
+    return m_fileTime + (m_fmt.sampleRate() > 0 ? static_cast<uint32_t>(m_samples / m_fmt.sampleRate()) : 0);
+}
+
+bool NvxWavWriter::isInOtherSpan(const WavStreamEvent& event) const
+{
+    if (m_maxLength == 0)
+        return false;
+    // Without a key there is no event time, and the audio tells how the time went on.
+    const auto spanOf = [this](uint32_t time) { return time / m_maxLength; };
+    const uint32_t opened = m_openEventTime != 0 ? m_openEventTime : m_fileTime;
+    const auto eventTime = static_cast<uint32_t>(event.timeStamp());
+    return spanOf(eventTime != 0 ? eventTime : timeByAudio()) != spanOf(opened);
+}
+
+bool NvxWavWriter::isOtherFormat(const NvxWavSetupData& setup) const
+{
+    // The gain stands in the file, so it has to hold for all of it.
+    return setup.bitDepth() != m_fmt.bitsPerSamp() || setup.sampleRate() != m_fmt.sampleRate() ||
+           setup.gain() != m_fileGain;
+}

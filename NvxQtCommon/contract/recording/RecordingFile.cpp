@@ -1,0 +1,122 @@
+#include "NvxQtCommon/contract/recording/RecordingFile.h"
+
+#include "NvxQtCommon/contract/base/Utf8.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+constexpr int kMaxSameName = 10000;
+
+std::filesystem::path systemPath(const std::wstring& path)
+{
+#ifdef _WIN32
+    return std::filesystem::path(path);
+#else
+    return std::filesystem::path(toUtf8(path));
+#endif
+}
+
+/// Null with errno EEXIST when the file exists.
+std::FILE* openExclusively(const std::wstring& path)
+{
+#ifdef _WIN32
+    return _wfopen(path.c_str(), L"wbx");
+#else
+    return std::fopen(toUtf8(path).c_str(), "wbx");
+#endif
+}
+
+RecordingFile::Failure failureOf(int error)
+{
+    // A limit on the size of a file is, to whoever records, a disk that takes no more.
+    if (error == ENOSPC || error == EFBIG)
+        return RecordingFile::Failure::DiskFull;
+#ifdef EDQUOT
+    if (error == EDQUOT)
+        return RecordingFile::Failure::DiskFull;
+#endif
+    return RecordingFile::Failure::WriteFailed;
+}
+
+} // namespace
+
+RecordingFile::Failure RecordingFile::create(const std::wstring& directory, const std::string& name,
+                                             const char* extension)
+{
+    close();
+    std::wstring stem = directory;
+    if (!stem.empty() && stem.back() != L'/')
+        stem += L'/';
+    stem += fromUtf8(name);
+    const std::wstring tail = fromUtf8(extension);
+    for (int number = 1; number <= kMaxSameName; ++number) {
+        const std::wstring path = (number == 1 ? stem : stem + L'_' + std::to_wstring(number)) + tail;
+        errno = 0;
+        m_file.reset(openExclusively(path));
+        if (m_file) {
+            std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
+            m_path = path;
+            m_size = 0;
+            return Failure::None;
+        }
+        if (errno == ENOSPC)
+            return Failure::DiskFull;
+        if (errno != EEXIST)
+            break;
+    }
+    return Failure::CannotOpen;
+}
+
+RecordingFile::Failure RecordingFile::append(std::span<const uint8_t> bytes)
+{
+    if (!m_file)
+        return Failure::WriteFailed;
+    errno = 0;
+    const size_t written = std::fwrite(bytes.data(), 1, bytes.size(), m_file.get());
+    m_size += written;
+    return written == bytes.size() ? Failure::None : failureOf(errno);
+}
+
+RecordingFile::Failure RecordingFile::overwrite(long offset, std::span<const uint8_t> bytes)
+{
+    if (!m_file)
+        return Failure::WriteFailed;
+    errno = 0;
+    const bool done = std::fseek(m_file.get(), offset, SEEK_SET) == 0 &&
+                      std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) == bytes.size();
+    const int error = errno;
+    // The end must be found again even after a failure, or the next block would land in the header.
+    if (std::fseek(m_file.get(), 0, SEEK_END) != 0 || !done)
+        return failureOf(error);
+    return Failure::None;
+}
+
+RecordingFile::Failure RecordingFile::close()
+{
+    if (!m_file)
+        return Failure::None;
+    errno = 0;
+    return std::fclose(m_file.release()) == 0 ? Failure::None : failureOf(errno);
+}
+
+void RecordingFile::closeCutTo(uint64_t size)
+{
+    const bool cut = m_file && m_size > size;
+    close();
+    if (!cut)
+        return;
+    std::error_code ignored;
+    std::filesystem::resize_file(systemPath(m_path), size, ignored);
+}
+
+void RecordingFile::discard()
+{
+    if (!m_file)
+        return;
+    close();
+    std::error_code ignored;
+    std::filesystem::remove(systemPath(m_path), ignored);
+}

@@ -1,0 +1,3 @@
+#include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
+
+SpecStreamEvent::~SpecStreamEvent() = default;

@@ -1,0 +1,3 @@
+#include "NvxQtCommon/contract/recording/WavStreamEvent.h"
+
+WavStreamEvent::~WavStreamEvent() = default;
