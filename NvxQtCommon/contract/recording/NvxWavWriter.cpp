@@ -293,7 +293,8 @@ void NvxWavWriter::completeFile()
         error = errorOf(m_file.append({&padding, 1}));
         padded = error == WavErrNone;
     }
-    if (writeSizes(padded) != RecordingFile::Failure::None)
+    const bool isBehind = padded || m_samples != m_samplesInHeader;
+    if (isBehind && writeSizes(padded) != RecordingFile::Failure::None)
         error = WavErrHeaderUpdate;
     const auto closed = m_file.close();
     if (error == WavErrNone)
