@@ -159,7 +159,9 @@ void HydStreamAdapter::connectStream()
     if (m_socket->state() != QAbstractSocket::UnconnectedState)
         m_socket->abort();
     // The rest of a message that a lost connection cut off would swallow the first bytes of the new one.
+    const uint64_t skippedBefore = m_processor.skippedBytes();
     m_processor.reset();
+    logSkipped(skippedBefore);
     m_socket->connectToHost(m_hostAddress, m_port, QIODevice::ReadWrite);
 }
 
@@ -314,9 +316,12 @@ void HydStreamAdapter::stopStream()
         return;
     resetSequences();
     stopAliveTimerLater();
-    if (m_socket->isOpen()) {
+    // A socket that the recorder has just closed is open but no longer valid.
+    if (m_socket->isOpen() && m_socket->isValid()) {
         m_socket->write(reinterpret_cast<const char*>(stopStreamMsg.data()), stopStreamMsg.size());
-        m_socket->flush();
+        // Flushing a socket that isn't connected yet would abort it; the bytes leave upon connection.
+        if (isConnected())
+            m_socket->flush();
     }
     m_isStreamingEnabled.exchange(false);
     m_startOnConnect.exchange(false);

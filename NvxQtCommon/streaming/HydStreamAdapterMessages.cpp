@@ -59,7 +59,12 @@ void HydStreamAdapter::readStream()
         }
     } while (!m_processor.outOfData());
 
-    if (const uint64_t skipped = m_processor.skippedBytes() - skippedBefore; skipped != 0)
+    logSkipped(skippedBefore);
+}
+
+void HydStreamAdapter::logSkipped(uint64_t before) const
+{
+    if (const uint64_t skipped = m_processor.skippedBytes() - before; skipped != 0)
         qDebug() << "Skipped" << skipped << "bytes that belong to no stream message," << strStreamType()
                  << m_deviceId.serialNo();
 }
