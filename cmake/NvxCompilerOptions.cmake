@@ -19,3 +19,8 @@ elseif(NVX_SANITIZE STREQUAL "thread")
 elseif(NVX_SANITIZE)
   message(FATAL_ERROR "NVX_SANITIZE must be empty, address or thread, not ${NVX_SANITIZE}")
 endif()
+
+if(NVX_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -g1 -O1)
+  add_link_options(-fsanitize=address,undefined)
+endif()
