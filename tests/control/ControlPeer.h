@@ -35,6 +35,7 @@ public:
 
     bool listen();
     void stopListening() { m_server.close(); }
+    qint64 bytesToWrite() const { return m_socket ? m_socket->bytesToWrite() : 0; }
     QString address() const { return m_address; }
     NvxIpAddr ipAddr() const { return NvxIpAddr(m_address.toStdString()); }
 
