@@ -36,6 +36,9 @@ public:
                          });
     }
 
+    /// The adapter goes first: its end is heard.
+    ~AdapterFixture() { owned.reset(); }
+
     /// Both ends connected.
     bool open()
     {

@@ -161,8 +161,8 @@ void tst_HydCommandAdapter::mirrorFollowsTheChannel()
 
 void tst_HydCommandAdapter::mirrorIsRightInsideTheSignals()
 {
-    AdapterFixture f(kAddress);
     QList<bool> seen;
+    AdapterFixture f(kAddress);
     connect(&f.adapter, &HydCommandAdapter::connectionOpen, this, [&] { seen << f.adapter.isChannelOpen(); });
     connect(&f.adapter, &HydCommandAdapter::connectionClosed, this,
             [&] { seen << f.adapter.isChannelOpen(); });
