@@ -40,13 +40,15 @@ std::shared_ptr<HydStreamDataChunkV0> HydStreamDataChunkV0::fromWire(ByteReader&
     const uint8_t format = in.u8();
     const uint16_t count = in.u16();
     const size_t size = spectrum ? size_t{count} : waveBlockBytes(count, channels, format & 0x0FU);
-    if (!in.ok() || in.remaining() != size)
+    // A count without bytes would let readers of numSamples() values read behind the buffer.
+    if (!in.ok() || in.remaining() != size || (count != 0 && size == 0))
         return nullptr;
-    const auto source = in.take(size);
-    // The one copy on a sample's way from the socket to its consumer's payload.
-    std::shared_ptr<unsigned char[]> data(new unsigned char[size]);
-    if (size != 0)
-        std::memcpy(data.get(), source.data(), size);
+    std::shared_ptr<unsigned char[]> data;
+    if (size != 0) {
+        // The one copy on a sample's way from the socket to its consumer's payload.
+        data = std::make_shared_for_overwrite<unsigned char[]>(size);
+        std::memcpy(data.get(), in.take(size).data(), size);
+    }
     return std::make_shared<HydStreamDataChunkV0>(start, channels, format, count, std::move(data), size);
 }
 
@@ -56,7 +58,8 @@ void HydStreamDataChunkV0::serialize(ByteStream& out) const
     out.putU8(m_channels);
     out.putU8(m_format);
     out.putU16(m_count);
-    out.putBytes({m_bytes.get(), m_byteSize});
+    if (m_bytes)
+        out.putBytes({m_bytes.get(), m_byteSize});
 }
 
 void HydStreamDataChunkV0::resetDoubles(unsigned count)

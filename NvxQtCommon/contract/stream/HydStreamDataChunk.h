@@ -45,7 +45,7 @@ public:
     HydStreamDataChunkV0(unsigned start, unsigned char channels, unsigned char format, unsigned short count,
                          std::shared_ptr<unsigned char[]> data, size_t byteCount);
     /// Reads the chunk's body; the bytes behind the fixed fields must be what a wave block (or, where
-    /// `spectrum`, a spectrum) of these fields holds. Empty when they are not.
+    /// `spectrum`, a spectrum) of these fields holds. Empty when they are not, and for a count without bytes.
     static std::shared_ptr<HydStreamDataChunkV0> fromWire(ByteReader& in, bool spectrum);
 
     void serialize(ByteStream& out) const override;
