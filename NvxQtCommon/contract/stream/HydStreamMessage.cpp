@@ -165,9 +165,7 @@ std::shared_ptr<HydStreamMessagePayload> parseData(std::span<const uint8_t> chun
     });
     if (!good || !data)
         return nullptr;
-    auto payload = std::make_shared<HydStreamDataPayload>(std::move(key), std::move(data));
-    payload->setLastEvent(payload->isLastEvent());
-    return payload;
+    return std::make_shared<HydStreamDataPayload>(std::move(key), std::move(data));
 }
 
 std::shared_ptr<HydStreamMessagePayload> parseNotify(std::span<const uint8_t> chunks)
@@ -278,11 +276,6 @@ std::shared_ptr<HydStreamMessagePayload> HydStreamMessage::parse(Kind kind, std:
     if (payload)
         payload->streamType = type;
     return payload;
-}
-
-bool HydStreamMessage::isChunkRow(std::span<const uint8_t> chunks)
-{
-    return eachChunk(chunks, [](uint16_t, ByteReader&) { return true; });
 }
 
 uint32_t HydStreamMessage::checksum(std::span<const uint8_t> bytes)

@@ -35,11 +35,11 @@ public:
     /// The whole frame as a recorder sends it; empty for a null payload or one that exceeds kMaxChunkBytes.
     std::vector<uint8_t> frame() const;
     /// Reads the chunks of a frame of `kind`. `type` is the stream's and goes into the payload; it tells wave
-    /// blocks from spectra. Null when a required chunk is missing or a chunk doesn't read.
+    /// blocks from spectra. Chunks of unknown type are skipped. Null when a chunk doesn't read, for more than
+    /// kMaxChannels chunks of one type, a data message without exactly one data chunk, a notification without
+    /// its chunk, and any other `kind`.
     static std::shared_ptr<HydStreamMessagePayload> parse(Kind kind, std::span<const uint8_t> chunks,
                                                           HydStreamType type);
-    /// True when `chunks` is a row of whole chunks, whatever their types.
-    static bool isChunkRow(std::span<const uint8_t> chunks);
     /// Checksum over header and chunks: the low 32 bits of XXH64 with seed 0.
     static uint32_t checksum(std::span<const uint8_t> bytes);
 

@@ -5,28 +5,40 @@
 
 namespace {
 
-constexpr uint8_t kMark0 = '0';
-constexpr uint8_t kMark1 = '*';
+constexpr size_t kStreamChunkHeader = 6;
+constexpr size_t kMaxPendingStorage = 2 * HydStreamMessage::kMaxFrameSize;
 
-/// Index of the first place in `window` where a frame can begin: "0*", or a "0" that is the last byte.
-size_t frameStart(std::span<const uint8_t> window)
+uint32_t streamBigEndian32(const uint8_t* bytes)
 {
-    size_t from = 0;
-    while (from < window.size()) {
-        const void* found = std::memchr(window.data() + from, kMark0, window.size() - from);
-        if (found == nullptr)
-            return window.size();
-        const auto index = static_cast<size_t>(static_cast<const uint8_t*>(found) - window.data());
-        if (index + 1 == window.size() || window[index + 1] == kMark1)
-            return index;
-        from = index + 1;
-    }
-    return window.size();
+    return (uint32_t{bytes[0]} << 24) | (uint32_t{bytes[1]} << 16) | (uint32_t{bytes[2]} << 8) | bytes[3];
 }
 
-uint32_t bigEndian32(std::span<const uint8_t> bytes)
+/// Position of the first "0*", of a "0" at the very end, or behind the bytes where there is neither.
+size_t findFrameMark(std::span<const uint8_t> bytes)
 {
-    return ByteReader(bytes).u32();
+    size_t from = 0;
+    while (from < bytes.size()) {
+        const void* zero = std::memchr(bytes.data() + from, '0', bytes.size() - from);
+        if (zero == nullptr)
+            break;
+        const auto at = static_cast<size_t>(static_cast<const uint8_t*>(zero) - bytes.data());
+        if (at + 1 == bytes.size() || bytes[at + 1] == '*')
+            return at;
+        from = at + 1;
+    }
+    return bytes.size();
+}
+
+/// Judges as much of a frame's header as is there.
+bool isFrameHeader(std::span<const uint8_t> bytes)
+{
+    if (bytes.size() > 2 &&
+        (bytes[2] < HydStreamMessage::KindEventHeader || bytes[2] > HydStreamMessage::KindStatus))
+        return false;
+    if (bytes.size() > 3 && bytes[3] != HydStreamMessage::kVersion)
+        return false;
+    return bytes.size() < HydStreamMessage::kHeaderSize ||
+           streamBigEndian32(&bytes[4]) <= HydStreamMessage::kMaxChunkBytes;
 }
 
 } // namespace
@@ -40,115 +52,142 @@ void HydStreamProcessor::notifyDataAvailable()
 
 void HydStreamProcessor::reset()
 {
-    skipped(m_pending.size() - m_pendingStart);
+    m_skippedBytes += pendingBytes();
     m_pending.clear();
     m_pendingStart = 0;
+    m_walked = HydStreamMessage::kHeaderSize;
     m_message.reset();
     m_outOfData = true;
 }
 
-void HydStreamProcessor::skipped(size_t count)
+int HydStreamProcessor::handleEvent(int, StateEvent& event)
 {
-    m_skippedBytes += count;
-    m_skippedSinceBad += count;
-    if (m_skippedSinceBad > HydStreamMessage::kMaxFrameSize)
-        m_badFrames = 0;
+    m_message.reset();
+    m_outOfData = true;
+    auto* input = dynamic_cast<StreamInputEvent*>(&event);
+    if (input == nullptr)
+        return kFirstState;
+    while (!m_message && step(input->buffer())) {
+    }
+    if (!m_message)
+        return kFirstState;
+    m_outOfData = input->buffer().isEmpty() && pendingBytes() == 0;
+    return kEndState;
 }
 
-HydStreamProcessor::Look HydStreamProcessor::look(std::span<const uint8_t> window)
+/// Takes the next piece of the stream in; false when it has to wait for more bytes.
+bool HydStreamProcessor::step(CircularByteBuffer& ring)
 {
-    if (const size_t start = frameStart(window); start != 0) {
-        skipped(start);
-        return {.consumed = start};
+    const bool fromPending = pendingBytes() > 0;
+    const auto bytes =
+        fromPending ? std::span<const uint8_t>(m_pending).subspan(m_pendingStart) : ring.front();
+    if (bytes.empty())
+        return false;
+    const Finding finding = examine(bytes);
+    switch (finding.verdict) {
+    case Finding::Verdict::Junk:
+        m_skippedBytes += finding.size;
+        consume(ring, fromPending, finding.size);
+        return true;
+    case Finding::Verdict::Frame:
+        take(bytes.first(finding.size));
+        consume(ring, fromPending, finding.size);
+        return true;
+    case Finding::Verdict::Partial:
+        break;
     }
-    if (window.size() < HydStreamMessage::kHeaderSize)
-        return {.needed = HydStreamMessage::kHeaderSize};
-
-    const uint8_t kind = window[2];
-    const uint32_t length = bigEndian32(window.subspan(4));
-    if (kind < HydStreamMessage::KindEventHeader || kind > HydStreamMessage::KindStatus ||
-        window[3] != HydStreamMessage::kVersion || length > HydStreamMessage::kMaxChunkBytes) {
-        skipped(1);
-        return {.consumed = 1};
-    }
-    const size_t frameSize = HydStreamMessage::kHeaderSize + length + HydStreamMessage::kChecksumSize;
-    if (window.size() < frameSize)
-        return {.needed = frameSize};
-    return lookAtFrame(window.first(frameSize), static_cast<HydStreamMessage::Kind>(kind));
+    if (ring.isEmpty())
+        return false;
+    keep(ring, finding.size - (fromPending ? bytes.size() : 0));
+    return true;
 }
 
-HydStreamProcessor::Look HydStreamProcessor::lookAtFrame(std::span<const uint8_t> frame,
-                                                         HydStreamMessage::Kind kind)
+HydStreamProcessor::Finding HydStreamProcessor::examine(std::span<const uint8_t> bytes)
 {
-    const auto checked = frame.first(frame.size() - HydStreamMessage::kChecksumSize);
-    const auto chunks = checked.subspan(HydStreamMessage::kHeaderSize);
-    if (!HydStreamMessage::isChunkRow(chunks) ||
-        HydStreamMessage::checksum(checked) != bigEndian32(frame.last(HydStreamMessage::kChecksumSize))) {
-        if (m_badFrames == 0)
-            m_skippedSinceBad = 0;
-        const size_t count = m_badFrames < kMaxBadFrames ? 1 : frame.size();
-        ++m_badFrames;
-        skipped(count);
-        return {.consumed = count};
-    }
+    using Verdict = Finding::Verdict;
+    const size_t mark = findFrameMark(bytes);
+    if (mark > 0)
+        return {Verdict::Junk, mark};
+    if (!isFrameHeader(bytes))
+        return {Verdict::Junk, 1};
+    if (bytes.size() < HydStreamMessage::kHeaderSize)
+        return {Verdict::Partial, HydStreamMessage::kHeaderSize};
 
-    m_badFrames = 0;
-    auto payload = HydStreamMessage::parse(kind, chunks, m_type);
-    if (!payload) {
-        // A correct frame whose content makes no sense: nothing inside it can be a frame of its own.
-        skipped(frame.size());
-        return {.consumed = frame.size()};
+    const size_t end = HydStreamMessage::kHeaderSize + streamBigEndian32(&bytes[4]);
+    const size_t total = end + HydStreamMessage::kChecksumSize;
+    while (m_walked < end) {
+        if (end - m_walked < kStreamChunkHeader)
+            return giveUp(std::min(m_walked, bytes.size()));
+        if (m_walked + kStreamChunkHeader > bytes.size())
+            return {Verdict::Partial, total};
+        const size_t body = streamBigEndian32(&bytes[m_walked + 2]);
+        if (body > end - m_walked - kStreamChunkHeader)
+            return giveUp(m_walked);
+        m_walked += kStreamChunkHeader + body;
     }
-    m_message = std::make_shared<HydStreamMessage>(std::move(payload));
-    return {.consumed = frame.size(), .good = true};
+    if (bytes.size() < total)
+        return {Verdict::Partial, total};
+    if (HydStreamMessage::checksum(bytes.first(end)) != streamBigEndian32(&bytes[end]))
+        return giveUp(total);
+    m_examinedBytes += total;
+    return {Verdict::Frame, total};
 }
 
-void HydStreamProcessor::fillPending(CircularByteBuffer& buffer, size_t needed)
+/// Decides how much of a frame that failed after `examined` bytes goes.
+HydStreamProcessor::Finding HydStreamProcessor::giveUp(size_t examined)
 {
-    // Moving the rest to the front only now and then keeps this linear, and the memory at two frames.
-    if (m_pendingStart >= HydStreamMessage::kMaxFrameSize || m_pendingStart == m_pending.size()) {
+    m_examinedBytes += examined;
+    if (m_credit < examined)
+        return {Finding::Verdict::Junk, examined};
+    m_credit -= examined;
+    return {Finding::Verdict::Junk, 1};
+}
+
+void HydStreamProcessor::take(std::span<const uint8_t> frame)
+{
+    const auto chunks =
+        frame.subspan(HydStreamMessage::kHeaderSize,
+                      frame.size() - HydStreamMessage::kHeaderSize - HydStreamMessage::kChecksumSize);
+    if (auto payload =
+            HydStreamMessage::parse(static_cast<HydStreamMessage::Kind>(frame[2]), chunks, m_type)) {
+        m_message = std::make_shared<HydStreamMessage>(std::move(payload));
+    } else {
+        ++m_unreadableFrames;
+        m_skippedBytes += frame.size();
+    }
+}
+
+void HydStreamProcessor::consume(CircularByteBuffer& ring, bool fromPending, size_t count)
+{
+    m_walked = HydStreamMessage::kHeaderSize;
+    m_credit = std::min(kExaminationReserve, m_credit + kExaminationsPerByte * count);
+    if (!fromPending) {
+        ring.skip(count);
+        return;
+    }
+    m_pendingStart += count;
+    if (pendingBytes() == 0) {
+        m_pending.clear();
+        m_pendingStart = 0;
+    }
+}
+
+/// Moves up to `count` bytes from the ring to those that await the rest of their frame.
+void HydStreamProcessor::keep(CircularByteBuffer& ring, size_t count)
+{
+    // What is done with goes once it outweighs what stays, so that moving costs no more than the bytes did.
+    if (m_pendingStart > 0 && m_pendingStart >= pendingBytes()) {
         m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(m_pendingStart));
         m_pendingStart = 0;
     }
-    while (m_pending.size() - m_pendingStart < needed && !buffer.isEmpty()) {
-        const auto piece = buffer.front();
-        const size_t count = std::min(piece.size(), needed - (m_pending.size() - m_pendingStart));
-        m_pending.insert(m_pending.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(count));
-        buffer.skip(count);
+    count = std::min<size_t>(count, ring.byteCount());
+    const size_t needed = m_pending.size() + count;
+    if (needed > m_pending.capacity())
+        m_pending.reserve(std::min(std::max(needed, 2 * m_pending.capacity()), kMaxPendingStorage));
+    while (count > 0) {
+        const auto piece = ring.front().first(std::min(count, ring.front().size()));
+        m_pending.insert(m_pending.end(), piece.begin(), piece.end());
+        ring.skip(piece.size());
+        count -= piece.size();
     }
-}
-
-int HydStreamProcessor::handleEvent(int /*state*/, StateEvent& event)
-{
-    m_message.reset();
-    auto* input = dynamic_cast<StreamInputEvent*>(&event);
-    if (input == nullptr) {
-        m_outOfData = true;
-        return kFirstState;
-    }
-
-    CircularByteBuffer& buffer = input->buffer();
-    while (!m_outOfData || !buffer.isEmpty()) {
-        const bool fromPending = m_pendingStart < m_pending.size();
-        const auto window =
-            fromPending ? std::span<const uint8_t>(m_pending).subspan(m_pendingStart) : buffer.front();
-        if (window.empty())
-            break;
-        const Look found = look(window);
-        if (fromPending)
-            m_pendingStart += found.consumed;
-        else
-            buffer.skip(found.consumed);
-        if (found.good) {
-            m_outOfData = buffer.isEmpty() && m_pendingStart == m_pending.size();
-            return kEndState;
-        }
-        if (found.needed > 0) {
-            fillPending(buffer, found.needed);
-            if (m_pending.size() - m_pendingStart < found.needed)
-                break;
-        }
-    }
-    m_outOfData = true;
-    return kFirstState;
 }

@@ -24,14 +24,19 @@ private:
 
 /// Turns the bytes of a stream socket into messages. By the end of a round (outOfData()) it has taken every
 /// byte out of the buffer; the part of a message that isn't whole yet, at most
-/// HydStreamMessage::kMaxFrameSize bytes, is kept here. After junk or a bad frame it looks for the next "0*"
-/// and counts what it skipped.
+/// HydStreamMessage::kMaxFrameSize bytes, is kept here (storage: at most twice that). After junk or a bad
+/// frame it looks for the next "0*" one byte further on and counts what it skipped.
+///
+/// That search may examine the same bytes again and again, since bytes can be made so that a frame seems to
+/// begin every few bytes. It is therefore paid for: every byte that leaves the stream earns
+/// kExaminationsPerByte examined bytes, with kExaminationReserve to begin with and as the limit. A frame that
+/// fails when this is used up is skipped as far as it was examined. So n bytes of whatever content cost at
+/// most kExaminationReserve + n x (kExaminationsPerByte + 1) examined bytes.
 class NVXQTCOMMON_EXPORT HydStreamProcessor : public FiniteStateMachine
 {
 public:
-    /// Frames that fail their check within kMaxFrameSize bytes of junk before a failing frame is skipped
-    /// whole instead of by one byte. It bounds the work on hostile bytes to this multiple of their number.
-    static constexpr size_t kMaxBadFrames = 16;
+    static constexpr uint64_t kExaminationsPerByte = 4;
+    static constexpr uint64_t kExaminationReserve = 2 * HydStreamMessage::kMaxFrameSize;
 
     explicit HydStreamProcessor(HydStreamType type);
 
@@ -44,32 +49,45 @@ public:
     bool outOfData() const { return m_outOfData; }
     /// Bytes dropped so far because they belonged to no good message.
     uint64_t skippedBytes() const { return m_skippedBytes; }
-    /// Forgets a message that isn't whole, for a new connection.
+    /// Frames dropped so far whose checksum was right and whose content didn't read; their bytes are among
+    /// the skipped ones.
+    uint64_t unreadableFrames() const { return m_unreadableFrames; }
+    /// Bytes looked at so far as parts of a frame, the good ones among them.
+    uint64_t examinedBytes() const { return m_examinedBytes; }
+    /// Bytes kept until the rest of their message arrives.
+    size_t pendingBytes() const { return m_pending.size() - m_pendingStart; }
+    /// Forgets a message that isn't whole, for a new connection; its bytes count as skipped.
     void reset();
 
 protected:
     int handleEvent(int state, StateEvent& event) override;
 
 private:
-    /// What a look at the first bytes of a window found.
-    struct Look
+    /// What the bytes at hand are: Junk to drop, a Partial frame that needs `size` bytes to be judged
+    /// further, or a whole Frame of `size` bytes.
+    struct Finding
     {
-        size_t consumed = 0; ///< bytes that are done with
-        size_t needed = 0;   ///< when above 0: bytes that the window must hold before the next look
-        bool good = false;   ///< `consumed` bytes were a good message, now in m_message
+        enum class Verdict { Junk, Partial, Frame } verdict;
+        size_t size;
     };
 
-    Look look(std::span<const uint8_t> window);
-    Look lookAtFrame(std::span<const uint8_t> frame, HydStreamMessage::Kind kind);
-    void skipped(size_t count);
-    void fillPending(CircularByteBuffer& buffer, size_t needed);
+    bool step(CircularByteBuffer& ring);
+    Finding examine(std::span<const uint8_t> bytes);
+    Finding giveUp(size_t examined);
+    void take(std::span<const uint8_t> frame);
+    void consume(CircularByteBuffer& ring, bool fromPending, size_t count);
+    void keep(CircularByteBuffer& ring, size_t count);
 
     HydStreamType m_type;
     std::shared_ptr<HydStreamMessage> m_message;
+    /// Bytes out of the ring that await the rest of their frame; those ahead of m_pendingStart are done with.
     std::vector<uint8_t> m_pending;
-    size_t m_pendingStart = 0; ///< bytes of m_pending that are done with
+    size_t m_pendingStart = 0;
+    /// How far the chunks of the frame at hand have been walked, so that no round walks them twice.
+    size_t m_walked = HydStreamMessage::kHeaderSize;
+    uint64_t m_credit = kExaminationReserve;
+    uint64_t m_examinedBytes = 0;
     uint64_t m_skippedBytes = 0;
-    size_t m_badFrames = 0;
-    size_t m_skippedSinceBad = 0;
+    uint64_t m_unreadableFrames = 0;
     bool m_outOfData = true;
 };
