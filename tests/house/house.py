@@ -125,6 +125,20 @@ def check_tests_are_run(root, files):
                 yield path, 1, "this test is registered nowhere"
 
 
+def check_named_tests(root, files):
+    """Documents name the test behind a promise: it has to be there."""
+    sources = {Path(path).stem: root / path for path in files
+               if path.startswith("tests/") and Path(path).name.startswith("tst_")}
+    for path in files:
+        if not path.endswith(".md"):
+            continue
+        for number, line in enumerate((root / path).read_text(encoding="utf-8").splitlines(), 1):
+            for test, function in re.findall(r"`(tst_\w+)(?:::(\w+))?`", line):
+                source = sources.get(test)
+                if source is None or function and not re.search(rf"\b{function}\(\)", source.read_text()):
+                    yield path, number, f"no test {test}{'::' + function if function else ''}"
+
+
 def all_files(root):
     for folder, folders, names in os.walk(root):
         folders[:] = sorted(f for f in folders if f not in SKIPPED_NAMES and not f.startswith("build-"))
@@ -147,7 +161,8 @@ def check(root):
         if path.startswith("NvxQtCommon/") and path.endswith((".h", ".cpp")):
             checks.append(check_library_file(path, lines))
         findings += [f"{path}:{number}: {text}" for found in checks for number, text in found]
-    findings += [f"{path}:{number}: {text}" for path, number, text in check_tests_are_run(root, files)]
+    for check_tree in (check_tests_are_run, check_named_tests):
+        findings += [f"{path}:{number}: {text}" for path, number, text in check_tree(root, files)]
     return findings
 
 

@@ -97,6 +97,14 @@ class BrokenRules(unittest.TestCase):
                                 "tests/control/CMakeLists.txt": "# nvx_add_test(tst_X)\nnvx_add_test(tst_Y)\n"})
         self.assertEqual(len(findings), 1, findings)
 
+    def test_document_names_a_test_that_is_not_there(self):
+        tests = {"tests/control/tst_X.cpp": "void works();\nvoid X::works() {}\n",
+                 "tests/control/CMakeLists.txt": "nvx_add_test(tst_X)\n"}
+        for name in ["tst_Y", "tst_X::breaks", "tst_Y::works"]:
+            findings = findings_of(tests | {"docs/x.md": f"see\n`{name}`\n"})
+            self.assertEqual(findings, [f"docs/x.md:2: no test {name}"])
+        self.assertEqual(findings_of(tests | {"docs/x.md": "see `tst_X`, `tst_X::works`\n"}), [])
+
 
 class KeptRules(unittest.TestCase):
     # --- happy flows
