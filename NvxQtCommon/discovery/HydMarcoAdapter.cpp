@@ -43,6 +43,8 @@ void disconnectAndClose(QUdpSocket& socket)
 
 HydMarcoAdapter::HydMarcoAdapter() : m_received(kMarcoRingSize), m_enquiredAddress(QStringLiteral("0.0.0.0"))
 {
+    registerNvxMetaTypes();
+    qRegisterMetaType<std::shared_ptr<HydMarcoCommand>>();
     connect(this, &HydMarcoAdapter::messageReceived, this, &HydMarcoAdapter::handleMarcoMsg);
 }
 

@@ -4,6 +4,7 @@
 #include "NvxQtCommon/contract/base/Export.h"
 #include "NvxQtCommon/contract/device/HydDevice.h"
 #include "NvxQtCommon/contract/message/HydMarcoProcessor.h"
+#include "NvxQtCommon/control/MetaTypes.h"
 
 #include <QAbstractSocket>
 #include <QHostAddress>

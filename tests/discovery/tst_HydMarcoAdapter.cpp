@@ -322,6 +322,10 @@ void tst_HydMarcoAdapter::signalsCarryTheirTypesAcrossThreads()
     Q_EMIT adapter.signalSocketError(QAbstractSocket::NetworkError, kPeerAddress);
     QCOMPARE(calls, 0);
     QTRY_COMPARE(calls, 4);
+    // Connections by name look the types up by name.
+    QVERIFY(QMetaType::fromName("std::shared_ptr<HydDevice>").isValid());
+    QVERIFY(QMetaType::fromName("std::shared_ptr<HydMarcoCommand>").isValid());
+    QVERIFY(QMetaType::fromName("NvxMacAddr").isValid());
 }
 
 void tst_HydMarcoAdapter::refusedChangeHasItsReason_data()
