@@ -52,7 +52,6 @@ HydMarcoAdapter::~HydMarcoAdapter()
 {
     for (QUdpSocket* socket : findChildren<QUdpSocket*>())
         socket->disconnect(this);
-    m_unicastSocket.reset();
 }
 
 void HydMarcoAdapter::netEnquire(const HydDevice& device) const

@@ -22,6 +22,7 @@ private Q_SLOTS:
     void brokenDatagramNeverSwallowsTheNext_data();
     void brokenDatagramNeverSwallowsTheNext();
     void endlessJunkLeavesTheAdapterUsable();
+    void slotMayRunAnEventLoop();
     void destructionWithOpenSockets();
     void deletedFromASlot();
 };
@@ -162,6 +163,28 @@ void tst_HydMarcoAdapterInput::endlessJunkLeavesTheAdapterUsable()
     QCOMPARE(found.size(), 0);
     QVERIFY(loopback.send(enquiryBytes(5, 8)));
     QTRY_COMPARE(found.size(), 1);
+}
+
+void tst_HydMarcoAdapterInput::slotMayRunAnEventLoop()
+{
+    HydMarcoAdapter adapter;
+    LoopbackSocket loopback(adapter, kOwnAddress);
+    QSignalSpy found(&adapter, &HydMarcoAdapter::deviceFound);
+    bool ended = false;
+    bool inOrder = false;
+    connect(&adapter, &HydMarcoAdapter::deviceFound, this, [&](const Device& device) {
+        if (device->serial() != 1)
+            return;
+        // A dialog, say: while it is open the second answer comes and the socket's time runs out.
+        loopback.socket()->timer()->start(1);
+        inOrder = QTest::qWaitFor([&] { return found.size() == 2; });
+        ended = QTest::qWaitFor([&] { return !loopback.socket(); });
+    });
+    QVERIFY(loopback.send(enquiryBytes(5, 1)));
+    QVERIFY(loopback.send(enquiryBytes(5, 2)));
+    QTRY_VERIFY(ended);
+    QVERIFY(inOrder);
+    QCOMPARE(deviceOf(found, 1)->serial(), uint16_t(2));
 }
 
 void tst_HydMarcoAdapterInput::destructionWithOpenSockets()

@@ -88,6 +88,7 @@ private Q_SLOTS:
     void interfaceWithoutAddressSendsNothing();
     void interfaceThatIsDownSendsNothing();
     void interfaceThatIsNotRunningSendsNothing();
+    void ipv6AddressIsLeftOut();
     void addressThatCannotBeBoundIsLeftOut();
     void failingSocketEndsWithoutTimeout();
     void payloadThatDoesNotFitIsNotSent();
@@ -360,6 +361,16 @@ void tst_MarcoBroadcast::interfaceThatIsNotRunningSendsNothing()
     QTRY_VERIFY(!flags().testFlag(QNetworkInterface::IsRunning));
     QVERIFY(flags().testFlag(QNetworkInterface::IsUp));
     expectNothingSent();
+}
+
+void tst_MarcoBroadcast::ipv6AddressIsLeftOut()
+{
+    const QString failure = run(QStringLiteral("ip -6 addr add fd77::1/64 dev nvx0 nodad"));
+    if (!failure.isEmpty())
+        QSKIP(qPrintable(QStringLiteral("no IPv6 here: ") + failure));
+    HydMarcoAdapter adapter;
+    QCOMPARE(adapter.getUdpSockets().size(), 2);
+    QCOMPARE(adapter.findChildren<CUdpSocProc*>().size(), 2);
 }
 
 void tst_MarcoBroadcast::addressThatCannotBeBoundIsLeftOut()
