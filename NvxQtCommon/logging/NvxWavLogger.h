@@ -7,6 +7,7 @@
 #include "NvxQtCommon/contract/recording/NvxWavTestInfoData.h"
 #include "NvxQtCommon/contract/recording/NvxWavWriter.h"
 #include "NvxQtCommon/contract/stream/StreamPayloads.h"
+#include "NvxQtCommon/control/MetaTypes.h"
 
 #include <QDateTime>
 #include <QObject>
