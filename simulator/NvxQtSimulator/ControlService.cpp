@@ -51,8 +51,7 @@ void ControlService::acceptConnections()
 {
     while (QTcpSocket* socket = m_server.nextPendingConnection()) {
         if (m_state->strike(FaultOnControl, Fault::Refuse)) {
-            FaultyLink::resetConnection(socket);
-            socket->deleteLater();
+            FaultyLink::refuse(socket);
             continue;
         }
         new ControlSession(socket, m_state, this);

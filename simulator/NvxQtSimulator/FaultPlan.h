@@ -33,7 +33,7 @@ enum class Fault : uint8_t {
     Loss,         ///< message not sent
     Duplicate,    ///< message sent twice
     Slow,         ///< message and all behind it held back; value: milliseconds, 0 for 200
-    Refuse,       ///< connection reset as soon as it is made; change of network settings refused (value:
+    Refuse,       ///< connection reset 20 ms after it is made; change of network settings refused (value:
                   ///< code, 0 for 0xFFFF)
 };
 

@@ -14,6 +14,7 @@ namespace {
 constexpr int kSplitDelayMs = 20;
 constexpr int kMergeHoldMs = 200;
 constexpr int kSlowDelayMs = 200;
+constexpr int kRefuseDelayMs = 20;
 constexpr int64_t kMaxJunkBytes = 8 * 1024 * 1024;
 
 } // namespace
@@ -170,4 +171,10 @@ void FaultyLink::resetConnection(QTcpSocket* socket)
     ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 #endif
     socket->abort();
+}
+
+void FaultyLink::refuse(QTcpSocket* socket)
+{
+    connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+    QTimer::singleShot(kRefuseDelayMs, socket, [socket] { resetConnection(socket); });
 }

@@ -36,6 +36,9 @@ public:
     void endSilence();
     /// Resets the connection: the peer sees an error instead of an end.
     static void resetConnection(QTcpSocket* socket);
+    /// Resets a fresh connection that nobody serves, once the peer has had time to notice that it was made (a
+    /// reset before that makes some clients try again in silence). Takes ownership.
+    static void refuse(QTcpSocket* socket);
 
 Q_SIGNALS:
     /// Bytes left for the peer.

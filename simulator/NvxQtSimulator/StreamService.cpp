@@ -6,6 +6,8 @@
 
 #include <QtEndian>
 
+#include <utility>
+
 namespace {
 
 constexpr qsizetype kStartSize = 8;
@@ -37,8 +39,7 @@ void StreamService::acceptConnections()
 {
     while (QTcpSocket* socket = m_server.nextPendingConnection()) {
         if (m_state->strike(StreamSession::faultChannel(m_type), Fault::Refuse)) {
-            FaultyLink::resetConnection(socket);
-            socket->deleteLater();
+            FaultyLink::refuse(socket);
             continue;
         }
         switch (m_type) {
@@ -76,7 +77,7 @@ StreamSession::StreamSession(QTcpSocket* socket, RecorderState* state, HydStream
     connect(&m_end, &QTimer::timeout, this, &StreamSession::stop);
     connect(&m_link, &FaultyLink::drained, this, [this] {
         if (m_running && m_onDemand)
-            proceed();
+            proceedSoon();
     });
 }
 
@@ -151,10 +152,22 @@ void StreamSession::setPace(int milliseconds)
 {
     m_onDemand = milliseconds == 0;
     if (m_onDemand)
-        QMetaObject::invokeMethod(
-            this, [this] { proceed(); }, Qt::QueuedConnection);
+        proceedSoon();
     else
         m_pace.start(milliseconds);
+}
+
+void StreamSession::proceedSoon()
+{
+    if (std::exchange(m_proceedPending, true))
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_proceedPending = false;
+            proceed();
+        },
+        Qt::QueuedConnection);
 }
 
 bool StreamSession::sendFrame(const QByteArray& frame)

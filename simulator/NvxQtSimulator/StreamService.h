@@ -49,6 +49,8 @@ protected:
 
     /// Milliseconds between two calls of proceed(); 0 for one whenever the reader has taken something.
     void setPace(int milliseconds);
+    /// Calls proceed() from the event loop: a reader may take bytes in the middle of sending.
+    void proceedSoon();
     void start(uint16_t minutes, uint16_t requestedBits);
     void stop();
     bool isRunning() const { return m_running; }
@@ -75,4 +77,5 @@ private:
     uint16_t m_requestedBits = 0;
     bool m_running = false;
     bool m_onDemand = false;
+    bool m_proceedPending = false;
 };

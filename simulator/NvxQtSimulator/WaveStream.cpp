@@ -87,8 +87,7 @@ void WaveStream::proceedUnpaced()
             return;
         sendBlock(false);
     }
-    QMetaObject::invokeMethod(
-        this, [this] { proceed(); }, Qt::QueuedConnection);
+    proceedSoon();
 }
 
 void WaveStream::beginEvent(int64_t time, int64_t sequence)
