@@ -54,6 +54,7 @@ void NvxDeviceController::createBaseConnections()
 {
     if (m_adapter != nullptr) {
         m_adapterThread = new QThread;
+        m_adapterThread->setObjectName(QStringLiteral("NvxCommand"));
         m_adapter->moveToThread(m_adapterThread);
         connect(this, qOverload<QString>(&NvxDeviceController::requestOpenAdapter), m_adapter,
                 &HydCommandAdapter::openIpConnection);
