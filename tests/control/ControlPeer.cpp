@@ -67,7 +67,7 @@ void ControlPeer::read()
 
 void ControlPeer::send(const QByteArray& bytes)
 {
-    if (m_socket) {
+    if (m_socket && m_socket->isWritable()) {
         m_socket->write(bytes);
         m_socket->flush();
     }
