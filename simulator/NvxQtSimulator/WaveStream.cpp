@@ -55,7 +55,7 @@ void WaveStream::restartPace()
 bool WaveStream::isFinished() const
 {
     const uint32_t limit = state().settings().streamSeconds;
-    return limit != 0 && m_events > limit;
+    return limit != 0 && m_events >= limit && m_position >= m_event.samples;
 }
 
 int64_t WaveStream::samplesDue() const
@@ -121,8 +121,7 @@ void WaveStream::nextEvent()
     if (const auto step = link().strike(Fault::RolloverDown))
         state().setRollover(static_cast<uint8_t>(state().rollover() - (*step > 0 ? *step : 1)));
     beginEvent(time, sequence);
-    if (!isFinished())
-        sendHeader();
+    sendHeader();
 }
 
 void WaveStream::sendHeader()
@@ -179,7 +178,8 @@ int64_t WaveStream::nextBlockSize() const
 {
     const int64_t bytes = m_format.bytesPerSample * m_format.channels;
     const int64_t wanted = std::max<int64_t>(1, m_rate / state().settings().blocksPerSecond);
-    return std::min({wanted, m_event.samples - m_position, kMaxSampleBytes / bytes,
+    const int64_t left = m_event.samples - m_position;
+    return std::min({wanted, left > 0 ? left : wanted, kMaxSampleBytes / bytes,
                      int64_t{std::numeric_limits<uint16_t>::max()}});
 }
 
@@ -199,6 +199,9 @@ void WaveStream::applyBlockFaults()
 
 void WaveStream::sendBlock(bool drop)
 {
+    // A header goes out with the first block of its second, not with the last one of the second before.
+    if (m_position >= m_event.samples)
+        nextEvent();
     if (!drop) {
         applyBlockFaults();
         if (!isRunning())
@@ -217,8 +220,6 @@ void WaveStream::sendBlock(bool drop)
     m_position += count;
     m_paceSamples += count;
     state().noteSampleSent(m_event.sequence + m_position - 1);
-    if (m_position >= m_event.samples)
-        nextEvent();
 }
 
 QByteArray WaveStream::blockFrame(int64_t position, int64_t count, std::optional<int64_t> oversize) const
