@@ -261,11 +261,10 @@ template <class Record, uint16_t Type> void HydSensorChunk<Record, Type>::serial
     writeBody(out, m_record);
 }
 
-// The records are plain types without visibility of their own and would hide what is made of them.
-template class NVXQTCOMMON_EXPORT HydSensorChunk<stBATTERY_CHUNK_V0, ChunkBattery>;
-template class NVXQTCOMMON_EXPORT HydSensorChunk<stACC_MAG_CHUNK_V0, ChunkAccMag>;
-template class NVXQTCOMMON_EXPORT HydSensorChunk<stTIME_SYNC_CHUNK_V0, ChunkTimeSync>;
-template class NVXQTCOMMON_EXPORT HydSensorChunk<stTRIGGER_CHUNK_V0, ChunkTrigger>;
+template class HydSensorChunk<stBATTERY_CHUNK_V0, ChunkBattery>;
+template class HydSensorChunk<stACC_MAG_CHUNK_V0, ChunkAccMag>;
+template class HydSensorChunk<stTIME_SYNC_CHUNK_V0, ChunkTimeSync>;
+template class HydSensorChunk<stTRIGGER_CHUNK_V0, ChunkTrigger>;
 
 std::shared_ptr<HydWavSetupChunk const> HydStreamSetupContainer::wavSetup() const
 {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "NvxQtCommon/contract/base/Export.h"
+
 #include <cstddef>
 #include <cstdint>
 
 // Raw records that chunks are built from. Fields that no comment explains are kept and not interpreted. Every
-// record is zeroed before it is filled; the first four bytes stay zero.
+// record is zeroed before it is filled; the first four bytes stay zero. The records of sensor chunks are
+// exported because a hidden template argument hides the chunk class made of it.
 
 struct stKEY_CHUNK_V1
 {
@@ -110,7 +113,7 @@ struct stHEADING_CHUNK_V0
 static_assert(sizeof(stHEADING_CHUNK_V0) == 16);
 
 /// Battery state in a sensor message.
-struct stBATTERY_CHUNK_V0
+struct NVXQTCOMMON_EXPORT stBATTERY_CHUNK_V0
 {
     uint8_t head[4] = {};
     uint32_t time = 0; ///< seconds since the epoch
@@ -123,7 +126,7 @@ struct stBATTERY_CHUNK_V0
 static_assert(sizeof(stBATTERY_CHUNK_V0) == 16);
 
 /// Accelerometer and magnetometer in a sensor message.
-struct stACC_MAG_CHUNK_V0
+struct NVXQTCOMMON_EXPORT stACC_MAG_CHUNK_V0
 {
     uint8_t head[4] = {};
     int16_t acceleration[3] = {}; ///< x, y, z in thousandths of g
@@ -132,7 +135,7 @@ struct stACC_MAG_CHUNK_V0
 static_assert(sizeof(stACC_MAG_CHUNK_V0) == 16);
 
 /// Clock state in a sensor message.
-struct stTIME_SYNC_CHUNK_V0
+struct NVXQTCOMMON_EXPORT stTIME_SYNC_CHUNK_V0
 {
     uint8_t head[4] = {};
     uint32_t time = 0;    ///< seconds since the epoch
@@ -144,7 +147,7 @@ struct stTIME_SYNC_CHUNK_V0
 static_assert(sizeof(stTIME_SYNC_CHUNK_V0) == 16);
 
 /// State of one trigger in a sensor message.
-struct stTRIGGER_CHUNK_V0
+struct NVXQTCOMMON_EXPORT stTRIGGER_CHUNK_V0
 {
     uint8_t head[4] = {};
     uint32_t time = 0; ///< seconds since the epoch
