@@ -288,12 +288,6 @@ using HydAccMagChunk = HydSensorChunk<stACC_MAG_CHUNK_V0, ChunkAccMag>;
 using HydTimeSyncChunk = HydSensorChunk<stTIME_SYNC_CHUNK_V0, ChunkTimeSync>;
 using HydTriggerChunk = HydSensorChunk<stTRIGGER_CHUNK_V0, ChunkTrigger>;
 
-// The records are plain types without visibility of their own and would hide what is made of them.
-extern template class NVXQTCOMMON_EXPORT HydSensorChunk<stBATTERY_CHUNK_V0, ChunkBattery>;
-extern template class NVXQTCOMMON_EXPORT HydSensorChunk<stACC_MAG_CHUNK_V0, ChunkAccMag>;
-extern template class NVXQTCOMMON_EXPORT HydSensorChunk<stTIME_SYNC_CHUNK_V0, ChunkTimeSync>;
-extern template class NVXQTCOMMON_EXPORT HydSensorChunk<stTRIGGER_CHUNK_V0, ChunkTrigger>;
-
 /// Holds either a wave setup or a spectrum setup.
 class NVXQTCOMMON_EXPORT HydStreamSetupContainer
 {
