@@ -60,6 +60,7 @@ unsigned long long CircularByteBuffer::skip(unsigned long long size)
 {
     const auto count = std::min(size, m_count);
     m_count -= count;
+    m_taken += count;
     // An empty ring starts over at the front, so that what comes next lies in one piece.
     m_head = m_count == 0 ? 0 : (m_head + count) % m_capacity;
     return count;
@@ -67,8 +68,7 @@ unsigned long long CircularByteBuffer::skip(unsigned long long size)
 
 void CircularByteBuffer::clear()
 {
-    m_head = 0;
-    m_count = 0;
+    skip(m_count);
 }
 
 std::span<const unsigned char> CircularByteBuffer::piece(unsigned long long offset) const

@@ -44,10 +44,14 @@ public:
     unsigned long long capacity() const { return m_capacity; }
     unsigned long long freeSpace() const { return m_capacity - m_count; }
     bool isEmpty() const { return m_count == 0; }
+    /// How many bytes have left the ring since it was made: the place of the oldest byte in all that passed
+    /// through.
+    unsigned long long takenCount() const { return m_taken; }
 
 private:
     std::unique_ptr<unsigned char[]> m_bytes;
     unsigned long long m_capacity;
     unsigned long long m_head = 0;
     unsigned long long m_count = 0;
+    unsigned long long m_taken = 0;
 };

@@ -1,6 +1,5 @@
 #include "NvxQtCommon/contract/message/HydControlProcessor.h"
 
-#include "NvxQtCommon/contract/base/Crc32.h"
 #include "NvxQtCommon/contract/message/HydControlPayloads.h"
 #include "NvxQtCommon/contract/message/HydDataCollectCmd.h"
 #include "NvxQtCommon/contract/message/HydTrigger.h"
@@ -15,6 +14,12 @@ unsigned long long frameSizeAt(const CircularByteBuffer& buffer, unsigned long l
     if (buffer.byteCount() - offset < HydControlMessage::kHeaderSize)
         return 0;
     return HydControlMessage::kFrameOverhead + (unsigned{buffer.at(offset + 2)} << 8 | buffer.at(offset + 3));
+}
+
+void dropFront(ControlResponseEvent& event, unsigned long long count)
+{
+    event.checksums().leave(count);
+    event.buffer().skip(count);
 }
 
 uint32_t checksumAt(const CircularByteBuffer& buffer, unsigned long long offset)
@@ -68,7 +73,7 @@ bool HydControlProcessor::checkL(ControlResponseEvent* event)
     if (event == nullptr)
         return false;
     auto& buffer = event->buffer();
-    buffer.skip(buffer.find(kFrameStart, 0));
+    dropFront(*event, buffer.find(kFrameStart, 0));
     const auto size = frameSizeAt(buffer, 0);
     return size != 0 && size <= buffer.byteCount();
 }
@@ -82,22 +87,22 @@ int HydControlProcessor::handleEvent(int, StateEvent& event)
         return kFirstState;
     }
     auto& buffer = response->buffer();
-    RingCrc32 checksums(buffer);
     for (auto start = buffer.find(kFrameStart, 0);; start = buffer.find(kFrameStart, start + 1)) {
         const auto size = frameSizeAt(buffer, start);
         // A frame that the buffer can never hold would wait for ever.
         const bool canBecomeWhole = size <= buffer.capacity();
         if (canBecomeWhole && (size == 0 || size > buffer.byteCount() - start)) {
-            buffer.skip(start);
+            dropFront(*response, start);
             m_outOfData = true;
             return kFirstState;
         }
         const auto covered = size - sizeof(uint32_t);
-        if (!canBecomeWhole || checksums.of(start, covered) != checksumAt(buffer, start + covered))
+        if (!canBecomeWhole ||
+            response->checksums().of(start, covered) != checksumAt(buffer, start + covered))
             continue;
-        buffer.skip(start);
         m_frame.resize(static_cast<size_t>(size));
-        buffer.read(m_frame.data(), size);
+        buffer.peek(m_frame.data(), size, start);
+        dropFront(*response, start + size);
         m_message = readFrame(m_frame);
         m_outOfData = buffer.isEmpty();
         return kEndState;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "NvxQtCommon/contract/base/CircularByteBuffer.h"
+#include "NvxQtCommon/contract/base/Crc32.h"
 #include "NvxQtCommon/contract/base/FiniteStateMachine.h"
 #include "NvxQtCommon/contract/base/StateEvent.h"
 #include "NvxQtCommon/contract/message/HydControlMessage.h"
@@ -8,15 +9,19 @@
 #include <memory>
 #include <vector>
 
-/// Offers a buffer of the command channel to HydControlProcessor. The buffer stays the caller's.
+/// Offers a buffer of the command channel to HydControlProcessor. The buffer stays the caller's. One event
+/// serves a whole parsing run, so that bytes which were looked at in one dispatch cost nothing in the next.
 class NVXQTCOMMON_EXPORT ControlResponseEvent : public StateEvent
 {
 public:
-    explicit ControlResponseEvent(CircularByteBuffer& buffer) : m_buffer(buffer) {}
+    explicit ControlResponseEvent(CircularByteBuffer& buffer) : m_buffer(buffer), m_checksums(buffer) {}
     CircularByteBuffer& buffer() const { return m_buffer; }
+    /// Checksums of the buffer's pieces, kept over the dispatches of a run.
+    RingCrc32& checksums() { return m_checksums; }
 
 private:
     CircularByteBuffer& m_buffer;
+    RingCrc32 m_checksums;
 };
 
 /// Finds control messages in a byte buffer. A dispatch ends with a message (end state), out of data, or both:
