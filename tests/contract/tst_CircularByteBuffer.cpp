@@ -127,8 +127,10 @@ void tst_CircularByteBuffer::clearForgetsEverything()
     writeAll(ring, Bytes{1, 2, 3});
     ring.clear();
     QVERIFY(ring.isEmpty());
+    QCOMPARE(ring.takenCount(), 3ULL);
     QCOMPARE(writeAll(ring, Bytes{5, 6, 7, 8}), 4ULL);
     QCOMPARE(hexText(drained(ring)), "05060708");
+    QCOMPARE(ring.takenCount(), 7ULL);
 }
 
 void tst_CircularByteBuffer::piecesCoverTheContent()

@@ -14,7 +14,9 @@ private Q_SLOTS:
     void goesOnFromTheBytesInFront();
     void everyPieceOfARing_data();
     void everyPieceOfARing();
+    void bytesComeAndGo();
     // --- rainy day flows
+    void bytesThatGoUnannounced();
     void seesEveryChangedBit();
 };
 
@@ -88,6 +90,44 @@ void tst_Crc32::everyPieceOfARing()
             QCOMPARE(checksums.of(offset, size), plainCrc(std::span(bytes).subspan(offset, size)));
         }
     }
+}
+
+void tst_Crc32::bytesComeAndGo()
+{
+    const auto all = noiseBytes(40000, 31);
+    CircularByteBuffer ring(1000);
+    RingCrc32 checksums(ring);
+    size_t written = 0;
+    for (size_t step = 0; written + 700 < all.size(); ++step) {
+        const auto front = written - static_cast<size_t>(ring.byteCount());
+        written += writeAll(ring, std::span(all).subspan(written, all[step] * 2U));
+        const auto held = static_cast<size_t>(ring.byteCount());
+        const auto offset = all[step + 1] * held / 300;
+        // Long and short pieces in turn: what is known reaches beyond the bytes that leave, or doesn't.
+        const auto size = step % 3 == 0 ? std::min<size_t>(held - offset, 9) : held - offset;
+        QCOMPARE(checksums.of(offset, size), plainCrc(std::span(all).subspan(front + offset, size)));
+        const auto leaving = all[step + 2] * held / (step % 2 == 0 ? 260 : 2000);
+        checksums.leave(leaving);
+        QCOMPARE(ring.skip(leaving), static_cast<unsigned long long>(leaving));
+    }
+}
+
+void tst_Crc32::bytesThatGoUnannounced()
+{
+    const auto all = noiseBytes(600, 32);
+    CircularByteBuffer ring(400);
+    RingCrc32 checksums(ring);
+    writeAll(ring, std::span(all).first(400));
+    QCOMPARE(checksums.of(0, 400), plainCrc(std::span(all).first(400)));
+    ring.skip(70);
+    QCOMPARE(checksums.of(5, 300), plainCrc(std::span(all).subspan(75, 300)));
+    ring.skip(10);
+    checksums.leave(20);
+    ring.skip(20);
+    QCOMPARE(checksums.of(0, 100), plainCrc(std::span(all).subspan(100, 100)));
+    ring.clear();
+    writeAll(ring, std::span(all).subspan(400));
+    QCOMPARE(checksums.of(1, 150), plainCrc(std::span(all).subspan(401, 150)));
 }
 
 void tst_Crc32::seesEveryChangedBit()
