@@ -40,8 +40,11 @@ NvxDeviceController::NvxDeviceController(std::shared_ptr<HydDevice> device, HydC
 NvxDeviceController::~NvxDeviceController()
 {
     m_device.reset();
-    if (m_adapter != nullptr)
+    if (m_adapter != nullptr) {
         disConnectBaseConnections();
+        // Nothing of this object is touched by the adapter's end on the other thread.
+        disconnect(this, nullptr, m_adapter, nullptr);
+    }
     m_deviceTimer.stop();
     if (m_adapterThread != nullptr) {
         m_adapterThread->quit();
