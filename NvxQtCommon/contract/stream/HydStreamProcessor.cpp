@@ -13,10 +13,10 @@ uint32_t streamBigEndian32(const uint8_t* bytes)
     return (uint32_t{bytes[0]} << 24) | (uint32_t{bytes[1]} << 16) | (uint32_t{bytes[2]} << 8) | bytes[3];
 }
 
-/// Position of the first "0*", of a "0" at the very end, or behind the bytes where there is neither.
-size_t findFrameMark(std::span<const uint8_t> bytes)
+/// Position of the first "0*" from `from` on, of a "0" at the very end, or behind the bytes where there is
+/// neither.
+size_t findFrameMark(std::span<const uint8_t> bytes, size_t from)
 {
-    size_t from = 0;
     while (from < bytes.size()) {
         const void* zero = std::memchr(bytes.data() + from, '0', bytes.size() - from);
         if (zero == nullptr)
@@ -39,6 +39,15 @@ bool isFrameHeader(std::span<const uint8_t> bytes)
         return false;
     return bytes.size() < HydStreamMessage::kHeaderSize ||
            streamBigEndian32(&bytes[4]) <= HydStreamMessage::kMaxChunkBytes;
+}
+
+/// Bytes ahead of the first place where a frame can begin.
+size_t countJunk(std::span<const uint8_t> bytes)
+{
+    size_t at = findFrameMark(bytes, 0);
+    while (at < bytes.size() && !isFrameHeader(bytes.subspan(at)))
+        at = findFrameMark(bytes, at + 1);
+    return at;
 }
 
 } // namespace
@@ -105,11 +114,8 @@ bool HydStreamProcessor::step(CircularByteBuffer& ring)
 HydStreamProcessor::Finding HydStreamProcessor::examine(std::span<const uint8_t> bytes)
 {
     using Verdict = Finding::Verdict;
-    const size_t mark = findFrameMark(bytes);
-    if (mark > 0)
-        return {Verdict::Junk, mark};
-    if (!isFrameHeader(bytes))
-        return {Verdict::Junk, 1};
+    if (const size_t junk = countJunk(bytes); junk > 0)
+        return {Verdict::Junk, junk};
     if (bytes.size() < HydStreamMessage::kHeaderSize)
         return {Verdict::Partial, HydStreamMessage::kHeaderSize};
 
