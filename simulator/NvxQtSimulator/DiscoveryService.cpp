@@ -39,12 +39,6 @@ std::shared_ptr<HydMarcoCommandPayload> discoveryRequest(const QByteArray& bytes
     return nullptr;
 }
 
-bool isBroadcast(const QHostAddress& address)
-{
-    // The broadcast address of a network ends in ones; that of the loopback network is 127.255.255.255.
-    return (address.toIPv4Address() & 0xFF) == 0xFF;
-}
-
 } // namespace
 
 DiscoveryService::DiscoveryService(RecorderState* state, QObject* parent) : QObject(parent), m_state(state)
@@ -59,7 +53,9 @@ bool DiscoveryService::listen(QString* error)
     const QUdpSocket* failed = nullptr;
     if (!m_own.bind(address, PortMarco, kShared))
         failed = &m_own;
+    // A socket on the broadcast address itself gets in nobody's way; not every system allows one.
     else if (address != QHostAddress(QHostAddress::AnyIPv4) &&
+             !m_broadcasts.bind(QHostAddress(QHostAddress::Broadcast), PortMarco, kShared) &&
              !m_broadcasts.bind(QHostAddress::AnyIPv4, PortMarco, kShared))
         failed = &m_broadcasts;
     if (failed)
@@ -79,8 +75,8 @@ void DiscoveryService::readBroadcasts()
 {
     while (m_broadcasts.hasPendingDatagrams()) {
         const QNetworkDatagram datagram = m_broadcasts.receiveDatagram();
-        // This socket also hears what is sent to addresses of the host that nobody else listens on.
-        if (isBroadcast(datagram.destinationAddress()))
+        // On the address of all addresses it would also hear what is sent to recorders that aren't there.
+        if (datagram.destinationAddress() == QHostAddress(QHostAddress::Broadcast))
             answer(datagram);
     }
 }

@@ -3,6 +3,7 @@
 #include "tests/support/NvxTestCase.h"
 
 #include <QDateTime>
+#include <QNetworkDatagram>
 #include <QSignalSpy>
 #include <QUdpSocket>
 
@@ -328,6 +329,33 @@ private Q_SLOTS:
             QVERIFY(peer.open(address, 50000));
             QCOMPARE(RawStreamFrame::word<quint16>(peer.ask('E').payload, 1), quint16(100 + i));
         }
+    }
+
+    void broadcastIsAnsweredByAll()
+    {
+        RecorderSettings settings = settingsAt("127.91.3.1");
+        settings.identity.serial = 301;
+        SimulatedRecorder first(settings);
+        settings.address = QHostAddress(QStringLiteral("127.91.3.2"));
+        settings.identity.serial = 302;
+        SimulatedRecorder second(settings);
+        QVERIFY(first.start() && second.start());
+        // A socket on a loopback address broadcasts on the loopback interface only.
+        QUdpSocket socket;
+        QVERIFY(socket.bind(QHostAddress(QStringLiteral("127.91.1.15")), 0));
+        QMap<int, QHostAddress> answers;
+        connect(&socket, &QUdpSocket::readyRead, this, [&] {
+            while (socket.hasPendingDatagrams()) {
+                const QNetworkDatagram datagram = socket.receiveDatagram();
+                answers[RawStreamFrame::word<quint16>(datagram.data(), 11)] = datagram.senderAddress();
+            }
+        });
+        QByteArray body(22, 0);
+        body[0] = 5;
+        socket.writeDatagram(discoveryDatagram(1, socket.localPort(), body), QHostAddress::Broadcast, 62726);
+        QTRY_VERIFY(answers.contains(301) && answers.contains(302));
+        QCOMPARE(answers[301], first.settings().address);
+        QCOMPARE(answers[302], second.settings().address);
     }
 
     void networkChangeIsAnswered_data()
