@@ -285,6 +285,18 @@ private Q_SLOTS:
         QTRY_COMPARE(stream.peer.received(), kStart + kStart);
     }
 
+    void startWhileEnabledAndConnectingConnectsAnew()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        stream.socket->abort();
+        stream.adapter.connectStream();
+        QCOMPARE(stream.socket->state(), QAbstractSocket::ConnectingState);
+        stream.adapter.startStream();
+        QTRY_COMPARE(stream.peer.connections(), qsizetype{3});
+        QTRY_COMPARE(stream.peer.received(), kStart);
+    }
+
     void reconnectionWhileStreamingRestarts()
     {
         Stream stream;
