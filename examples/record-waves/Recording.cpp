@@ -8,9 +8,6 @@
 namespace {
 
 constexpr int kEnquiries = 3;
-constexpr int kAnswerMs = 1000;
-constexpr int kSetupMs = 5000;
-constexpr int kSilenceMs = 5000;
 constexpr int kWatchMs = 100;
 constexpr int kProgressMs = 1000;
 constexpr int kAlivePeriodMs = 1000;
@@ -49,7 +46,7 @@ void Recording::enquire()
         return;
     }
     m_marco.netEnquireUDPIPAddr(m_order.address, false, false);
-    m_timeout.start(kAnswerMs);
+    m_timeout.start(m_order.patienceMs / kEnquiries);
 }
 
 // --- Step 2: open its command channel and ask for identity, setup and clock.
@@ -63,7 +60,7 @@ void Recording::openDevice(std::shared_ptr<HydDevice> device)
     connect(&m_timeout, &QTimer::timeout, this, [this] {
         finish(Refused, QStringLiteral("the recorder doesn't answer on its command channel."));
     });
-    m_timeout.start(kSetupMs);
+    m_timeout.start(m_order.patienceMs);
 
     m_controller = NvxDeviceController::createController(std::move(device), ConnTcp);
     NvxDeviceController* controller = m_controller.get();
@@ -181,10 +178,10 @@ void Recording::watchStream()
     if (elapsed / kProgressMs != (elapsed - kWatchMs) / kProgressMs)
         printProgress(stats);
 
-    const std::chrono::milliseconds silence(kSilenceMs);
-    const bool silent = stats.lastBlockAge ? *stats.lastBlockAge > silence : elapsed > kSilenceMs;
+    const std::chrono::milliseconds patience(m_order.patienceMs);
+    const bool silent = stats.lastBlockAge ? *stats.lastBlockAge > patience : elapsed > m_order.patienceMs;
     if (silent)
-        finish(NoData, QStringLiteral("no samples came for %1 s.").arg(kSilenceMs / 1000));
+        finish(NoData, QStringLiteral("no samples came for %1 s.").arg(m_order.patienceMs / 1000));
     else if (stats.nominalRate > 0 &&
              stats.samplesReceived + stats.samplesMissing >= uint64_t(m_order.seconds) * stats.nominalRate)
         finish(Done);

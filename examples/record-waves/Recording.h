@@ -23,7 +23,8 @@ struct RecordingOrder
     QHostAddress address;
     quint16 wavePort = 51001;
     int seconds = 10;
-    int fileSeconds = 60; ///< a file ends at each whole multiple of it
+    int fileSeconds = 60;  ///< a file ends at each whole multiple of it
+    int patienceMs = 5000; ///< to wait for an answer, or for samples
     QString directory;
 };
 

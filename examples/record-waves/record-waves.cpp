@@ -60,6 +60,9 @@ QString readOrder(const QCommandLineParser& parser, RecordingOrder& order)
     order.fileSeconds = parser.value(QStringLiteral("file-seconds")).toInt(&ok);
     if (!ok || order.fileSeconds < 1)
         return QStringLiteral("--file-seconds takes a number from 1 on.");
+    order.patienceMs = parser.value(QStringLiteral("patience")).toInt(&ok) * 1000;
+    if (!ok || order.patienceMs < 1000 || order.patienceMs > 3600000)
+        return QStringLiteral("--patience takes a number from 1 to 3600.");
     order.wavePort = parser.value(QStringLiteral("port")).toUShort(&ok);
     if (!ok || order.wavePort == 0)
         return QStringLiteral("--port takes a number from 1 to 65535.");
@@ -94,6 +97,7 @@ int main(int argc, char* argv[])
     option("address", "IPv4 address of the recorder.", "A", "");
     option("port", "TCP port of its wave stream.", "PORT", "51001");
     option("file-seconds", "A file ends at each whole multiple of this many seconds.", "N", "60");
+    option("patience", "Seconds to wait for an answer, or for samples.", "N", "5");
     parser.process(app);
 
     RecordingOrder order;

@@ -1,0 +1,337 @@
+#include "NvxQtSimulator/SimulatedRecorder.h"
+#include "tests/recording/WavJudge.h"
+#include "tests/support/NvxTestCase.h"
+
+#include <QDir>
+#include <QImage>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <csignal>
+
+// The examples as their users run them.
+
+class tst_record_waves : public NvxTestCase
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<SimulatedRecorder> m_recorder;
+
+    struct Ended
+    {
+        int code = -1;
+        QString output;
+        QString errors;
+    };
+
+    static RecorderSettings recorderAt(const char* address)
+    {
+        RecorderSettings settings;
+        settings.address = QHostAddress(QLatin1String(address));
+        settings.spectrumPort = settings.sensorPort = settings.epochPort = 0;
+        settings.sampleRate = 16000;
+        return settings;
+    }
+    bool startRecorder(const RecorderSettings& settings)
+    {
+        m_recorder = std::make_unique<SimulatedRecorder>(settings);
+        return m_recorder->start();
+    }
+    /// Runs a program to its end; the recorder in this process goes on meanwhile.
+    static Ended run(const char* program, const QStringList& arguments)
+    {
+        QProcess process;
+        process.start(QLatin1String(program), arguments);
+        if (!QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, 20000))
+            return {};
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+    Ended record(const QStringList& arguments)
+    {
+        return run(NVX_RECORD_WAVES, QStringList{QStringLiteral("--out"), out(), QStringLiteral("--patience"),
+                                                 QStringLiteral("2")} +
+                                         arguments);
+    }
+    QString out() const { return m_folder->filePath(QStringLiteral("some/where")); }
+    QStringList files() const
+    {
+        return QDir(out()).entryList({QStringLiteral("*.wav")}, QDir::Files, QDir::Name);
+    }
+    QString pathOf(int file) const { return out() + QLatin1Char('/') + files().at(file); }
+
+private Q_SLOTS:
+    void init()
+    {
+        failOnUnexpectedWarnings();
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_folder->isValid());
+    }
+    void cleanup()
+    {
+        m_recorder.reset();
+        m_folder.reset();
+    }
+
+    // --- happy flows
+    void recordsFromARecorderOfItsOwn()
+    {
+        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1")});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        QVERIFY2(ended.output.contains(QStringLiteral("Simulating a recorder at 127.0.0.")),
+                 qPrintable(ended.output));
+        QVERIFY(!files().isEmpty());
+        qint64 frames = 0;
+        for (int i = 0; i < files().size(); ++i) {
+            QCOMPARE(wholeFileObjection(pathOf(i)), QString());
+            frames += judgeWav(pathOf(i)).frames;
+        }
+        QVERIFY2(frames >= 48000 && frames < 96000, qPrintable(QString::number(frames)));
+    }
+
+    void printsWhatItFound()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.1");
+        settings.identity.serial = 77;
+        settings.identity.model = "Model A";
+        settings.signal.levelDb = -12.0;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("2"),
+                                    QStringLiteral("--address"), QStringLiteral("127.99.0.1")});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        for (const char* text :
+             {"Recorder A 77, Model A", "1.0 of 2021-03-04", "16000 Hz, 24 bit, little-endian",
+              "0 s ahead of this computer", "0 samples lost"})
+            QVERIFY2(ended.output.contains(QString::fromUtf8(text)), qPrintable(ended.output));
+        QVERIFY(ended.output.contains(
+            QRegularExpression(QStringLiteral("    1\\.\\d\\d s +\\d+ bytes +1[56]\\d\\d\\d Hz"))));
+        // Three letters and the serial number in four digits. A file may end at a whole minute.
+        for (const QString& name : files())
+            QVERIFY2(name.startsWith(QStringLiteral("REC0077_2")), qPrintable(name));
+        // 0.251 of 3 V at full scale is -15.0 dBV effective, with -170 dB re 1 V/µPa.
+        QVERIFY2(ended.output.contains(QStringLiteral("-12.0 dBFS = 164.5 dB re 1 µPa")),
+                 qPrintable(ended.output));
+        QVERIFY(ended.output.contains(QStringLiteral("16000 Hz  24 bit  1 channel  ")));
+    }
+
+    void filesEndAtTheirLength()
+    {
+        QVERIFY(startRecorder(recorderAt("127.99.0.2")));
+        const Ended ended =
+            record({QStringLiteral("--seconds"), QStringLiteral("2"), QStringLiteral("--address"),
+                    QStringLiteral("127.99.0.2"), QStringLiteral("--file-seconds"), QStringLiteral("1")});
+        QCOMPARE(ended.code, 0);
+        QVERIFY(files().size() >= 2);
+        QCOMPARE(judgeWav(pathOf(0)).frames, qint64{16000});
+        QCOMPARE(judgeWav(pathOf(1)).frames, qint64{16000});
+    }
+
+    void severalChannelsHaveTheirLevels()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.3");
+        settings.channels = 2;
+        settings.bitDepth = 16;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
+                                    QStringLiteral("--address"), QStringLiteral("127.99.0.3")});
+        QCOMPARE(ended.code, 0);
+        QVERIFY2(ended.output.contains(
+                     QStringLiteral("16 bit  2 channels  -20.0 dBFS = 156.5 dB re 1 µPa, -20.0 dBFS")),
+                 qPrintable(ended.output));
+    }
+
+    void interruptionCompletesTheFiles()
+    {
+        QVERIFY(startRecorder(recorderAt("127.99.0.4")));
+        QProcess process;
+        process.start(QStringLiteral(NVX_RECORD_WAVES),
+                      {QStringLiteral("--out"), out(), QStringLiteral("--seconds"), QStringLiteral("600"),
+                       QStringLiteral("--address"), QStringLiteral("127.99.0.4")});
+        QTRY_VERIFY(m_recorder->counters().samplesSent > 8000);
+        ::kill(pid_t(process.processId()), SIGINT);
+        QTRY_COMPARE(process.state(), QProcess::NotRunning);
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardOutput().contains("Files in "));
+        QVERIFY(judgeWav(pathOf(0)).frames > 0);
+        QCOMPARE(wholeFileObjection(pathOf(0)), QString());
+    }
+
+    void lostSamplesAreCounted()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.5");
+        FaultPlan plan(1);
+        plan.add(FaultRule::fromText(QStringLiteral("loss:after=10,times=1,on=wave")).value());
+        settings.faults = plan;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
+                                    QStringLiteral("--address"), QStringLiteral("127.99.0.5")});
+        QCOMPARE(ended.code, 0);
+        QVERIFY2(ended.output.contains(QStringLiteral("Lost 640 samples from number ")),
+                 qPrintable(ended.output));
+        QVERIFY(ended.output.contains(QStringLiteral("  640 samples lost")));
+    }
+
+    void spectrogramShowsTheTone()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.6");
+        settings.signal.frequency = 4000.0;
+        QVERIFY(startRecorder(settings));
+        QCOMPARE(record({QStringLiteral("--seconds"), QStringLiteral("1"), QStringLiteral("--address"),
+                         QStringLiteral("127.99.0.6")})
+                     .code,
+                 0);
+        const QString picture = m_folder->filePath(QStringLiteral("tone.png"));
+        const Ended drawn = run(NVX_SPECTROGRAM, {pathOf(0), picture});
+        QVERIFY2(drawn.code == 0, qPrintable(drawn.errors));
+        const QImage image(picture);
+        QVERIFY(image.width() > 1000 && image.height() > 480);
+        // The plot is 1000 x 480 at 70, 40. Its brightest row is the one of the tone, half way up to 8 kHz.
+        const auto brightness = [&](int row) {
+            qint64 sum = 0;
+            for (int x = 100; x < 1000; ++x)
+                sum += qGray(image.pixel(x, row));
+            return sum;
+        };
+        int brightest = 41;
+        for (int row = 41; row < 519; ++row)
+            if (brightness(row) > brightness(brightest))
+                brightest = row;
+        QVERIFY2(std::abs(brightest - (40 + 240)) <= 3, qPrintable(QString::number(brightest)));
+        QVERIFY(brightness(100) * 5 < brightness(brightest));
+        // Axis labels: something dark stands left of the plot and under it.
+        const auto isDark = [&](const QRect& area) {
+            for (int y = area.top(); y <= area.bottom(); ++y)
+                for (int x = area.left(); x <= area.right(); ++x)
+                    if (qGray(image.pixel(x, y)) < 100)
+                        return true;
+            return false;
+        };
+        QVERIFY(isDark({0, 200, 20, 150}));
+        QVERIFY(isDark({30, 40, 30, 480}));
+        QVERIFY(isDark({70, 528, 1000, 20}));
+    }
+
+    // --- rainy day flows
+    void nothingFound()
+    {
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.9.9")});
+        QCOMPARE(ended.code, 2);
+        QCOMPARE(ended.errors.trimmed().split(QLatin1Char('\n')).last(),
+                 QStringLiteral("record-waves: no recorder answers at 127.99.9.9."));
+    }
+
+    void refusedCommands()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.7");
+        settings.roles = RoleDiscovery;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.7")});
+        QCOMPARE(ended.code, 3);
+        QVERIFY(
+            ended.errors.contains(QStringLiteral("record-waves: the recorder refuses the command channel")));
+    }
+
+    void refusedStream()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.8");
+        settings.roles = RoleDiscovery | RoleControl;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.8")});
+        QCOMPARE(ended.code, 3);
+        QVERIFY(ended.errors.contains(
+            QStringLiteral("record-waves: the recorder refuses its wave stream on port 51001.")));
+    }
+
+    void noData()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.9");
+        FaultPlan plan(1);
+        plan.add(FaultRule::fromText(QStringLiteral("loss:on=wave")).value());
+        settings.faults = plan;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.9")});
+        QCOMPARE(ended.code, 4);
+        QVERIFY(ended.errors.contains(QStringLiteral("record-waves: no samples came for 2 s.")));
+        QVERIFY(files().isEmpty());
+    }
+
+    void directoryThatCannotBeMade()
+    {
+        QFile file(m_folder->filePath(QStringLiteral("some")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const Ended ended = record({});
+        QCOMPARE(ended.code, 5);
+        QCOMPARE(ended.errors, QStringLiteral("record-waves: the directory %1 can't be made.\n").arg(out()));
+    }
+
+    void fullDisk()
+    {
+        QVERIFY(startRecorder(recorderAt("127.99.0.10")));
+        // No file of the program may pass 40 kB; as on a full disk, its writes fail from there on.
+        const QString command = QStringLiteral("trap '' XFSZ; ulimit -f 40; exec \"$0\" \"$@\"");
+        const Ended ended = run("bash", {QStringLiteral("-c"), command, QStringLiteral(NVX_RECORD_WAVES),
+                                         QStringLiteral("--out"), out(), QStringLiteral("--address"),
+                                         QStringLiteral("127.99.0.10")});
+        QCOMPARE(ended.code, 5);
+        QVERIFY2(ended.errors.contains(QStringLiteral("Please ensure that there is space on the disk")),
+                 qPrintable(ended.errors));
+        QVERIFY(judgeWav(pathOf(0)).frames > 0);
+    }
+
+    void wrongUse_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("seconds") << QStringList{QStringLiteral("--seconds"), QStringLiteral("0")};
+        QTest::newRow("file seconds") << QStringList{QStringLiteral("--file-seconds"), QStringLiteral("x")};
+        QTest::newRow("patience") << QStringList{QStringLiteral("--patience"), QStringLiteral("0")};
+        QTest::newRow("port") << QStringList{QStringLiteral("--port"), QStringLiteral("70000")};
+        QTest::newRow("address") << QStringList{QStringLiteral("--address"), QStringLiteral("here")};
+    }
+    void wrongUse()
+    {
+        QFETCH(QStringList, arguments);
+        const Ended ended = record(arguments);
+        QCOMPARE(ended.code, 1);
+        QVERIFY(ended.errors.startsWith(QStringLiteral("record-waves: ") + arguments.first()));
+    }
+
+    void spectrogramSaysWhatItCannotRead_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("complaint");
+        const QByteArray head("RIFF\0\0\0\0WAVE", 12);
+        const QByteArray format = QByteArray::fromHex("666d742010000000010001008 03e0000007d000002001000");
+        const QByteArray eightBits = QByteArray::fromHex("666d74201000000001000100803e0000803e000001000800");
+        QTest::newRow("empty") << QByteArray() << "this is no wave file.";
+        QTest::newRow("text") << QByteArray("RIFF but nothing else") << "this is no wave file.";
+        QTest::newRow("no chunks") << head << "there are no samples in it.";
+        QTest::newRow("no format") << head + QByteArray("data\4\0\0\0abcd", 12)
+                                   << "the format of the samples is missing.";
+        QTest::newRow("8 bits") << head + eightBits << "samples of this format can't be read.";
+        QTest::newRow("no data") << head + format << "there are no samples in it.";
+        QTest::newRow("no samples") << head + format + QByteArray("data\0\0\0\0", 8)
+                                    << "there are no samples in it.";
+    }
+    void spectrogramSaysWhatItCannotRead()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, complaint);
+        const QString path = m_folder->filePath(QStringLiteral("odd.wav"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        file.close();
+        const Ended ended = run(NVX_SPECTROGRAM, {path, m_folder->filePath(QStringLiteral("odd.png"))});
+        QCOMPARE(ended.code, 1);
+        QVERIFY2(ended.errors.contains(QStringLiteral("spectrogram: %1: %2").arg(path, complaint)),
+                 qPrintable(ended.errors));
+        QVERIFY(!QFile::exists(m_folder->filePath(QStringLiteral("odd.png"))));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_record_waves)
+#include "tst_record_waves.moc"
