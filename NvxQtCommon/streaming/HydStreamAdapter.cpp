@@ -2,6 +2,7 @@
 
 #include "NvxQtCommon/contract/stream/FftParams.h"
 
+#include <QAbstractEventDispatcher>
 #include <QDebug>
 #include <QPointer>
 
@@ -62,8 +63,9 @@ HydStreamAdapter::~HydStreamAdapter()
     m_readBuffer.reset();
     if (m_socket->state() != QAbstractSocket::UnconnectedState)
         m_socket->abort();
-    // Without its parent the socket outlives this destructor, which one of its own signals may have led to.
-    m_socket->setParent(nullptr);
+    // The socket must outlive this destructor, which one of its own signals may have led to. Where no event
+    // loop runs any more, as at the end of a thread, the dispatcher takes it along.
+    m_socket->setParent(QAbstractEventDispatcher::instance(m_socket->thread()));
     m_socket->deleteLater();
     m_socket = nullptr;
 }
