@@ -246,14 +246,15 @@ private Q_SLOTS:
     {
         RecorderSettings settings = settingsAt("127.91.0.9");
         settings.signal.kind = SignalSettings::Ramp;
-        settings.sampleRate = 8000;
+        settings.sampleRate = 64000;
         settings.bitDepth = 16;
         settings.firstSequence = 100;
         QVERIFY(openControl(settings));
         int64_t expected = -1;
         uint32_t intoSecond = 0;
         int samples = 0;
-        while (samples < 4000) {
+        // Beyond the end of the first second, where a reply ends as well.
+        while (samples < 68000) {
             const RawControlFrame reply = m_peer.ask('C', QByteArray(1, 0x20));
             QCOMPARE(reply.letter, 'C');
             QCOMPARE(reply.payload.at(0) & 0x20, 0x20);
@@ -261,7 +262,7 @@ private Q_SLOTS:
             const QByteArray data = collectChunk(reply.payload, 32);
             QCOMPARE(time.size(), 8);
             QCOMPARE(RawStreamFrame::word<quint32>(time, 4), intoSecond);
-            QCOMPARE(RawStreamFrame::word<quint32>(data, 0), 8000U);
+            QCOMPARE(RawStreamFrame::word<quint32>(data, 0), 64000U);
             QCOMPARE(uchar(data.at(6)), uchar{0x82});
             const auto count = RawStreamFrame::word<quint16>(data, 8);
             QCOMPARE(data.size(), 10 + 2 * count);
@@ -271,10 +272,11 @@ private Q_SLOTS:
                     expected = value;
                 QCOMPARE(value, qint16(expected++));
             }
-            intoSecond = (intoSecond + count) % 8000;
+            QVERIFY(intoSecond + count <= 64000);
+            intoSecond = (intoSecond + count) % 64000;
             samples += count;
         }
-        QVERIFY(expected >= 4100);
+        QVERIFY(expected >= 68100);
     }
 
     void spectraAreCollected()
