@@ -39,6 +39,9 @@ private Q_SLOTS:
     void endlessJunk_data();
     void endlessJunk();
     void badLengthsBetweenGoodFrames();
+    void everyByteIsAccountedFor_data();
+    void everyByteIsAccountedFor();
+    void lengthCheckCountsWhatItDrops();
 };
 
 namespace {
@@ -414,6 +417,55 @@ void tst_HydControlProcessor::badLengthsBetweenGoodFrames()
         QCOMPARE(parser.found,
                  (QByteArrayList{hexText(timeFrame(1)), hexText(timeFrame(2)), hexText(timeFrame(3))}));
     }
+}
+
+void tst_HydControlProcessor::everyByteIsAccountedFor_data()
+{
+    QTest::addColumn<Bytes>("bytes");
+    QTest::addColumn<int>("skipped");
+    QTest::addColumn<int>("waiting");
+    const auto row = [](const char* name, const Bytes& bytes, int skipped, int waiting) {
+        QTest::newRow(name) << bytes << skipped << waiting;
+    };
+    auto broken = timeFrame(5);
+    broken.back() ^= 1;
+    const auto cut = bytesOfHex("2a450010ff");
+    row("nothing", {}, 0, 0);
+    row("messages alone", joined({timeFrame(1), letterFrame('V')}), 0, 0);
+    row("message without payload", controlFrame('q', bytesOfHex("0102")), 0, 0);
+    row("junk alone", Bytes(300, 7), 300, 0);
+    row("junk between messages", joined({Bytes(3, 7), timeFrame(1), Bytes(4, 8), timeFrame(2)}), 7, 0);
+    row("bad checksum", joined({broken, timeFrame(1)}), 12, 0);
+    row("cut frame waits", joined({Bytes(2, 7), timeFrame(1), Bytes(9, 7), cut}), 11, 5);
+    row("cut frame in front of messages", joined({cut, timeFrame(1), timeFrame(2)}), 5, 0);
+    row("stream with everything", mixedStream(), 6, 0);
+}
+
+void tst_HydControlProcessor::everyByteIsAccountedFor()
+{
+    QFETCH(Bytes, bytes);
+    QFETCH(int, skipped);
+    QFETCH(int, waiting);
+    for (const size_t size : {size_t{1}, size_t{5}, size_t{100000}}) {
+        ControlParser parser;
+        parser.feedInPieces(bytes, size);
+        QCOMPARE(parser.processor.skippedBytes(), static_cast<uint64_t>(skipped));
+        QCOMPARE(parser.ring.byteCount(), static_cast<unsigned long long>(waiting));
+        // The count goes on over runs.
+        parser.feedInPieces(bytes, size);
+        QVERIFY(parser.processor.skippedBytes() >= 2 * static_cast<uint64_t>(skipped));
+    }
+}
+
+void tst_HydControlProcessor::lengthCheckCountsWhatItDrops()
+{
+    ControlParser parser;
+    writeAll(parser.ring, joined({Bytes(21, 7), timeFrame(1)}));
+    ControlResponseEvent event(parser.ring);
+    QVERIFY(parser.processor.checkL(&event));
+    QCOMPARE(parser.processor.skippedBytes(), uint64_t{21});
+    parser.processor.dispatch(&event);
+    QCOMPARE(parser.processor.skippedBytes(), uint64_t{21});
 }
 
 QTEST_APPLESS_MAIN(tst_HydControlProcessor)

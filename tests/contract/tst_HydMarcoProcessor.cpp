@@ -30,6 +30,8 @@ private Q_SLOTS:
     void bodyLengths();
     void endlessJunk_data();
     void endlessJunk();
+    void everyByteIsAccountedFor_data();
+    void everyByteIsAccountedFor();
     void foreignEventsAreOutOfData();
     void messageWithoutPayloadHasNoBytes();
     void datagramThatDoesNotFitIsNotWritten_data();
@@ -320,6 +322,44 @@ void tst_HydMarcoProcessor::endlessJunk()
     QVERIFY(parser.found.isEmpty());
     parser.feed(datagramOf(reset()));
     QCOMPARE(parser.found, QByteArrayList{hexText(datagramOf(reset()))});
+}
+
+void tst_HydMarcoProcessor::everyByteIsAccountedFor_data()
+{
+    QTest::addColumn<Bytes>("bytes");
+    QTest::addColumn<int>("skipped");
+    QTest::addColumn<int>("waiting");
+    const auto row = [](const char* name, const Bytes& bytes, int skipped, int waiting) {
+        QTest::newRow(name) << bytes << skipped << waiting;
+    };
+    auto broken = datagramOf(reset());
+    broken.back() ^= 1;
+    const auto cut = bytesOfHex("4e56584d0102");
+    row("nothing", {}, 0, 0);
+    row("messages alone", datagramOf(reset()) + datagramOf(change(1)), 0, 0);
+    row("junk alone", Bytes(300, 7), 300, 0);
+    row("junk between messages", Bytes(3, 7) + datagramOf(reset()) + Bytes(4, 'N') + datagramOf(reset()), 7,
+        0);
+    row("bad checksum", broken + datagramOf(reset()), 20, 0);
+    row("cut datagram waits", Bytes(2, 7) + datagramOf(reset()) + Bytes(9, 7) + cut, 11, 6);
+    row("cut datagram in front of a message", cut + datagramOf(reset()), 6, 0);
+    row("stream with everything", mixedDatagrams(), 7, 0);
+}
+
+void tst_HydMarcoProcessor::everyByteIsAccountedFor()
+{
+    QFETCH(Bytes, bytes);
+    QFETCH(int, skipped);
+    QFETCH(int, waiting);
+    for (const size_t size : {size_t{1}, size_t{5}, size_t{4000}}) {
+        MarcoParser parser;
+        parser.feedInPieces(bytes, size);
+        QCOMPARE(parser.processor.skippedBytes(), static_cast<uint64_t>(skipped));
+        QCOMPARE(parser.ring.byteCount(), static_cast<unsigned long long>(waiting));
+        // The count goes on over runs.
+        parser.feedInPieces(bytes, size);
+        QVERIFY(parser.processor.skippedBytes() >= 2 * static_cast<uint64_t>(skipped));
+    }
 }
 
 void tst_HydMarcoProcessor::foreignEventsAreOutOfData()

@@ -73,7 +73,7 @@ bool HydControlProcessor::checkL(ControlResponseEvent* event)
     if (event == nullptr)
         return false;
     auto& buffer = event->buffer();
-    dropFront(*event, buffer.find(kFrameStart, 0));
+    skipJunk(*event, buffer.find(kFrameStart, 0));
     const auto size = frameSizeAt(buffer, 0);
     return size != 0 && size <= buffer.byteCount();
 }
@@ -92,7 +92,7 @@ int HydControlProcessor::handleEvent(int, StateEvent& event)
         // A frame that the buffer can never hold would wait for ever.
         const bool canBecomeWhole = size <= buffer.capacity();
         if (canBecomeWhole && (size == 0 || size > buffer.byteCount() - start)) {
-            dropFront(*response, start);
+            skipJunk(*response, start);
             m_outOfData = true;
             return kFirstState;
         }
@@ -102,9 +102,16 @@ int HydControlProcessor::handleEvent(int, StateEvent& event)
             continue;
         m_frame.resize(static_cast<size_t>(size));
         buffer.peek(m_frame.data(), size, start);
-        dropFront(*response, start + size);
+        skipJunk(*response, start);
+        dropFront(*response, size);
         m_message = readFrame(m_frame);
         m_outOfData = buffer.isEmpty();
         return kEndState;
     }
+}
+
+void HydControlProcessor::skipJunk(ControlResponseEvent& event, unsigned long long count)
+{
+    m_skippedBytes += count;
+    dropFront(event, count);
 }

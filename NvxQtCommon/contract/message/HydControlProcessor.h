@@ -40,6 +40,9 @@ public:
     bool outOfData() const { return m_outOfData; }
     /// The caller clears the flag before a parsing run.
     void setOutOfData(bool outOfData) { m_outOfData = outOfData; }
+    /// Bytes dropped over the object's life because they belonged to no message. A frame that gives a message
+    /// without a payload counts as a message.
+    uint64_t skippedBytes() const { return m_skippedBytes; }
     /// Length check ahead of a dispatch in a data collect run: drops what stands in front of the first "*"
     /// and says whether the frame that starts there is whole.
     bool checkL(ControlResponseEvent* event);
@@ -48,7 +51,10 @@ protected:
     int handleEvent(int state, StateEvent& event) override;
 
 private:
+    void skipJunk(ControlResponseEvent& event, unsigned long long count);
+
     std::shared_ptr<HydControlMessage> m_message;
+    uint64_t m_skippedBytes = 0;
     bool m_outOfData = false;
     std::vector<uint8_t> m_frame;
 };

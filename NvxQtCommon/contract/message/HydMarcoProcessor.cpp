@@ -98,6 +98,7 @@ int HydMarcoProcessor::handleEvent(int, StateEvent& event)
     constexpr auto kMagicStart = HydMarcoCommand::kMagic[0];
     auto& buffer = marco->buffer();
     auto keepFrom = buffer.byteCount();
+    Offset messageStart = 0;
     Offset messageEnd = buffer.byteCount() + 1;
     std::array<uint8_t, kLargestDatagram> bytes{};
     for (auto offset = buffer.find(kMagicStart, 0); offset < std::min(buffer.byteCount(), messageEnd);
@@ -111,9 +112,11 @@ int HydMarcoProcessor::handleEvent(int, StateEvent& event)
             continue;
         if (auto message = readDatagram(held.first(size))) {
             m_message = std::move(message);
+            messageStart = offset;
             messageEnd = offset + size;
         }
     }
+    m_skippedBytes += m_message ? messageStart : keepFrom;
     buffer.skip(m_message ? messageEnd : keepFrom);
     m_outOfData = !m_message || buffer.isEmpty();
     return m_message ? kEndState : kFirstState;

@@ -33,11 +33,14 @@ public:
     /// True when the buffer holds nothing more to parse for now.
     bool outOfData() const { return m_outOfData; }
     void setOutOfData(bool outOfData) { m_outOfData = outOfData; }
+    /// Bytes dropped over the object's life because they belonged to no message.
+    uint64_t skippedBytes() const { return m_skippedBytes; }
 
 protected:
     int handleEvent(int state, StateEvent& event) override;
 
 private:
     std::shared_ptr<HydMarcoCommand> m_message;
+    uint64_t m_skippedBytes = 0;
     bool m_outOfData = false;
 };
