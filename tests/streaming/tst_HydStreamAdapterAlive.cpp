@@ -302,6 +302,29 @@ private Q_SLOTS:
 
     // --- rainy day flows
 
+    void startRightBehindAStopLosesTheTimer()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        QTRY_VERIFY(stream.timer->isActive());
+        stream.adapter.stopStream();
+        stream.adapter.startStream();
+        QVERIFY(stream.timer->isActive());
+        QTRY_VERIFY(!stream.timer->isActive());
+        QVERIFY(stream.adapter.isStreaming());
+    }
+
+    void stopRightBehindAFirstStartLeavesTheTimer()
+    {
+        Stream stream;
+        CONNECT_STREAM(stream);
+        stream.adapter.startStream();
+        stream.adapter.stopStream();
+        QVERIFY(!stream.timer->isActive());
+        QTRY_VERIFY(stream.timer->isActive());
+        QVERIFY(!stream.adapter.isStreaming());
+    }
+
     void staleStreamIsStartedAgainUntilDataCome()
     {
         Stream stream;
