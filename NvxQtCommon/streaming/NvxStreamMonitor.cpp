@@ -44,52 +44,71 @@ void NvxStreamMonitor::setClock(Clock clock)
 
 void NvxStreamMonitor::attach(HydStreamAdapter* adapter)
 {
-    if (adapter == nullptr || std::find(m_sources.begin(), m_sources.end(), adapter) != m_sources.end())
+    if (adapter == nullptr || m_links.contains(adapter))
         return;
-    m_sources.push_back(adapter);
-    connect(adapter, &HydStreamAdapter::eventHeader, this,
+    // The connections hang on an object of their own, so that detaching leaves those alone that others made.
+    auto* link = (m_links[adapter] = std::make_unique<QObject>()).get();
+    connect(adapter, &HydStreamAdapter::eventHeader, link,
             [this, adapter](const std::shared_ptr<HydStreamEventHeaderPayload>& header,
                             const HydDeviceId& devId) {
                 if (header != nullptr)
                     takeHeader(*header, devId, adapter);
             });
-    connect(adapter, &HydStreamAdapter::streamDataReady, this,
+    connect(adapter, &HydStreamAdapter::streamDataReady, link,
             [this, adapter](const std::shared_ptr<HydStreamDataPayload>& data, const HydDeviceId& devId) {
                 if (data != nullptr)
                     takeData(*data, devId, adapter);
             });
-    connect(adapter, &HydStreamAdapter::streamDataLost, this, &NvxStreamMonitor::handleStreamDataLost);
-    connect(adapter, &HydStreamAdapter::streamConnected, this,
+    connect(adapter, &HydStreamAdapter::streamDataLost, link,
+            [this, adapter](const HydDeviceId& devId) { ++channel(devId, adapter).counts.lossReports; });
+    connect(adapter, &HydStreamAdapter::streamConnected, link,
             [this, adapter] { takeConnected(adapter->deviceId(), adapter); });
-    connect(adapter, &QObject::destroyed, this, [this](QObject* source) {
-        // Another object may get the same address later.
-        std::erase(m_sources, source);
-        for (auto& [devId, channel] : m_channels)
-            if (channel.source == source)
-                channel.source = nullptr;
-    });
+    // Another object may get the same address later.
+    connect(adapter, &QObject::destroyed, link, [this](QObject* source) { forget(source); });
 }
 
 void NvxStreamMonitor::detach(HydStreamAdapter* adapter)
 {
-    if (adapter == nullptr || std::erase(m_sources, adapter) == 0)
+    forget(adapter);
+}
+
+void NvxStreamMonitor::forget(const QObject* source)
+{
+    const auto found = m_links.find(source);
+    if (found == m_links.end())
         return;
-    disconnect(adapter, nullptr, this, nullptr);
+    // One of the link's own connections may be what leads here.
+    QObject* link = found->second.release();
+    disconnect(source, nullptr, link, nullptr);
+    link->deleteLater();
+    m_links.erase(found);
+    orphan(source);
+}
+
+/// What a source counted stays, and the next new source of the device goes on from there.
+void NvxStreamMonitor::orphan(const QObject* source)
+{
+    for (auto& [devId, channels] : m_devices)
+        for (Channel& channel : channels)
+            if (channel.source == source)
+                channel.source = nullptr;
 }
 
 std::vector<HydDeviceId> NvxStreamMonitor::devices() const
 {
     std::vector<HydDeviceId> ids;
-    ids.reserve(m_channels.size());
-    for (const auto& [devId, channel] : m_channels)
+    ids.reserve(m_devices.size());
+    for (const auto& [devId, channels] : m_devices)
         ids.push_back(devId);
     return ids;
 }
 
 NvxStreamStats NvxStreamMonitor::stats(const HydDeviceId& devId) const
 {
-    const auto found = m_channels.find(devId);
-    return found == m_channels.end() ? NvxStreamStats{} : statsOf(found->second);
+    NvxStreamStats sum;
+    if (const auto found = m_devices.find(devId); found != m_devices.end())
+        addStats(sum, found->second);
+    return sum;
 }
 
 NvxStreamStats NvxStreamMonitor::statsOf(const Channel& channel) const
@@ -107,7 +126,14 @@ NvxStreamStats NvxStreamMonitor::statsOf(const Channel& channel) const
 NvxStreamStats NvxStreamMonitor::total() const
 {
     NvxStreamStats sum;
-    for (const auto& [devId, channel] : m_channels) {
+    for (const auto& [devId, channels] : m_devices)
+        addStats(sum, channels);
+    return sum;
+}
+
+void NvxStreamMonitor::addStats(NvxStreamStats& sum, const std::vector<Channel>& channels) const
+{
+    for (const Channel& channel : channels) {
         const NvxStreamStats one = statsOf(channel);
         sum.headers += one.headers;
         sum.blocks += one.blocks;
@@ -125,12 +151,11 @@ NvxStreamStats NvxStreamMonitor::total() const
             sum.lastBlockAge =
                 sum.lastBlockAge ? std::min(*sum.lastBlockAge, *one.lastBlockAge) : *one.lastBlockAge;
     }
-    return sum;
 }
 
 void NvxStreamMonitor::reset()
 {
-    m_channels.clear();
+    m_devices.clear();
 }
 
 void NvxStreamMonitor::handleEventHeader(const std::shared_ptr<HydStreamEventHeaderPayload>& header,
@@ -149,7 +174,7 @@ void NvxStreamMonitor::handleStreamData(const std::shared_ptr<HydStreamDataPaylo
 
 void NvxStreamMonitor::handleStreamDataLost(const HydDeviceId& devId)
 {
-    ++m_channels[devId].counts.lossReports;
+    ++channel(devId, nullptr).counts.lossReports;
 }
 
 void NvxStreamMonitor::handleStreamConnected(const HydDeviceId& devId)
@@ -159,37 +184,42 @@ void NvxStreamMonitor::handleStreamConnected(const HydDeviceId& devId)
 
 NvxStreamMonitor::Channel& NvxStreamMonitor::channel(const HydDeviceId& devId, const QObject* source)
 {
-    Channel& channel = m_channels[devId];
-    if (source != nullptr && channel.source != source) {
-        channel.source = source;
-        channel.wasConnected = true;
-    }
-    return channel;
+    std::vector<Channel>& channels = m_devices[devId];
+    // Its own channel, else one that no source holds any more. A call without source takes what there is.
+    auto found = std::ranges::find(channels, source, &Channel::source);
+    if (found == channels.end())
+        found = source != nullptr ? std::ranges::find(channels, nullptr, &Channel::source) : channels.begin();
+    if (found == channels.end())
+        found = channels.insert(found, Channel{});
+    if (source != nullptr)
+        found->source = source;
+    return *found;
 }
 
 void NvxStreamMonitor::takeConnected(const HydDeviceId& devId, const QObject* source)
 {
-    Channel& own = m_channels[devId];
     const auto connected = [](Channel& channel) {
         if (channel.wasConnected)
             ++channel.counts.reconnects;
         channel.wasConnected = true;
         channel.measuredBlocks = 0;
     };
+    Channel& own = channel(devId, source);
     connected(own);
     if (source == nullptr)
         return;
-    own.source = source;
     // One connection may carry the streams of several devices.
-    for (auto& [otherId, other] : m_channels)
-        if (&other != &own && other.source == source)
-            connected(other);
+    for (auto& [otherId, channels] : m_devices)
+        for (Channel& other : channels)
+            if (&other != &own && other.source == source)
+                connected(other);
 }
 
 void NvxStreamMonitor::takeHeader(const HydStreamEventHeaderPayload& header, const HydDeviceId& devId,
                                   const QObject* source)
 {
     Channel& channel = this->channel(devId, source);
+    channel.wasConnected = channel.wasConnected || source != nullptr;
     ++channel.counts.headers;
     if (const auto setup = header.streamSetupChunk()->wavSetup();
         setup != nullptr && setup->sampleRate() != channel.counts.nominalRate) {
@@ -208,12 +238,13 @@ void NvxStreamMonitor::takeData(const HydStreamDataPayload& data, const HydDevic
     if (chunk == nullptr)
         return;
     Channel& channel = this->channel(devId, source);
+    channel.wasConnected = channel.wasConnected || source != nullptr;
     ++channel.counts.blocks;
     channel.counts.bytes += chunk->byteSize();
     channel.lastBlock = m_clock();
     if (!holdsSamples(data, channel.holdsSpectra))
         return;
-    const Finding finding = accountSamples(channel, data.eventKey().get(), *chunk);
+    const Finding finding = accountSamples(channel, data);
     // The first block of a measurement only marks its beginning: its samples were taken before it.
     if (channel.measuredBlocks++ == 0) {
         channel.firstBlock = channel.lastBlock;
@@ -250,9 +281,10 @@ NvxStreamMonitor::Finding NvxStreamMonitor::jumpTo(Channel& channel, int64_t sam
     return {};
 }
 
-NvxStreamMonitor::Finding NvxStreamMonitor::accountSamples(Channel& channel, const HydEventKeyChunk* key,
-                                                           const HydStreamDataChunk& chunk)
+NvxStreamMonitor::Finding NvxStreamMonitor::accountSamples(Channel& channel, const HydStreamDataPayload& data)
 {
+    const HydEventKeyChunk* key = data.eventKey().get();
+    const HydStreamDataChunk& chunk = *data.data();
     const uint64_t count = chunk.numSamples();
     if (key == nullptr) {
         // A block that doesn't say where it belongs is taken to follow on the one before.
@@ -265,8 +297,12 @@ NvxStreamMonitor::Finding NvxStreamMonitor::accountSamples(Channel& channel, con
     if (count == 0)
         return {};
 
-    const Event event{key->eventId(), key->sequence()};
-    const int64_t position = samplePlus(event.sequence, chunk.sampleNum());
+    // The key of a block out of scan messages or files bears the block's own first sample, that of a live
+    // block the first sample of its event.
+    const bool isOwnSequence = data.streamType == StreamWaveScan;
+    const int64_t position = isOwnSequence ? key->sequence() : samplePlus(key->sequence(), chunk.sampleNum());
+    const Event event{key->eventId(),
+                      isOwnSequence ? samplePlus(position, -uint64_t{chunk.sampleNum()}) : key->sequence()};
     const int64_t behind = samplesBetween(position, channel.nextSample.value_or(position));
     const bool isCurrent = event == channel.event;
     // Blocks of this event or of earlier ones may come twice. Only a new event takes the numbering back.

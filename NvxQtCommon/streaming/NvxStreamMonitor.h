@@ -100,6 +100,7 @@ private:
         int64_t sequence = 0;
         friend bool operator==(const Event&, const Event&) = default;
     };
+    /// One stream of a device: what one source says of it.
     struct Channel
     {
         NvxStreamStats counts;
@@ -125,18 +126,20 @@ private:
     };
 
     Channel& channel(const HydDeviceId& devId, const QObject* source);
+    void forget(const QObject* source);
+    void orphan(const QObject* source);
     void takeHeader(const HydStreamEventHeaderPayload& header, const HydDeviceId& devId,
                     const QObject* source);
     void takeData(const HydStreamDataPayload& data, const HydDeviceId& devId, const QObject* source);
     void takeConnected(const HydDeviceId& devId, const QObject* source);
     static Finding beginEvent(Channel& channel, const Event& event);
     static Finding jumpTo(Channel& channel, int64_t sample);
-    static Finding accountSamples(Channel& channel, const HydEventKeyChunk* key,
-                                  const HydStreamDataChunk& chunk);
+    static Finding accountSamples(Channel& channel, const HydStreamDataPayload& data);
     void report(const Finding& finding, const HydDeviceId& devId);
     NvxStreamStats statsOf(const Channel& channel) const;
+    void addStats(NvxStreamStats& sum, const std::vector<Channel>& channels) const;
 
-    std::map<HydDeviceId, Channel> m_channels;
-    std::vector<const QObject*> m_sources;
+    std::map<HydDeviceId, std::vector<Channel>> m_devices;
+    std::map<const QObject*, std::unique_ptr<QObject>> m_links;
     Clock m_clock;
 };

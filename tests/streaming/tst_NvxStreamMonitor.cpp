@@ -181,6 +181,60 @@ private Q_SLOTS:
         QVERIFY(watch.gaps.isEmpty() && watch.duplicates.isEmpty() && watch.jumps.isEmpty());
     }
 
+    void scanBlocksBearTheirOwnSequence()
+    {
+        Watch watch;
+        watch.header(1, 5000);
+        for (uint32_t start = 0; start < 300; start += 100) {
+            auto payload = std::make_shared<HydStreamDataPayload>(key(1, 5000 + start), samples(start, 100));
+            payload->streamType = StreamWaveScan;
+            watch.monitor.handleStreamData(payload, kDevice);
+        }
+        QVERIFY(watch.gaps.isEmpty() && watch.duplicates.isEmpty() && watch.jumps.isEmpty());
+        QCOMPARE(watch.stats().samplesReceived, quint64{300});
+        auto late = std::make_shared<HydStreamDataPayload>(key(1, 5350), samples(350, 100));
+        late->streamType = StreamWaveScan;
+        watch.monitor.handleStreamData(late, kDevice);
+        QCOMPARE(watch.gaps.size(), 1);
+        QCOMPARE(watch.stats().samplesMissing, quint64{50});
+    }
+
+    void wavesAndSpectraOfOneDeviceAreKeptApart()
+    {
+        HydStreamAdapter waves(StreamWave, 1, kDevice, 1000, false);
+        HydStreamAdapter spectra(StreamSpectrum, 2, kDevice, 1000, false);
+        NvxStreamMonitor monitor;
+        monitor.attach(&waves);
+        monitor.attach(&spectra);
+        Q_EMIT waves.streamConnected();
+        Q_EMIT spectra.streamConnected();
+        waves.handleStreamMessagePayload(header(1, 0));
+        auto first = std::make_shared<HydStreamDataPayload>(key(1, 0), samples(0, 50));
+        waves.handleStreamMessagePayload(first);
+        spectra.handleStreamMessagePayload(headerWith(key(1, 0), spectrumSetup(100)));
+        auto second = std::make_shared<HydStreamDataPayload>(key(1, 0), samples(60, 40));
+        waves.handleStreamMessagePayload(second);
+        const NvxStreamStats stats = monitor.stats(kDevice);
+        QCOMPARE(stats.samplesReceived, quint64{90});
+        QCOMPARE(stats.samplesMissing, quint64{10});
+        QCOMPARE(stats.reconnects, quint64{0});
+        QCOMPARE(stats.headers, quint64{2});
+    }
+
+    void detachingLeavesForeignConnections()
+    {
+        HydStreamAdapter adapter(StreamWave, 1, kDevice, 1000, false);
+        NvxStreamMonitor monitor;
+        connect(&adapter, &HydStreamAdapter::streamDataLost, &monitor,
+                &NvxStreamMonitor::handleStreamDataLost);
+        monitor.attach(&adapter);
+        monitor.detach(&adapter);
+        adapter.handleStreamMessagePayload(header(1, 0));
+        QCOMPARE(monitor.total().headers, quint64{0});
+        Q_EMIT adapter.streamDataLost(kDevice);
+        QCOMPARE(monitor.total().lossReports, quint64{1});
+    }
+
     void listensToAnAdapter()
     {
         StreamFixture stream(kAddress);
