@@ -161,9 +161,11 @@ void HydStreamAdapter::connectStream()
     if (m_socket->state() != QAbstractSocket::UnconnectedState)
         m_socket->abort();
     // The rest of a message that a lost connection cut off would swallow the first bytes of the new one.
+    // The ring holds bytes only where this is called out of a slot on data of the old connection.
     const uint64_t skippedBefore = m_processor.skippedBytes();
     m_processor.reset();
-    logSkipped(skippedBefore);
+    logSkipped(m_processor.skippedBytes() - skippedBefore + m_rxBuffer.byteCount());
+    m_rxBuffer.clear();
     m_socket->connectToHost(m_hostAddress, m_port, QIODevice::ReadWrite);
 }
 

@@ -193,7 +193,8 @@ private:
     int32_t rateOf(const HydJobSettings& settings) const;
     void resetSequences();
     /// Says in the log what the processor skipped since it had skipped `before` bytes.
-    void logSkipped(uint64_t before) const;
+    void readRest();
+    void logSkipped(uint64_t skipped) const;
     void handleHeader(std::shared_ptr<HydStreamEventHeaderPayload> header);
     bool checkSequence(const HydEventKeyChunk& key);
     void handleData(std::shared_ptr<HydStreamDataPayload> data);

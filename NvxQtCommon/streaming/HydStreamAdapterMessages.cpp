@@ -44,7 +44,8 @@ void HydStreamAdapter::readStream()
     m_dataAlive = true;
 
     const uint64_t skippedBefore = m_processor.skippedBytes();
-    m_rxBuffer.write(m_readBuffer.get(), static_cast<unsigned long long>(count));
+    const auto size = static_cast<unsigned long long>(count);
+    const auto written = m_rxBuffer.write(m_readBuffer.get(), size);
     m_processor.notifyDataAvailable();
     StreamInputEvent event(m_rxBuffer);
     QPointer<HydStreamAdapter> self(this);
@@ -59,12 +60,22 @@ void HydStreamAdapter::readStream()
         }
     } while (!m_processor.outOfData());
 
-    logSkipped(skippedBefore);
+    logSkipped(m_processor.skippedBytes() - skippedBefore + (size - written));
+    // The socket says nothing more of bytes that came while a slot ran an event loop of its own.
+    if (m_socket != nullptr && m_socket->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &HydStreamAdapter::readRest, Qt::QueuedConnection);
 }
 
-void HydStreamAdapter::logSkipped(uint64_t before) const
+void HydStreamAdapter::readRest()
 {
-    if (const uint64_t skipped = m_processor.skippedBytes() - before; skipped != 0)
+    // A read of nothing would count as one that begins no message.
+    if (m_socket != nullptr && m_socket->bytesAvailable() > 0)
+        readStream();
+}
+
+void HydStreamAdapter::logSkipped(uint64_t skipped) const
+{
+    if (skipped != 0)
         qDebug() << "Skipped" << skipped << "bytes that belong to no stream message," << strStreamType()
                  << m_deviceId.serialNo();
 }

@@ -203,7 +203,45 @@ private Q_SLOTS:
         QCOMPARE(stream.adapter.skippedBytes(), half);
     }
 
+    void bytesThatComeWhileASlotRunsAnEventLoopAreRead()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        QObject context;
+        int inner = 0;
+        QObject::connect(&stream.adapter, &HydStreamAdapter::streamStatusData, &context, [&] {
+            if (inner++ != 0)
+                return;
+            // As a message box does it: the socket takes bytes in and says nothing of them.
+            stream.peer.send(frame(status(2)));
+            QTRY_VERIFY(stream.socket->bytesAvailable() > 0);
+        });
+        stream.peer.send(frame(status(1)));
+        QTRY_COMPARE(inner, 2);
+    }
+
     // --- rainy day flows
+
+    void aNewConnectionOutOfASlotForgetsWhatWasReadBefore()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        const QByteArray two = frame(status(1)) + frame(status(2));
+        QObject context;
+        QObject::connect(
+            &stream.adapter, &HydStreamAdapter::streamStatusData, &context,
+            [&] {
+                stream.adapter.disconnectStream();
+                stream.adapter.connectStream();
+            },
+            static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::SingleShotConnection));
+        const auto lost = static_cast<qulonglong>(frame(status(2)).size());
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("Skipped %1 bytes").arg(lost)));
+        stream.peer.send(two);
+        QTRY_COMPARE(stream.peer.connections(), qsizetype{2});
+        stream.peer.send(frame(status(3)));
+        QTRY_COMPARE(stream.statuses.size(), 2);
+    }
 
     void shortRestOfAFrameIsLostAndTheNextFrameFound()
     {

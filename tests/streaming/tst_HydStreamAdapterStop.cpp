@@ -314,31 +314,6 @@ private Q_SLOTS:
         QVERIFY(spyStaysEmpty(stopped, 30));
     }
 
-    void stopRightAfterStartLeavesNoAliveTimer()
-    {
-        Stream stream(StreamWave, 20);
-        CONNECT_STREAM(stream);
-        QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
-        stream.adapter.startStream();
-        stream.adapter.stopStream();
-        QCOMPARE(started.size(), 1);
-        started.clear();
-        QVERIFY(spyStaysEmpty(started, 100));
-        QVERIFY(!stream.timer->isActive());
-    }
-
-    void startRightAfterStopKeepsAliveTimer()
-    {
-        Stream stream(StreamWave);
-        START_STREAM(stream);
-        QTRY_VERIFY(stream.timer->isActive());
-        stream.adapter.stopStream();
-        stream.adapter.startStream();
-        QSignalSpy deadline(stream.timer, &QTimer::timeout);
-        QVERIFY(spyStaysEmpty(deadline, 30));
-        QVERIFY(stream.timer->isActive());
-    }
-
     void stopInAnswerToALostLinkSendsNothing()
     {
         Stream stream;
