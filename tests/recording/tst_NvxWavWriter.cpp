@@ -234,10 +234,8 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 100));
         QVERIFY(m_feeder->block(kTime, 0, 999));
-        // Every sample is in the file, though its header doesn't know it yet.
         RiffView view = viewRiff(m_feeder->newFiles.first());
         QCOMPARE(view.chunk("data")->size, 200U);
-        QCOMPARE(view.fileSize - view.headerSize(), 2198);
         QVERIFY(m_feeder->block(kTime, 0, 1));
         view = viewRiff(m_feeder->newFiles.first());
         QCOMPARE(view.chunk("data")->size, 2200U);

@@ -118,10 +118,11 @@ private Q_SLOTS:
             qint64 given = 0;
             while (writer.errorCode() == WavErrNone && given < 5000) {
                 QVERIFY(feeder.block(kTime, 0, 101));
-                given += 101 * bits / 8;
-                // The very block that doesn't fit brings the error.
-                QCOMPARE(writer.errorCode() != WavErrNone, given > room);
+                given += 101;
             }
+            // The full disk is noticed a second of audio later at most, and never before.
+            QVERIFY(given * bits / 8 > room);
+            QVERIFY(given - room / (bits / 8) <= 1000 + 101);
             QCOMPARE(writer.errorCode(), WavErrDiskFull);
             writer.setStopLogging(true);
             writer.finishFile();
@@ -137,6 +138,46 @@ private Q_SLOTS:
         QCOMPARE(wav.frames, frames);
         for (size_t i = 0; i < wav.samples.size(); ++i)
             QCOMPARE(wav.samples[i], feeder.rampValue(i, 0));
+    }
+
+    void largeBlockIsRefusedAtOnce()
+    {
+        QTemporaryDir dir;
+        NvxWavWriter writer(600, dir.path().toStdWString());
+        WavFeeder feeder(writer);
+        feeder.bits = 32;
+        feeder.rate = 512000;
+        const qint64 headerSize = headerSizeFor(feeder);
+        QVERIFY(feeder.block(kTime, 0, 1000));
+        QVERIFY(feeder.block(kTime, 0, 1000));
+        {
+            const FileSizeLimit full(static_cast<rlim_t>(headerSize + 50001));
+            QVERIFY(feeder.block(kTime, 0, 65535));
+        }
+        QCOMPARE(writer.errorCode(), WavErrDiskFull);
+        const JudgedWav wav = judgeWav(feeder.newFiles.first());
+        QCOMPARE(wav.frames, 12500);
+        for (size_t i = 0; i < wav.samples.size(); ++i)
+            QCOMPARE(wav.samples[i], feeder.rampValue(i, 0));
+    }
+
+    void fullDiskIsNoticedBeforeMuchIsGathered()
+    {
+        QTemporaryDir dir;
+        NvxWavWriter writer(600, dir.path().toStdWString());
+        WavFeeder feeder(writer);
+        feeder.rate = 512000;
+        const qint64 headerSize = headerSizeFor(feeder);
+        {
+            const FileSizeLimit full(static_cast<rlim_t>(headerSize + 2000));
+            qint64 given = 0;
+            while (writer.errorCode() == WavErrNone && given < 1000000) {
+                QVERIFY(feeder.block(kTime, 0, 1000));
+                given += 2000;
+            }
+            QVERIFY2(given <= 2000 + 65536 + 2000, qPrintable(QString::number(given)));
+        }
+        QCOMPARE(writer.errorCode(), WavErrDiskFull);
     }
 
     void diskFullAtTheRoll()

@@ -6,19 +6,25 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QtEndian>
 
 namespace {
 
 constexpr uint32_t kTime = 1709210400;
 
-/// The samples as sox decodes them, 32 bits each.
-QByteArray soxSamples(const QString& path)
+/// The samples as sox decodes them.
+std::vector<int32_t> soxSamples(const QString& path, int bits)
 {
     QProcess sox;
     sox.start(QStringLiteral("sox"), {QStringLiteral("-D"), path, QStringLiteral("-t"), QStringLiteral("s32"),
                                       QStringLiteral("-L"), QStringLiteral("-")});
-    sox.waitForFinished(30000);
-    return sox.readAllStandardOutput();
+    if (!sox.waitForFinished(30000))
+        return {};
+    const QByteArray bytes = sox.readAllStandardOutput();
+    std::vector<int32_t> samples(static_cast<size_t>(bytes.size()) / 4);
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = qFromLittleEndian<int32_t>(bytes.constData() + 4 * i) >> (32 - bits);
+    return samples;
 }
 
 } // namespace
@@ -36,11 +42,13 @@ private Q_SLOTS:
         QTest::addColumn<int>("channels");
         QTest::addColumn<bool>("bigEndian");
         QTest::addColumn<quint32>("rate");
+        QTest::addColumn<bool>("allPeers");
         for (int bits : {16, 24, 32}) {
             for (int channels = 1; channels <= 8; ++channels) {
                 for (bool bigEndian : {false, true})
                     QTest::addRow("%d bits, %d channels, %s", bits, channels, bigEndian ? "RIFX" : "RIFF")
-                        << bits << channels << bigEndian << (channels % 2 == 0 ? 48000U : 512000U);
+                        << bits << channels << bigEndian << (channels % 2 == 0 ? 48000U : 512000U)
+                        << (channels == 1 || channels == 3 || channels == 8);
             }
         }
     }
@@ -50,6 +58,7 @@ private Q_SLOTS:
         QFETCH(int, channels);
         QFETCH(bool, bigEndian);
         QFETCH(quint32, rate);
+        QFETCH(bool, allPeers);
         QTemporaryDir dir;
         NvxWavWriter writer(600, dir.path().toStdWString());
         writer.setBigEndian(bigEndian);
@@ -66,26 +75,22 @@ private Q_SLOTS:
 
         const QString path = feeder.newFiles.first();
         QCOMPARE(wholeFileObjection(path), QString());
-        QCOMPARE(ffprobeObjection(path), QString());
         const JudgedWav wav = judgeWav(path);
         QCOMPARE(wav.channels, channels);
         QCOMPARE(wav.bits, bits);
         QCOMPARE(wav.rate, int(rate));
         QCOMPARE(wav.frames, 8969);
         QCOMPARE(viewRiff(path).isBigEndian, bigEndian);
-        const QByteArray sox = soxSamples(path);
-        QCOMPARE(sox.size(), qsizetype(wav.samples.size() * 4));
-        const auto* soxSample = reinterpret_cast<const int32_t*>(sox.constData());
-        for (size_t i = 0; i < wav.samples.size(); ++i) {
-            const unsigned channel = unsigned(i) % unsigned(channels);
-            const int32_t expected = feeder.rampValue(i / unsigned(channels), channel);
-            if (wav.samples[i] != expected || soxSample[i] >> (32 - bits) != expected)
-                QFAIL(qPrintable(QStringLiteral("sample %1: %2, by libsndfile %3, by sox %4")
-                                     .arg(i)
-                                     .arg(expected)
-                                     .arg(wav.samples[i])
-                                     .arg(soxSample[i] >> (32 - bits))));
+        std::vector<int32_t> expected;
+        for (uint64_t frame = 0; frame < 8969; ++frame) {
+            for (unsigned channel = 0; channel < unsigned(channels); ++channel)
+                expected.push_back(feeder.rampValue(frame, channel));
         }
+        QVERIFY(wav.samples == expected);
+        if (!allPeers)
+            return;
+        QCOMPARE(ffprobeObjection(path), QString());
+        QVERIFY(soxSamples(path, bits) == expected);
     }
 
     void peersSeeTheComment()
@@ -151,7 +156,8 @@ private Q_SLOTS:
         const QString left = dir.filePath(QStringLiteral("left.wav"));
         QVERIFY(QFile::copy(feeder.newFiles.first(), left));
         QCOMPARE(soxObjection(left), QString());
-        QCOMPARE(ffprobeObjection(left), QString());
+        if (blocks.size() == 3)
+            QCOMPARE(ffprobeObjection(left), QString());
         const JudgedWav wav = judgeWav(left);
         QCOMPARE(wav.error, QString());
         QCOMPARE(wav.bits, bits);

@@ -80,7 +80,9 @@ void NvxSpecWriter::writeRecord(const NvxComSpectrumEventData& record)
 void NvxSpecWriter::append(const std::string& text)
 {
     const uint64_t before = m_file.size();
-    const auto failure = m_file.append({reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+    auto failure = m_file.append({reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+    if (failure == RecordingFile::Failure::None)
+        failure = m_file.flush();
     if (failure == RecordingFile::Failure::None)
         return;
     // Half a line is worth nothing.

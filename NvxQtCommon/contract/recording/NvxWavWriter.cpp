@@ -224,7 +224,7 @@ void NvxWavWriter::writeBlock(const NvxWavDataChunk& chunk)
         bytes = m_swapped;
     }
     const auto failure = m_file.append(bytes);
-    m_samples = (m_file.size() - m_headerSize) / m_fmt.blockAlign();
+    countSamples();
     if (failure != RecordingFile::Failure::None)
         fail(errorOf(failure));
 }
@@ -256,6 +256,8 @@ void NvxWavWriter::open(const WavStreamEvent& event)
         m_file.create(m_directory, name.empty() ? HydUtil::dateTimeFname(name, m_fileTime) : name, ".wav");
     if (failure == RecordingFile::Failure::None) {
         failure = m_file.append(bytes);
+        if (failure == RecordingFile::Failure::None)
+            failure = m_file.flush();
         // A file without a whole header is of no use to anybody.
         if (failure != RecordingFile::Failure::None)
             m_file.discard();
@@ -286,19 +288,22 @@ void NvxWavWriter::completeFile()
 {
     if (!m_file.isOpen())
         return;
-    WavWriteErr error = WavErrNone;
-    bool padded = false;
-    if (m_samples * m_fmt.blockAlign() % 2 != 0) {
-        const uint8_t padding = 0;
-        error = errorOf(m_file.append({&padding, 1}));
-        padded = error == WavErrNone;
+    const bool isOdd = m_samples * m_fmt.blockAlign() % 2 != 0;
+    const uint8_t padding = 0;
+    auto failure = isOdd ? m_file.append({&padding, 1}) : RecordingFile::Failure::None;
+    if (failure == RecordingFile::Failure::None)
+        failure = m_file.flush();
+    WavWriteErr error = errorOf(failure);
+    if (error != WavErrNone) {
+        fail(error);
+    } else {
+        const bool isBehind = isOdd || m_samples != m_samplesInHeader;
+        if (isBehind && writeSizes(isOdd) != RecordingFile::Failure::None)
+            error = WavErrHeaderUpdate;
+        const auto closed = m_file.close();
+        if (error == WavErrNone)
+            error = errorOf(closed);
     }
-    const bool isBehind = padded || m_samples != m_samplesInHeader;
-    if (isBehind && writeSizes(padded) != RecordingFile::Failure::None)
-        error = WavErrHeaderUpdate;
-    const auto closed = m_file.close();
-    if (error == WavErrNone)
-        error = errorOf(closed);
     if (error != WavErrNone) {
         nvxLog(NvxLogLevel::Warning,
                "NvxWavWriter: " + toUtf8(m_file.path()) + " is not complete: " + errorStr(error));
@@ -306,18 +311,28 @@ void NvxWavWriter::completeFile()
     }
 }
 
+void NvxWavWriter::countSamples()
+{
+    m_samples = (m_file.size() - m_headerSize) / m_fmt.blockAlign();
+}
+
 void NvxWavWriter::refreshSizes()
 {
     if (!m_file.isOpen() || m_samples == m_samplesInHeader)
         return;
+    const auto now = std::chrono::steady_clock::now();
     const bool isDue = !m_sizesWritten || m_samples - m_samplesInHeader >= m_fmt.sampleRate() ||
-                       std::chrono::steady_clock::now() - m_sizesTime >= kSizesInterval;
+                       now - m_sizesTime >= kSizesInterval;
     if (!isDue)
         return;
     m_sizesWritten = true;
     m_samplesInHeader = m_samples;
-    m_sizesTime = std::chrono::steady_clock::now();
-    if (writeSizes(false) != RecordingFile::Failure::None)
+    m_sizesTime = now;
+    // The samples go first: the header never promises what isn't there.
+    const auto failure = m_file.flush();
+    if (failure != RecordingFile::Failure::None)
+        fail(errorOf(failure));
+    else if (writeSizes(false) != RecordingFile::Failure::None)
         fail(WavErrHeaderUpdate);
 }
 
@@ -340,9 +355,9 @@ void NvxWavWriter::fail(WavWriteErr error)
     if (!m_file.isOpen())
         return;
     // What got onto the disk stays a whole file: everything up to the last whole frame.
-    const uint64_t end = m_headerSize + m_samples * m_fmt.blockAlign();
+    countSamples();
     writeSizes(false);
-    m_file.closeCutTo(end);
+    m_file.closeCutTo(m_headerSize + m_samples * m_fmt.blockAlign());
 }
 
 uint32_t NvxWavWriter::timeByAudio() const

@@ -80,6 +80,7 @@ private:
     void openNext(const WavStreamEvent& event, uint64_t startSample);
     int endForReopening();
     void completeFile();
+    void countSamples();
     void refreshSizes();
     RecordingFile::Failure writeSizes(bool padded);
     void fail(WavWriteErr error);

@@ -9,6 +9,7 @@
 namespace {
 
 constexpr int kMaxSameName = 10000;
+constexpr size_t kGatherSize = size_t{64} * 1024;
 
 std::filesystem::path systemPath(const std::wstring& path)
 {
@@ -43,6 +44,11 @@ RecordingFile::Failure failureOf(int error)
 
 } // namespace
 
+RecordingFile::~RecordingFile()
+{
+    close();
+}
+
 RecordingFile::Failure RecordingFile::create(const std::wstring& directory, const std::string& name,
                                              const char* extension)
 {
@@ -59,7 +65,8 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
         if (m_file) {
             std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
             m_path = path;
-            m_size = 0;
+            m_written = 0;
+            m_gathered.reserve(kGatherSize);
             return Failure::None;
         }
         if (errno == ENOSPC)
@@ -72,18 +79,39 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
 
 RecordingFile::Failure RecordingFile::append(std::span<const uint8_t> bytes)
 {
+    if (m_gathered.size() + bytes.size() > kGatherSize) {
+        const Failure failure = flush();
+        if (failure != Failure::None)
+            return failure;
+    }
+    if (bytes.size() >= kGatherSize)
+        return write(bytes);
+    m_gathered.insert(m_gathered.end(), bytes.begin(), bytes.end());
+    return Failure::None;
+}
+
+RecordingFile::Failure RecordingFile::flush()
+{
+    const Failure failure = m_gathered.empty() ? Failure::None : write(m_gathered);
+    m_gathered.clear();
+    return failure;
+}
+
+RecordingFile::Failure RecordingFile::write(std::span<const uint8_t> bytes)
+{
     if (!m_file)
         return Failure::WriteFailed;
     errno = 0;
     const size_t written = std::fwrite(bytes.data(), 1, bytes.size(), m_file.get());
-    m_size += written;
+    m_written += written;
     return written == bytes.size() ? Failure::None : failureOf(errno);
 }
 
 RecordingFile::Failure RecordingFile::overwrite(long offset, std::span<const uint8_t> bytes)
 {
-    if (!m_file)
-        return Failure::WriteFailed;
+    const Failure flushed = flush();
+    if (flushed != Failure::None || !m_file)
+        return m_file ? flushed : Failure::WriteFailed;
     errno = 0;
     const bool done = std::fseek(m_file.get(), offset, SEEK_SET) == 0 &&
                       std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) == bytes.size();
@@ -98,15 +126,18 @@ RecordingFile::Failure RecordingFile::close()
 {
     if (!m_file)
         return Failure::None;
+    const Failure flushed = flush();
     errno = 0;
-    return std::fclose(m_file.release()) == 0 ? Failure::None : failureOf(errno);
+    const bool closed = std::fclose(m_file.release()) == 0;
+    return flushed != Failure::None || closed ? flushed : failureOf(errno);
 }
 
 void RecordingFile::closeCutTo(uint64_t size)
 {
-    const bool cut = m_file && m_size > size;
+    if (!m_file)
+        return;
     close();
-    if (!cut)
+    if (m_written <= size)
         return;
     std::error_code ignored;
     std::filesystem::resize_file(systemPath(m_path), size, ignored);

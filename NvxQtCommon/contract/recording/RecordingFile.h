@@ -7,9 +7,11 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
-/// The file that a writer fills: made anew and never over an existing one, written without a buffer of its
-/// own, so that a killed program loses nothing that append() took. Belongs to its writer and its thread.
+/// The file that a writer fills: made anew and never over an existing one. Small pieces are gathered and
+/// written together; flush() hands to the system what is gathered, so that a killed program loses nothing of
+/// it. Belongs to its writer and its thread.
 class NVXQTCOMMON_EXPORT RecordingFile
 {
 public:
@@ -20,13 +22,20 @@ public:
         DiskFull,
     };
 
+    RecordingFile() = default;
+    ~RecordingFile();
+    RecordingFile(const RecordingFile&) = delete;
+    RecordingFile& operator=(const RecordingFile&) = delete;
+
     /// Makes `directory`/`name``extension`, with "_2", "_3" and so on behind the name where a file of that
     /// name exists. The directory must exist. What was open is closed first.
     Failure create(const std::wstring& directory, const std::string& name, const char* extension);
     bool isOpen() const { return m_file != nullptr; }
-    /// Writes behind what is there. After a failure size() still counts what got onto the disk.
+    /// Puts bytes behind what is there. After a failure here or in flush(), what was gathered is lost as far
+    /// as it found no room.
     Failure append(std::span<const uint8_t> bytes);
-    /// Replaces bytes near the file's start, and goes back to its end.
+    Failure flush();
+    /// Replaces bytes near the file's start, after a flush(), and goes back to its end.
     Failure overwrite(long offset, std::span<const uint8_t> bytes);
     Failure close();
     /// Closes the file and cuts it to `size` bytes; as far as that works.
@@ -34,12 +43,14 @@ public:
     /// Closes and removes the file.
     void discard();
 
-    /// Bytes in the open file.
-    uint64_t size() const { return m_size; }
+    /// Bytes in the open file, gathered ones included.
+    uint64_t size() const { return m_written + m_gathered.size(); }
     /// Path of the file made last; empty before the first.
     const std::wstring& path() const { return m_path; }
 
 private:
+    Failure write(std::span<const uint8_t> bytes);
+
     struct Closer
     {
         void operator()(std::FILE* file) const { std::fclose(file); }
@@ -47,5 +58,6 @@ private:
 
     std::unique_ptr<std::FILE, Closer> m_file;
     std::wstring m_path;
-    uint64_t m_size = 0;
+    std::vector<uint8_t> m_gathered;
+    uint64_t m_written = 0; ///< with the system
 };
