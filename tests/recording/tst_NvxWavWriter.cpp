@@ -426,6 +426,17 @@ private Q_SLOTS:
         QCOMPARE(judgeWav(m_feeder->newFiles.first()).frames, 1000);
     }
 
+    void badFormatLeavesAnOddFilePadded()
+    {
+        m_feeder->bits = 24;
+        QVERIFY(m_feeder->header(kTime, 0));
+        QVERIFY(m_feeder->block(kTime, 0, 101));
+        m_feeder->bits = 16;
+        QVERIFY(m_feeder->block(kTime, 0, 101));
+        QCOMPARE(m_writer->errorCode(), WavErrBadFormat);
+        QCOMPARE(wholeFileObjection(m_feeder->newFiles.first()), QString());
+    }
+
     void formatThatNoFileHoldsIsBadFormat_data()
     {
         QTest::addColumn<int>("bits");

@@ -349,9 +349,12 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(0, 0));
         QCOMPARE(m_feeder->newFiles.size(), 1);
         QCOMPARE(m_feeder->dispatches, 1);
-        // And the true header behind it still fits.
+        // It isn't the current header either: that one again is still a repetition.
         m_feeder->channels = 1;
         m_feeder->rate = 1000;
+        QVERIFY(m_feeder->header(kTime, 5000));
+        QCOMPARE(m_feeder->newFiles.size(), 1);
+        // And the true header behind it still fits.
         QVERIFY(m_feeder->second(kTime + 1, 6000));
         QCOMPARE(m_feeder->newFiles.size(), 1);
     }
