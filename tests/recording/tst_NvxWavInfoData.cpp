@@ -8,6 +8,8 @@
 #include "NvxQtCommon/contract/recording/NvxWavTestInfoData.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QtEndian>
+
 #include <type_traits>
 
 namespace {
@@ -239,6 +241,73 @@ private Q_SLOTS:
         QCOMPARE(std::vector<uint8_t>(bytes.end() - 4, bytes.end()), (std::vector<uint8_t>{0, 0, 0, 7}));
         const auto riff = NvxWavHeader::sizeField(static_cast<uint32_t>(bytes.size() - 8 + 8), true);
         QCOMPARE(std::vector<uint8_t>(bytes.begin() + 4, bytes.begin() + 8), riff);
+    }
+
+    void headerStandsAsDocumented_data()
+    {
+        QTest::addColumn<bool>("bigEndian");
+        QTest::newRow("RIFF") << false;
+        QTest::newRow("RIFX") << true;
+    }
+    void headerStandsAsDocumented()
+    {
+        QFETCH(bool, bigEndian);
+        const NvxWavHeader header(std::make_shared<NvxWavFmtData>(1, 96000, 24),
+                                  std::make_shared<NvxWavInfoDataHF>(makeRecorderInfo()), bigEndian);
+        const std::vector<uint8_t> file = header.fileBytes(6);
+        const QByteArray bytes(reinterpret_cast<const char*>(file.data()), qsizetype(file.size()));
+        const auto u16 = [&](qsizetype at) {
+            return bigEndian ? qFromBigEndian<quint16>(bytes.constData() + at)
+                             : qFromLittleEndian<quint16>(bytes.constData() + at);
+        };
+        const auto u32 = [&](qsizetype at) {
+            return bigEndian ? qFromBigEndian<quint32>(bytes.constData() + at)
+                             : qFromLittleEndian<quint32>(bytes.constData() + at);
+        };
+        QCOMPARE(bytes.left(4), QByteArray(bigEndian ? "RIFX" : "RIFF"));
+        QCOMPARE(u32(4), quint32(bytes.size() - 8));
+        QCOMPARE(bytes.mid(8, 8), QByteArray("WAVEfmt "));
+        QCOMPARE(u32(16), 16U);
+        QCOMPARE(u16(20), quint16{1});
+        QCOMPARE(u16(22), quint16{1});
+        QCOMPARE(u32(24), 96000U);
+        QCOMPARE(u32(28), 288000U);
+        QCOMPARE(u16(32), quint16{3});
+        QCOMPARE(u16(34), quint16{24});
+        QCOMPARE(bytes.mid(36, 4), QByteArray("LIST"));
+        QCOMPARE(bytes.mid(44, 4), QByteArray("INFO"));
+        const qsizetype data = 44 + qsizetype(u32(40));
+        QCOMPARE(bytes.mid(data, 4), QByteArray("data"));
+        QCOMPARE(u32(data + 4), 0U);
+        QCOMPARE(bytes.size(), data + 8);
+        // The private entry is big-endian in both.
+        const qsizetype record = bytes.indexOf("INVX") + 8;
+        QCOMPARE(qsizetype(u32(record - 4)), qsizetype(header.info()->fileBytes().size()));
+        QCOMPARE(bytes.mid(record, 23), QByteArray::fromHex("000101"
+                                                            "65e079f0"
+                                                            "0000123456789abc"
+                                                            "40200000"
+                                                            "00800000"));
+        QCOMPARE(bytes.mid(record + 23, 24), QByteArray("\x17"
+                                                        "ABC0042_20240229_123456"));
+        QCOMPARE(bytes.mid(record + 47, 14), QByteArray("\x0d"
+                                                        "Nerivox' test"));
+        const qsizetype slot = record + 47 + 14;
+        QCOMPARE(bytes.mid(slot, 10), QByteArray::fromHex("0f"
+                                                          "03e9"
+                                                          "ff55"
+                                                          "fff2"
+                                                          "0191"
+                                                          "08"));
+        QCOMPARE(bytes.mid(slot + 10, 10), QByteArray("\x09"
+                                                      "version 1"));
+        QCOMPARE(bytes.mid(slot + 20, 8), QByteArray("\x07"
+                                                     "Model 1"));
+        QCOMPARE(bytes.mid(slot + 28, 11), QByteArray::fromHex("01"
+                                                               "65e07990"
+                                                               "0e0f"
+                                                               "ff85"
+                                                               "0141"));
     }
 
     // --- rainy day flows
