@@ -10,6 +10,8 @@ namespace {
 
 constexpr int kMaxSameName = 10000;
 constexpr size_t kGatherSize = size_t{64} * 1024;
+// From here on a system call costs less than one more copy.
+constexpr size_t kDirectSize = size_t{16} * 1024;
 
 std::filesystem::path systemPath(const std::wstring& path)
 {
@@ -79,12 +81,13 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
 
 RecordingFile::Failure RecordingFile::append(std::span<const uint8_t> bytes)
 {
-    if (m_gathered.size() + bytes.size() > kGatherSize) {
+    const bool isLarge = bytes.size() >= kDirectSize;
+    if (isLarge || m_gathered.size() + bytes.size() > kGatherSize) {
         const Failure failure = flush();
         if (failure != Failure::None)
             return failure;
     }
-    if (bytes.size() >= kGatherSize)
+    if (isLarge)
         return write(bytes);
     m_gathered.insert(m_gathered.end(), bytes.begin(), bytes.end());
     return Failure::None;
