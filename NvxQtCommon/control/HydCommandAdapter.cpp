@@ -28,6 +28,8 @@ HydCommandAdapter::HydCommandAdapter(HydConnectionType connType, QObject* parent
 {
     registerNvxMetaTypes();
     m_socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    // Without a poll the port is not drained once the staging buffer is full, and would take memory for ever.
+    m_serialPort.setReadBufferSize(kSocketReadBufferSize);
 
     // Ahead of the signals that others see, so that the state is right when they come.
     connect(&m_socket, &QTcpSocket::stateChanged, this, &HydCommandAdapter::updateChannelOpen);

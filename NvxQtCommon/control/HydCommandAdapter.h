@@ -32,7 +32,7 @@ public:
     static constexpr int kCollectBufferSize = 262144;
     static constexpr int kStagingBufferSize = 65536;
     static constexpr int kScratchSize = 262144;
-    /// What the socket holds unread once a scan was configured.
+    /// What the socket holds unread once a scan was configured, and the serial port at any time.
     static constexpr int kSocketReadBufferSize = 2621440;
     static constexpr int kDefaultScanWaitMs = 1000;
 

@@ -5,6 +5,8 @@
 
 #include "NvxQtCommon/contract/message/HydControlPayloads.h"
 
+#include <QDeadlineTimer>
+
 #include <dlfcn.h>
 
 #include <cerrno>
@@ -103,6 +105,7 @@ private Q_SLOTS:
     void baudRateOfAClosedPortIsKept();
     void junkOnTheLine();
     void collectedOverSerial();
+    void unreadBytesAreBounded();
 };
 
 void tst_HydCommandAdapterSerial::opensWithTheSettingsOfARecorder()
@@ -450,6 +453,33 @@ void tst_HydCommandAdapterSerial::collectedOverSerial()
     QVERIFY(f.line.write(collectReply(0x10)));
     QTRY_COMPARE(f.letters, QByteArray("C"));
     QCOMPARE(frameOf(*f.responses[0]), collectReply(0x20, 500));
+}
+
+void tst_HydCommandAdapterSerial::unreadBytesAreBounded()
+{
+    constexpr qint64 kMost = 2621440;
+    SerialFixture f;
+    QCOMPARE(f.port->readBufferSize(), kMost);
+    // Without a poll nothing is read once the staging buffer is full.
+    f.adapter.setDataScanConf(0, 0);
+    QVERIFY(f.openLine());
+    const QByteArray block(4096, 'x');
+    const auto fillLine = [&] {
+        while (f.line.write(block)) {
+        }
+    };
+    // Some 4 KiB go over a pseudo terminal at a time.
+    for (const QDeadlineTimer end(10000); f.port->bytesAvailable() < kMost && !end.hasExpired();) {
+        fillLine();
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(f.port->bytesAvailable(), kMost);
+    for (int i = 0; i < 20; ++i) {
+        fillLine();
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(f.port->bytesAvailable(), kMost);
+    QVERIFY(f.errors.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(tst_HydCommandAdapterSerial)
