@@ -167,6 +167,9 @@ bool HydCommandAdapter::connectSerial()
         plainLog() << "Serial port (setStopBits): " << m_serialPort.errorString();
     if (!m_serialPort.setFlowControl(QSerialPort::NoFlowControl))
         plainLog() << "Serial port (setFlowControl): " << m_serialPort.errorString();
+    // A line that went away under the settings was closed by its error.
+    if (!m_serialPort.isOpen())
+        return false;
     plainLog() << m_serialPort.portName() << " claims to be open";
     updateChannelOpen();
     return true;

@@ -71,7 +71,7 @@ public Q_SLOTS:
     void openIpConnection(QString address);
     void openSerConnection(QString port, unsigned baudRate);
     /// Opens the port with 8 data bits, no parity, one stop bit and no flow control; false when it can't be
-    /// opened. A refused setting is logged only.
+    /// opened or goes away meanwhile. A refused setting is logged only.
     bool connectSerial();
     void closeConnection();
     /// Sends one payload. False, with an error signal or a log line, when it was not handed to the channel

@@ -18,6 +18,7 @@ const QString kAddress = QStringLiteral("127.21.5.1");
 // Settings of a line are refused from this call on; 0 for never.
 int g_refuseFrom = 0;
 int g_settingCalls = 0;
+int g_refusal = EINVAL;
 
 } // namespace
 
@@ -29,7 +30,7 @@ extern "C" __attribute__((visibility("default"))) int tcsetattr(int fd, int acti
         reinterpret_cast<int (*)(int, int, const termios*)>(dlsym(RTLD_NEXT, "tcsetattr"));
     ++g_settingCalls;
     if (g_refuseFrom != 0 && g_settingCalls >= g_refuseFrom) {
-        errno = EINVAL;
+        errno = g_refusal;
         return -1;
     }
     return real(fd, action, settings);
@@ -78,6 +79,7 @@ private Q_SLOTS:
         failOnUnexpectedWarnings();
         g_refuseFrom = 0;
         g_settingCalls = 0;
+        g_refusal = EINVAL;
     }
 
     // --- happy flows
@@ -95,6 +97,8 @@ private Q_SLOTS:
     void portThatIsNotThere_data();
     void portThatIsNotThere();
     void refusedSettingsAreLoggedOnly();
+    void lineThatGoesAwayWhileItIsSetUp_data();
+    void lineThatGoesAwayWhileItIsSetUp();
     void openPortCannotBeOpenedAgain();
     void sendOnAClosedPort();
     void seventhSendOpensAgain();
@@ -305,6 +309,42 @@ void tst_HydCommandAdapterSerial::refusedSettingsAreLoggedOnly()
         QVERIFY(found[0].startsWith(text) && found[0].size() > text.size());
     }
     QVERIFY(log.contains(f.adapter.serialPortName() + QStringLiteral(" claims to be open")));
+}
+
+void tst_HydCommandAdapterSerial::lineThatGoesAwayWhileItIsSetUp_data()
+{
+    QTest::addColumn<int>("settingsBefore");
+    for (const int settingsBefore : {0, 1, 2, 3})
+        QTest::addRow("after %d settings", settingsBefore) << settingsBefore;
+}
+
+void tst_HydCommandAdapterSerial::lineThatGoesAwayWhileItIsSetUp()
+{
+    QFETCH(int, settingsBefore);
+    int firstOfTheLastFour = 0;
+    {
+        SerialFixture f;
+        g_settingCalls = 0;
+        QVERIFY(f.openLine());
+        firstOfTheLastFour = g_settingCalls - 3;
+    }
+    SerialFixture f;
+    LogSpy log;
+    g_settingCalls = 0;
+    g_refuseFrom = firstOfTheLastFour + settingsBefore;
+    g_refusal = EIO;
+    QVERIFY(!f.openLine());
+    QVERIFY(f.opened.isEmpty());
+    QCOMPARE(f.closed.count(), 1);
+    QVERIFY(!f.adapter.isChannelOpen());
+    QCOMPARE(log.lines().filter(QStringLiteral("claims to be open")).size(), 0);
+    QCOMPARE(log.count(QStringLiteral("Failed to open port ") + f.adapter.serialPortName()), 1);
+    QCOMPARE(f.errorList().front(), std::pair(int(ErrPortFailure), int(QSerialPort::ResourceError)));
+    QCOMPARE(f.errorCount(ErrPortFailure), f.errors.count());
+    // The line is back.
+    g_refuseFrom = 0;
+    QVERIFY(f.openLine());
+    QCOMPARE(f.opened.count(), 1);
 }
 
 void tst_HydCommandAdapterSerial::openPortCannotBeOpenedAgain()
