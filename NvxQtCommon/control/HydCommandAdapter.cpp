@@ -335,8 +335,9 @@ void HydCommandAdapter::readStream()
     classify(bytes, scanWait);
     store(bytes);
     m_isReading = false;
-    // What one read leaves behind would wait for the next arrival, which may never come.
-    if (size > 0 && m_scanWait.load() > 0 && hasUnread())
+    // What one read leaves behind would wait for the next arrival, which may never come. A read of nothing,
+    // as with a full staging buffer, would repeat itself without end.
+    if (size > 0 && hasUnread())
         QMetaObject::invokeMethod(this, &HydCommandAdapter::readStream, Qt::QueuedConnection);
 }
 

@@ -248,6 +248,9 @@ void tst_HydCommandAdapterCollect::pollAfterwardsEmptiesTheStaging()
     QVERIFY(f.open());
     f.adapter.setDataScanConf(0, 0);
     QVERIFY(f.deliver(QByteArray(70000, '\0')));
+    // The read that was asked for finds the staging buffer full.
+    QCoreApplication::sendPostedEvents(&f.adapter, QEvent::MetaCall);
+    QCOMPARE(f.socket->bytesAvailable(), 70000 - 65536);
     f.adapter.setDataScanConf(10000, 0);
     // The rest is read with what comes next; a collected message then clears the staging buffer.
     QVERIFY(f.deliver(timeReply(1)));

@@ -26,6 +26,19 @@ QByteArray triggerReply(uint16_t errorCode)
     return frameOf(trigger);
 }
 
+/// Counts the calls that a watched object gets by its event queue.
+class MetaCallCounter : public QObject
+{
+public:
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        count += event->type() == QEvent::MetaCall ? 1 : 0;
+        return false;
+    }
+
+    int count = 0;
+};
+
 } // namespace
 
 /// From bytes to messages outside of the data collect poll: frames, junk, texts, large reads.
@@ -61,7 +74,9 @@ private Q_SLOTS:
     void closedDeviceIsNotRead();
     void shortReadsAreNotClassified();
     void endlessJunk();
+    void receiverWithAnEventLoopOfItsOwn_data();
     void receiverWithAnEventLoopOfItsOwn();
+    void fullStagingBufferIsReadOnceMore();
 };
 
 void tst_HydCommandAdapterRead::everyLetterIsEmitted_data()
@@ -395,9 +410,18 @@ void tst_HydCommandAdapterRead::endlessJunk()
     QVERIFY(f.adapter.isConnected());
 }
 
+void tst_HydCommandAdapterRead::receiverWithAnEventLoopOfItsOwn_data()
+{
+    QTest::addColumn<int>("scanWait");
+    QTest::newRow("with a poll") << 1000;
+    QTest::newRow("without a poll") << 0;
+}
+
 void tst_HydCommandAdapterRead::receiverWithAnEventLoopOfItsOwn()
 {
+    QFETCH(int, scanWait);
     AdapterFixture f(kAddress);
+    f.adapter.setDataScanConf(scanWait, 0);
     QVERIFY(f.open());
     int depth = 0;
     int deepest = 0;
@@ -414,6 +438,21 @@ void tst_HydCommandAdapterRead::receiverWithAnEventLoopOfItsOwn()
     QVERIFY(f.deliver(timeReply(1) + timeReply(2)));
     QTRY_COMPARE(f.letters, QByteArray("AAE"));
     QCOMPARE(deepest, 1);
+}
+
+void tst_HydCommandAdapterRead::fullStagingBufferIsReadOnceMore()
+{
+    AdapterFixture f(kAddress);
+    f.adapter.setDataScanConf(0, 0);
+    QVERIFY(f.open());
+    QVERIFY(f.deliver(QByteArray(HydCommandAdapter::kStagingBufferSize + 100, 'x')));
+    QCOMPARE(f.socket->bytesAvailable(), 100);
+    MetaCallCounter counter;
+    f.adapter.installEventFilter(&counter);
+    for (int rounds = 0; rounds < 5; ++rounds)
+        QCoreApplication::sendPostedEvents(&f.adapter, QEvent::MetaCall);
+    QCOMPARE(counter.count, 1);
+    QCOMPARE(f.socket->bytesAvailable(), 100);
 }
 
 QTEST_GUILESS_MAIN(tst_HydCommandAdapterRead)
