@@ -109,7 +109,8 @@ void HydCommandAdapter::setBaudRate(unsigned baudRate)
 
 void HydCommandAdapter::setIpAddr(NvxIpAddr address)
 {
-    m_ipAddr = QString::fromStdString(address.toString());
+    // The text of no address is one that can be connected to: it means this machine.
+    m_ipAddr = address == NvxIpAddr() ? QString() : QString::fromStdString(address.toString());
     updateChannelOpen();
 }
 

@@ -57,7 +57,7 @@ public:
     void setBaudRate(unsigned baudRate);
     QString serialPortName() const { return m_serialPort.portName(); }
     void setSerialPortName(const QString& name) { m_serialPort.setPortName(name); }
-    /// The address that the next TCP connection goes to.
+    /// The address that the next TCP connection goes to; 0 for none, with which opening is an error.
     NvxIpAddr ipAddr() const { return NvxIpAddr(m_ipAddr.toStdString()); }
     void setIpAddr(NvxIpAddr address);
     /// False closes the socket after each message received. True at first.

@@ -34,6 +34,7 @@ private Q_SLOTS:
     // --- rainy day flows
     void connectedOnlyToTheStoredAddress();
     void refusedConnection();
+    void noAddress_data();
     void noAddress();
     void peerCloses();
     void peerResets();
@@ -233,9 +234,22 @@ void tst_HydCommandAdapter::refusedConnection()
     QCOMPARE(f.letters, QByteArray("E"));
 }
 
+void tst_HydCommandAdapter::noAddress_data()
+{
+    QTest::addColumn<bool>("isSet");
+    QTest::newRow("never set") << false;
+    QTest::newRow("set to none") << true;
+}
+
 void tst_HydCommandAdapter::noAddress()
 {
+    QFETCH(bool, isSet);
     HydCommandAdapter adapter(ConnTcp);
+    if (isSet) {
+        adapter.setIpAddr(NvxIpAddr(0x7F150001));
+        adapter.setIpAddr(NvxIpAddr(0));
+    }
+    QCOMPARE(adapter.ipAddr().toInt(), 0u);
     QSignalSpy errors(&adapter, &HydCommandAdapter::error);
     adapter.openConnection();
     QTRY_COMPARE(errors.count(), 1);
