@@ -11,13 +11,15 @@ class LogSpy
 public:
     LogSpy()
     {
+        // A line of another thread waits until the handler to pass it on to is known.
+        const std::lock_guard lock(s_mutex);
         s_current = this;
         m_previous = qInstallMessageHandler(&LogSpy::take);
     }
     ~LogSpy()
     {
-        qInstallMessageHandler(m_previous);
         const std::lock_guard lock(s_mutex);
+        qInstallMessageHandler(m_previous);
         s_current = nullptr;
     }
     LogSpy(const LogSpy&) = delete;
