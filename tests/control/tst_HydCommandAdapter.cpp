@@ -19,6 +19,8 @@ class tst_HydCommandAdapter : public NvxTestCase
 private Q_SLOTS:
     // --- happy flows
     void startsUnconnectedWithDefaults();
+    void numbersOfTheErrors();
+    void sizesOfTheBuffers();
     void opensAndCloses();
     void openSocketHasKeepAlive();
     void openingTwiceConnectsOnce();
@@ -58,6 +60,29 @@ void tst_HydCommandAdapter::startsUnconnectedWithDefaults()
     QVERIFY(!f.scanTimer->isActive());
     QCOMPARE(HydCommandAdapter(ConnSerial).ipAddr().toInt(), 0u);
     QCOMPARE(HydCommandAdapter::CONTROL_PORT, quint16(50000));
+}
+
+void tst_HydCommandAdapter::numbersOfTheErrors()
+{
+    // Applications get the number; 2 is no error of this channel.
+    QCOMPARE(int(ErrNotConnected), 0);
+    QCOMPARE(int(ErrSocketWrite), 1);
+    QCOMPARE(int(ErrSerialWrite), 3);
+    QCOMPARE(int(ErrPortFailure), 4);
+    QCOMPARE(int(ErrConnectionLost), 5);
+}
+
+void tst_HydCommandAdapter::sizesOfTheBuffers()
+{
+    QCOMPARE(int(HydCommandAdapter::kResponseBufferSize), 262144);
+    QCOMPARE(int(HydCommandAdapter::kCollectBufferSize), 262144);
+    QCOMPARE(int(HydCommandAdapter::kStagingBufferSize), 65536);
+    QCOMPARE(int(HydCommandAdapter::kScratchSize), 262144);
+    QCOMPARE(int(HydCommandAdapter::kSocketReadBufferSize), 2621440);
+    AdapterFixture f(kAddress);
+    QCOMPARE(f.socket->readBufferSize(), 0);
+    f.adapter.setDataScanConf(0, 0);
+    QCOMPARE(f.socket->readBufferSize(), 2621440);
 }
 
 void tst_HydCommandAdapter::opensAndCloses()

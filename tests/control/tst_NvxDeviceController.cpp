@@ -98,6 +98,7 @@ private Q_SLOTS:
     void oneEqualTimeIsNotEnough();
     void mismatchStartsCountingAnew();
     void syncIsNeverCleared();
+    void readingsUnderSyncAreNotCounted();
     void clockAtTheEndOfItsRange();
     void refusedJobSetup();
     void nullResponseIsLogged();
@@ -388,6 +389,24 @@ void tst_NvxDeviceController::syncIsNeverCleared()
     // Even where the application clears it, the largest count reached sets it again with any reading.
     controller.device()->setTimeSync(false);
     replyWithOtherTime(controller);
+    QVERIFY(controller.device()->timeSync());
+}
+
+void tst_NvxDeviceController::readingsUnderSyncAreNotCounted()
+{
+    NvxDeviceController controller(ConnTcp);
+    controller.device()->setTimeSync(true);
+    for (int i = 0; i < 5; ++i)
+        replyWithHostTime(controller);
+    controller.device()->setTimeSync(false);
+    // Had they counted, one reading more would do.
+    replyWithHostTime(controller);
+    QVERIFY(!controller.device()->timeSync());
+    controller.device()->setTimeSync(true);
+    // Nor does one that differs set the count back.
+    replyWithOtherTime(controller);
+    controller.device()->setTimeSync(false);
+    replyWithHostTime(controller);
     QVERIFY(controller.device()->timeSync());
 }
 
