@@ -12,6 +12,7 @@
 #include "NvxQtCommon/contract/message/HydDataCollectCmd.h"
 #include "NvxQtCommon/contract/message/HydMarcoPayloads.h"
 #include "NvxQtCommon/contract/message/HydTrigger.h"
+#include "NvxQtCommon/contract/recording/NvxWavTestInfoData.h"
 #include "NvxQtCommon/contract/stream/HydStreamType.h"
 #include "NvxQtCommon/contract/stream/StreamPayloads.h"
 #include "NvxQtCommon/control/HydControlError.h"
@@ -44,6 +45,7 @@ Q_DECLARE_METATYPE(HydDeviceId)
 Q_DECLARE_METATYPE(NvxDevice)
 Q_DECLARE_METATYPE(HydDevice)
 Q_DECLARE_METATYPE(HydJobSettings)
+Q_DECLARE_METATYPE(NvxWavTestInfoData)
 Q_DECLARE_METATYPE(std::string)
 Q_DECLARE_METATYPE(std::vector<HydDeviceId>)
 

@@ -61,6 +61,7 @@ void tst_MetaTypes::knownByName_data()
                              "NvxMacAddr",
                              "NvxNetHostInfo",
                              "HydJobSettings",
+                             "NvxWavTestInfoData",
                              "std::string",
                              "std::vector<HydDeviceId>",
                              "std::shared_ptr<NvxDevice>",
