@@ -1,6 +1,9 @@
 #include "NvxQtCommon/contract/job/HydJobSettings.h"
 
+#include "NvxQtCommon/contract/base/NvxLog.h"
 #include "tests/support/NvxTestCase.h"
+
+#include <QByteArrayList>
 
 #include <functional>
 
@@ -121,6 +124,27 @@ HydJobSettings fullSettings()
 
 constexpr auto kForeignKey = static_cast<JobTagKey>(500);
 
+/// Collects the log lines as long as it lives.
+class LogCapture
+{
+public:
+    LogCapture() : m_before(setNvxLogSink(collect)) { lines.clear(); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    ~LogCapture() { setNvxLogSink(m_before); }
+
+    static inline QByteArrayList lines;
+
+private:
+    static void collect(NvxLogLevel level, const std::string& text)
+    {
+        lines.append((level == NvxLogLevel::Debug ? "debug: " : "warning: ") +
+                     QByteArray::fromStdString(text));
+    }
+
+    NvxLogSink m_before;
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(HydJobSettings)
@@ -217,36 +241,42 @@ void tst_HydJobSettings::updateRate()
 
 void tst_HydJobSettings::setupThatCanRun_data()
 {
-    QTest::addColumn<HydJobSettings>("own");
-    QTest::addColumn<HydJobSettings>("other");
+    QTest::addColumn<HydJobSettings>("asked");
+    QTest::addColumn<HydJobSettings>("limits");
     QTest::addColumn<bool>("strict");
-    QTest::newRow("nothing asked") << fullSettings() << HydJobSettings() << false;
-    QTest::newRow("nothing asked, strictly") << fullSettings() << HydJobSettings() << true;
+    QTest::newRow("nothing asked") << HydJobSettings() << fullSettings() << false;
+    QTest::newRow("nothing asked of nothing, strictly") << HydJobSettings() << HydJobSettings() << true;
     const auto limits = settingsOf({{JobTagWavRate, 96000}, {JobTagFftRate, 48000}, {JobTagWavBitDepth, 24}});
     QTest::newRow("same") << limits << limits << false;
     QTest::newRow("same, strictly") << limits << limits << true;
     QTest::newRow("lower rates and depth")
-        << limits << settingsOf({{JobTagWavRate, 8000}, {JobTagFftRate, 1}, {JobTagWavBitDepth, 16}})
+        << settingsOf({{JobTagWavRate, 8000}, {JobTagFftRate, 1}, {JobTagWavBitDepth, 16}}) << limits
         << false;
-    QTest::newRow("no own tag is no limit")
-        << HydJobSettings()
-        << settingsOf({{JobTagWavRate, 512000}, {JobTagWavBitDepth, 32}, {JobTagWavLogMode, 1}}) << false;
+    QTest::newRow("a missing tag is no limit")
+        << settingsOf({{JobTagWavRate, 512000}, {JobTagWavBitDepth, 32}, {JobTagWavLogMode, 1}})
+        << HydJobSettings() << false;
     QTest::newRow("other tags are free")
-        << settingsOf({{JobTagWavGain, 6}}) << settingsOf({{JobTagWavGain, 60}}) << false;
-    QTest::newRow("modes known")
-        << HydJobSettings()
-        << settingsOf({{JobTagWavLogMode, 1}, {JobTagFftLogMode, 0}, {JobTagWavByteOrder, 1}}) << false;
+        << settingsOf({{JobTagWavGain, 60}}) << settingsOf({{JobTagWavGain, 6}}) << false;
+    QTest::newRow("modes known") << settingsOf({{JobTagWavLogMode, 1},
+                                                {JobTagFftLogMode, 0},
+                                                {JobTagWavByteOrder, 1}})
+                                 << HydJobSettings() << false;
+    QTest::newRow("limits are not asked for themselves")
+        << settingsOf({{JobTagWavRate, 8000}})
+        << settingsOf({{JobTagWavRate, 96000}, {JobTagFftRate, 0}, {JobTagWavLogMode, 7}}) << false;
 }
 
 void tst_HydJobSettings::setupThatCanRun()
 {
-    QFETCH(HydJobSettings, own);
-    QFETCH(HydJobSettings, other);
+    QFETCH(HydJobSettings, asked);
+    QFETCH(HydJobSettings, limits);
     QFETCH(bool, strict);
     std::vector<std::string> differences;
-    QVERIFY(own.checkSetupMap(other, strict, differences));
+    QVERIFY(asked.checkSetupMap(limits, strict, differences));
     QVERIFY(differences.empty());
-    QVERIFY(own.checkSetupMap(other, strict));
+    const LogCapture log;
+    QVERIFY(asked.checkSetupMap(limits, strict));
+    QVERIFY(LogCapture::lines.empty());
 }
 
 void tst_HydJobSettings::derivedClassIsHeardThroughTheBase()
@@ -375,55 +405,68 @@ void tst_HydJobSettings::ownMapMayBeSet()
 
 void tst_HydJobSettings::setupThatCannotRun_data()
 {
-    QTest::addColumn<HydJobSettings>("own");
-    QTest::addColumn<HydJobSettings>("other");
+    QTest::addColumn<HydJobSettings>("asked");
+    QTest::addColumn<HydJobSettings>("limits");
     QTest::addColumn<bool>("strict");
     QTest::addColumn<QByteArray>("difference");
-    const auto row = [](const char* name, const HydJobSettings& own, const HydJobSettings& other, bool strict,
-                        const char* difference) {
-        QTest::newRow(name) << own << other << strict << QByteArray(difference);
+    const auto row = [](const char* name, const HydJobSettings& asked, const HydJobSettings& limits,
+                        bool strict, const char* difference) {
+        QTest::newRow(name) << asked << limits << strict << QByteArray(difference);
     };
     const HydJobSettings none;
-    row("rate too high", settingsOf({{JobTagWavRate, 96000}}), settingsOf({{JobTagWavRate, 96001}}), false,
+    row("rate too high", settingsOf({{JobTagWavRate, 96001}}), settingsOf({{JobTagWavRate, 96000}}), false,
         "WAVE_SAMPLE_RATE=96001 exceeds WAVE_SAMPLE_RATE=96000");
-    row("spectrum rate too high", settingsOf({{JobTagFftRate, 1}}), settingsOf({{JobTagFftRate, 2}}), false,
+    row("spectrum rate too high", settingsOf({{JobTagFftRate, 2}}), settingsOf({{JobTagFftRate, 1}}), false,
         "FFT_SAMPLE_RATE=2 exceeds FFT_SAMPLE_RATE=1");
-    row("rate 0", none, settingsOf({{JobTagWavRate, 0}}), false, "WAVE_SAMPLE_RATE=0 is no rate");
-    row("depth too high", settingsOf({{JobTagWavBitDepth, 16}}), settingsOf({{JobTagWavBitDepth, 24}}), false,
+    row("rate 0", settingsOf({{JobTagWavRate, 0}}), none, false, "WAVE_SAMPLE_RATE=0 is no rate");
+    row("depth too high", settingsOf({{JobTagWavBitDepth, 24}}), settingsOf({{JobTagWavBitDepth, 16}}), false,
         "WAVE_BIT_DEPTH=24 exceeds WAVE_BIT_DEPTH=16");
-    row("odd depth", none, settingsOf({{JobTagWavBitDepth, 12}}), false, "WAVE_BIT_DEPTH=12 is no bit depth");
-    row("unknown logging mode", none, settingsOf({{JobTagWavLogMode, 2}}), false,
+    row("odd depth", settingsOf({{JobTagWavBitDepth, 12}}), none, false, "WAVE_BIT_DEPTH=12 is no bit depth");
+    row("unknown logging mode", settingsOf({{JobTagWavLogMode, 2}}), none, false,
         "WAVE_LOG_MODE=2 is no known mode");
-    row("unknown spectrum logging mode", none, settingsOf({{JobTagFftLogMode, 9}}), false,
+    row("unknown spectrum logging mode", settingsOf({{JobTagFftLogMode, 9}}), none, false,
         "FFT_LOG_MODE=9 is no known mode");
-    row("unknown byte order", none, settingsOf({{JobTagWavByteOrder, 2}}), false,
+    row("unknown byte order", settingsOf({{JobTagWavByteOrder, 2}}), none, false,
         "WAVE_ENDIAN=2 is no known mode");
-    row("strict: lower", settingsOf({{JobTagWavRate, 96000}}), settingsOf({{JobTagWavRate, 8000}}), true,
+    row("strict: lower", settingsOf({{JobTagWavRate, 8000}}), settingsOf({{JobTagWavRate, 96000}}), true,
         "WAVE_SAMPLE_RATE=8000 differs from WAVE_SAMPLE_RATE=96000");
-    row("strict: missing", none, settingsOf({{JobTagWavGain, 6}}), true, "WAVE_GAIN=6 is missing");
+    row("strict: missing", settingsOf({{JobTagWavGain, 6}}), none, true, "WAVE_GAIN=6 is missing");
+    row("strict: more than asked", none, settingsOf({{JobTagWavGain, 6}}), true,
+        "WAVE_GAIN=6 is not asked for");
 }
 
 void tst_HydJobSettings::setupThatCannotRun()
 {
-    QFETCH(HydJobSettings, own);
-    QFETCH(HydJobSettings, other);
+    QFETCH(HydJobSettings, asked);
+    QFETCH(HydJobSettings, limits);
     QFETCH(bool, strict);
     QFETCH(QByteArray, difference);
     std::vector<std::string> differences;
-    QVERIFY(!own.checkSetupMap(other, strict, differences));
+    QVERIFY(!asked.checkSetupMap(limits, strict, differences));
     QCOMPARE(differences.size(), size_t{1});
     QCOMPARE(QByteArray::fromStdString(differences[0]), difference);
-    QVERIFY(!own.checkSetupMap(other, strict));
+    const LogCapture log;
+    QVERIFY(!asked.checkSetupMap(limits, strict));
+    QCOMPARE(LogCapture::lines, (QByteArrayList{"debug: " + difference}));
 }
 
 void tst_HydJobSettings::everyDifferenceIsALine()
 {
-    const auto other = settingsOf({{JobTagWavRate, 0}, {JobTagWavBitDepth, 12}, {JobTagWavGain, 5}});
+    const auto asked = settingsOf({{JobTagWavRate, 0}, {JobTagWavBitDepth, 12}, {JobTagWavGain, 5}});
+    const auto limits = settingsOf({{JobTagWavGain, 6}, {JobTagAuxMsg, 1}});
     std::vector<std::string> differences;
-    QVERIFY(!HydJobSettings().checkSetupMap(other, false, differences));
+    QVERIFY(!asked.checkSetupMap(limits, false, differences));
     QCOMPARE(differences.size(), size_t{2});
-    QVERIFY(!HydJobSettings().checkSetupMap(other, true, differences));
-    QCOMPARE(differences.size(), size_t{5});
+    // Lines of an earlier check stay and don't count.
+    QVERIFY(settingsOf({{JobTagWavRate, 1}}).checkSetupMap(limits, false, differences));
+    QVERIFY(!asked.checkSetupMap(limits, true, differences));
+    QCOMPARE(differences.size(), size_t{6});
+    const LogCapture log;
+    QVERIFY(!asked.checkSetupMap(limits, true));
+    QCOMPARE(
+        LogCapture::lines,
+        (QByteArrayList{"debug: WAVE_SAMPLE_RATE=0 is missing", "debug: WAVE_BIT_DEPTH=12 is missing",
+                        "debug: WAVE_GAIN=5 differs from WAVE_GAIN=6", "debug: AUX_MSG=1 is not asked for"}));
 }
 
 QTEST_APPLESS_MAIN(tst_HydJobSettings)

@@ -1,5 +1,7 @@
 #include "NvxQtCommon/contract/job/HydJobSettings.h"
 
+#include "NvxQtCommon/contract/base/NvxLog.h"
+
 #include <algorithm>
 #include <array>
 
@@ -17,9 +19,9 @@ template <class Keys> bool isOneOf(const Keys& keys, JobTagKey key)
     return false;
 }
 
-/// Why a tag can't be run by a device whose own tag of that key is `own` (null where it sets no limit); empty
-/// when it can.
-std::string setupFault(const HydJobSettingsTag& wanted, const HydJobSettingsTag* own)
+/// Why a tag can't be run by a device whose tag of that key is `limit` (null where it sets none); empty when
+/// it can.
+std::string setupFault(const HydJobSettingsTag& wanted, const HydJobSettingsTag* limit)
 {
     const auto number = wanted.number();
     const bool isDepth = wanted.key() == JobTagWavBitDepth;
@@ -30,22 +32,22 @@ std::string setupFault(const HydJobSettingsTag& wanted, const HydJobSettingsTag*
     if (isOneOf(kJobSwitches, wanted.key()) && number > 1)
         return wanted.toString() + " is no known mode";
     const bool hasLimit = isDepth || isOneOf(kJobRates, wanted.key());
-    if (hasLimit && own != nullptr && number > own->number())
-        return wanted.toString() + " exceeds " + own->toString();
+    if (hasLimit && limit != nullptr && number > limit->number())
+        return wanted.toString() + " exceeds " + limit->toString();
     return {};
 }
 
-std::string strictSetupFault(const HydJobSettingsTag& wanted, const HydJobSettingsTag* own)
+std::string strictSetupFault(const HydJobSettingsTag& wanted, const HydJobSettingsTag* given)
 {
-    if (own == nullptr)
+    if (given == nullptr)
         return wanted.toString() + " is missing";
     ByteStream wantedBytes;
-    ByteStream ownBytes;
+    ByteStream givenBytes;
     wanted.serialize(wantedBytes);
-    own->serialize(ownBytes);
-    if (std::ranges::equal(wantedBytes.bytes(), ownBytes.bytes()))
+    given->serialize(givenBytes);
+    if (std::ranges::equal(wantedBytes.bytes(), givenBytes.bytes()))
         return {};
-    return wanted.toString() + " differs from " + own->toString();
+    return wanted.toString() + " differs from " + given->toString();
 }
 
 } // namespace
@@ -335,23 +337,28 @@ std::string HydJobSettings::toString() const
 bool HydJobSettings::checkSetupMap(const HydJobSettings& other, bool strict) const
 {
     std::vector<std::string> differences;
-    return checkSetupMap(other, strict, differences);
+    const bool canRun = HydJobSettings::checkSetupMap(other, strict, differences);
+    for (const auto& difference : differences)
+        nvxLog(NvxLogLevel::Debug, difference);
+    return canRun;
 }
 
 bool HydJobSettings::checkSetupMap(const HydJobSettings& other, bool strict,
                                    std::vector<std::string>& differences) const
 {
-    bool canRun = true;
-    for (const auto& [key, wanted] : other.m_map) {
-        const auto found = m_map.find(key);
-        const auto* own = found == m_map.end() ? nullptr : found->second.get();
-        auto fault = strict ? strictSetupFault(*wanted, own) : setupFault(*wanted, own);
-        if (fault.empty())
-            continue;
-        canRun = false;
-        differences.push_back(std::move(fault));
+    const auto before = differences.size();
+    for (const auto& [key, wanted] : m_map) {
+        const auto found = other.m_map.find(key);
+        const auto* given = found == other.m_map.end() ? nullptr : found->second.get();
+        auto fault = strict ? strictSetupFault(*wanted, given) : setupFault(*wanted, given);
+        if (!fault.empty())
+            differences.push_back(std::move(fault));
     }
-    return canRun;
+    for (const auto& [key, given] : other.m_map) {
+        if (strict && !m_map.contains(key))
+            differences.push_back(given->toString() + " is not asked for");
+    }
+    return differences.size() == before;
 }
 
 bool operator==(const HydJobSettings& a, const HydJobSettings& b)

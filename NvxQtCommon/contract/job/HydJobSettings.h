@@ -74,12 +74,13 @@ public:
     virtual void setWavLogLen(unsigned value);
     /// All tags in key order, "KEY=value" each, with a line feed between.
     virtual std::string toString() const;
-    /// True when this setup, as what a device can do, can run what `other` asks for. Each tag of `other` is
-    /// looked at: rates must be above 0 and not above the rate here, bit depths 16, 24 or 32 and not above
-    /// the depth here, logging modes LogOff or LogOn, byte orders little or big; other tags, and those that
-    /// are missing here, set no limit. With `strict` every tag of `other` must be here with the same value.
-    /// Each difference goes to `differences`, one line each.
+    /// True when `other`, as what a device can do, can run what this setup asks for. Each tag here is looked
+    /// at: rates must be above 0 and not above the other's rate, bit depths 16, 24 or 32 and not above the
+    /// other's depth, logging modes LogOff or LogOn, byte orders little or big; other tags, and those that
+    /// the other misses, set no limit. With `strict` both must have the same tags with the same values. Each
+    /// difference is one line of the log, level debug.
     virtual bool checkSetupMap(const HydJobSettings& other, bool strict) const;
+    /// The same, with the lines appended to `differences` instead of logged.
     bool checkSetupMap(const HydJobSettings& other, bool strict, std::vector<std::string>& differences) const;
 
     /// Compares tag counts and then the 22 getters in their order. Tags outside the getters count only
