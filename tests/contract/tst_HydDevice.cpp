@@ -37,6 +37,7 @@ private Q_SLOTS:
     void emptyNetworkRecordKeepsTheKnownOne();
     void aliasSurvivesAReply();
     void triggerListWithHoles();
+    void triggerOfAnUnknownClassHasNoNumber();
     void arrayThatIsGoneIsNoLongerGiven();
     void emptyListsOfAnArray();
     void listOfAnArrayIsACopy();
@@ -402,6 +403,16 @@ void tst_HydDevice::triggerListWithHoles()
     device.setTriggers({nullptr, first, numberedTrigger(4)});
     QCOMPARE(device.trigger(4), std::shared_ptr<HydTrigger>(first));
     QVERIFY(!device.trigger(5));
+}
+
+void tst_HydDevice::triggerOfAnUnknownClassHasNoNumber()
+{
+    HydDevice device;
+    device.setTriggers({std::make_shared<HydTrigger>()});
+    QVERIFY(!device.trigger(0));
+    const auto zero = numberedTrigger(0);
+    device.setTriggers({std::make_shared<HydTrigger>(), zero});
+    QCOMPARE(device.trigger(0), std::shared_ptr<HydTrigger>(zero));
 }
 
 void tst_HydDevice::arrayThatIsGoneIsNoLongerGiven()

@@ -79,7 +79,8 @@ void NvxDevice::setTriggers(std::vector<std::shared_ptr<HydTrigger>> triggers)
 std::shared_ptr<HydTrigger> NvxDevice::trigger(uint8_t trigNum) const
 {
     for (const auto& trigger : m_triggers) {
-        if (trigger && trigger->trigNum() == trigNum)
+        const auto* numbered = dynamic_cast<const HydTrigger_5_6*>(trigger.get());
+        if (numbered != nullptr && numbered->trigNum() == trigNum)
             return trigger;
     }
     return nullptr;

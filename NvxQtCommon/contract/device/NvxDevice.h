@@ -35,7 +35,8 @@ public:
     virtual void mergeJobSettings(const HydJobSettings& settings);
     virtual std::vector<std::shared_ptr<HydTrigger>> triggers() const;
     virtual void setTriggers(std::vector<std::shared_ptr<HydTrigger>> triggers);
-    /// Empty when no trigger of that number exists.
+    /// Empty when no trigger of that number exists. A trigger of a class that doesn't know its number is
+    /// never given.
     virtual std::shared_ptr<HydTrigger> trigger(uint8_t trigNum) const;
     /// Address of the local interface through which the device was found.
     virtual void setIfaceAddr(const NvxIpAddr& address);
