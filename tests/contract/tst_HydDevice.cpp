@@ -35,6 +35,7 @@ private Q_SLOTS:
     void repeatedReplyIsNoChange();
     void enquiryWithoutABodyChangesNothing();
     void emptyNetworkRecordKeepsTheKnownOne();
+    void unknownTimeKeepsTheKnownOne();
     void aliasSurvivesAReply();
     void triggerListWithHoles();
     void triggerOfAnUnknownClassHasNoNumber();
@@ -386,6 +387,19 @@ void tst_HydDevice::emptyNetworkRecordKeepsTheKnownOne()
     report.netHostInfo = NvxNetHostInfo();
     QVERIFY(!device.updateFromEnquire(HydEnquireCmd(report)));
     QCOMPARE(device.netHostInfo().ipAddress().toInt(), 0x0A000005U);
+}
+
+void tst_HydDevice::unknownTimeKeepsTheKnownOne()
+{
+    HydDevice device;
+    device.updateFromEnquire(HydEnquireCmd(fullReport()));
+    auto report = fullReport();
+    report.timeUtc = 0;
+    QVERIFY(!device.updateFromEnquire(HydEnquireCmd(report)));
+    QCOMPARE(device.timeUtc(), 1700000000);
+    report.battPercent = 3;
+    QVERIFY(device.updateFromEnquire(HydEnquireCmd(report)));
+    QCOMPARE(device.timeUtc(), 1700000000);
 }
 
 void tst_HydDevice::aliasSurvivesAReply()

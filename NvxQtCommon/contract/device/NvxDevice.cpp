@@ -21,7 +21,8 @@ bool NvxDevice::updateFromEnquire(const HydEnquireCmd& reply)
     takeOver(m_id.m_hostDevNo, report.hostDevNo);
     if (report.netHostInfo != NvxNetHostInfo())
         takeOver(m_id.m_netHostInfo, report.netHostInfo);
-    takeOver(m_timeUtc, report.timeUtc);
+    if (report.timeUtc != 0)
+        takeOver(m_timeUtc, report.timeUtc);
     takeOver(m_firmwareVer, report.firmwareVer);
     return changed;
 }

@@ -20,8 +20,9 @@ public:
     NvxDevice& operator=(const NvxDevice&) = default;
     virtual ~NvxDevice();
 
-    /// Takes over what an enquire reply reports; an enquiry without a body, and an all-zero network record,
-    /// change nothing. True when anything in the record changed.
+    /// Takes over what an enquire reply reports; an enquiry without a body, an all-zero network record, and
+    /// the time 0, which means unknown, change nothing. True when anything in the record changed, the time
+    /// too.
     virtual bool updateFromEnquire(const HydEnquireCmd& reply);
     /// The alias, or the type's text, a blank and the serial number.
     virtual std::string friendlyText() const;
