@@ -40,6 +40,7 @@ private Q_SLOTS:
     void triggerListWithHoles();
     void triggerOfAnUnknownClassHasNoNumber();
     void arrayThatIsGoneIsNoLongerGiven();
+    void deviceThatLeavesAnArrayForgetsIt();
     void emptyListsOfAnArray();
     void listOfAnArrayIsACopy();
 };
@@ -441,6 +442,29 @@ void tst_HydDevice::arrayThatIsGoneIsNoLongerGiven()
     // The array holds its recorders; were they to hold it too, neither would ever go.
     QVERIFY(watch.expired());
     QVERIFY(!skiff->ZCR_NVX_Dev());
+}
+
+void tst_HydDevice::deviceThatLeavesAnArrayForgetsIt()
+{
+    const auto array = std::make_shared<ZcrDevice>(DevTypeZcr);
+    const auto other = std::make_shared<ZcrDevice>(DevTypeZcr);
+    const auto makeSkiff = [](uint16_t serial) {
+        return std::make_shared<SkiffDevice>(serial, DevTypeSkiff, NvxNetHostInfo(), JobTagMap());
+    };
+    const auto stays = makeSkiff(1);
+    const auto leaves = makeSkiff(2);
+    const auto moves = makeSkiff(3);
+    std::vector<std::shared_ptr<HydDevice>> all{stays, leaves, moves};
+    array->setDevList(&all, array);
+    std::vector<std::shared_ptr<HydDevice>> moved{moves};
+    other->setDevList(&moved, other);
+    std::vector<std::shared_ptr<HydDevice>> rest{stays};
+    array->setDevList(&rest, array);
+    QCOMPARE(stays->ZCR_NVX_Dev(), array);
+    QVERIFY(!leaves->ZCR_NVX_Dev());
+    QCOMPARE(moves->ZCR_NVX_Dev(), other);
+    array->setDevList(nullptr, array);
+    QVERIFY(!stays->ZCR_NVX_Dev());
 }
 
 void tst_HydDevice::emptyListsOfAnArray()
