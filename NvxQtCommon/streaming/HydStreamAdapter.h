@@ -192,8 +192,8 @@ private:
     bool isStale() const;
     int32_t rateOf(const HydJobSettings& settings) const;
     void resetSequences();
-    /// Says in the log what the processor skipped since it had skipped `before` bytes.
     void readRest();
+    /// Says in the log how many bytes were lost; nothing for 0.
     void logSkipped(uint64_t skipped) const;
     void handleHeader(std::shared_ptr<HydStreamEventHeaderPayload> header);
     bool checkSequence(const HydEventKeyChunk& key);
