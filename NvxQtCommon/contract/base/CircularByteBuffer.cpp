@@ -1,7 +1,8 @@
 #include "NvxQtCommon/contract/base/CircularByteBuffer.h"
 
+#include "NvxQtCommon/contract/base/CopyBytes.h"
+
 #include <algorithm>
-#include <cstring>
 
 CircularByteBuffer::CircularByteBuffer(unsigned long long capacity)
     : m_bytes(std::make_unique_for_overwrite<unsigned char[]>(capacity)), m_capacity(capacity)
@@ -15,8 +16,8 @@ unsigned long long CircularByteBuffer::write(const unsigned char* data, unsigned
         return 0;
     const auto tail = (m_head + m_count) % m_capacity;
     const auto first = std::min(count, m_capacity - tail);
-    std::memcpy(m_bytes.get() + tail, data, first);
-    std::memcpy(m_bytes.get(), data + first, count - first);
+    copyBytes(m_bytes.get() + tail, data, first);
+    copyBytes(m_bytes.get(), data + first, count - first);
     m_count += count;
     return count;
 }
@@ -51,8 +52,8 @@ unsigned long long CircularByteBuffer::peek(unsigned char* data, unsigned long l
         return 0;
     const auto start = (m_head + offset) % m_capacity;
     const auto first = std::min(count, m_capacity - start);
-    std::memcpy(data, m_bytes.get() + start, first);
-    std::memcpy(data + first, m_bytes.get(), count - first);
+    copyBytes(data, m_bytes.get() + start, first);
+    copyBytes(data + first, m_bytes.get(), count - first);
     return count;
 }
 

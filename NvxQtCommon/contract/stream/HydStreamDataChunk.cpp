@@ -1,6 +1,6 @@
 #include "NvxQtCommon/contract/stream/HydStreamDataChunk.h"
 
-#include <cstring>
+#include "NvxQtCommon/contract/base/CopyBytes.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ std::shared_ptr<HydStreamDataChunkV0> HydStreamDataChunkV0::fromWire(ByteReader&
     if (size != 0) {
         // The one copy on a sample's way from the socket to its consumer's payload.
         data = std::make_shared_for_overwrite<unsigned char[]>(size);
-        std::memcpy(data.get(), in.take(size).data(), size);
+        copyBytes(data.get(), in.take(size).data(), size);
     }
     return std::make_shared<HydStreamDataChunkV0>(start, channels, format, count, std::move(data), size);
 }

@@ -1,5 +1,7 @@
 #include "NvxQtCommon/contract/stream/HydStreamProcessor.h"
 
+#include "NvxQtCommon/contract/base/CopyBytes.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -191,7 +193,7 @@ void HydStreamProcessor::keep(CircularByteBuffer& ring, size_t count)
     if (needed > m_pending.capacity())
         m_pending.reserve(std::min(std::max(needed, 2 * m_pending.capacity()), kMaxPendingStorage));
     while (count > 0) {
-        const auto piece = ring.front().first(std::min(count, ring.front().size()));
+        const auto piece = ring.front().first(std::min({count, ring.front().size(), kCopyPiece}));
         m_pending.insert(m_pending.end(), piece.begin(), piece.end());
         ring.skip(piece.size());
         count -= piece.size();
