@@ -366,7 +366,7 @@ void tst_HydStreamProcessorBadInput::endlessJunkIsBoundedInWorkAndMemory()
 {
     QFETCH(MakeJunk, make);
     constexpr size_t kMiB = 1024 * 1024;
-    for (const auto& [size, piece] : {std::pair(8 * kMiB, 3 * kMiB), std::pair(2 * kMiB, size_t(4099))}) {
+    for (const auto& [size, piece] : {std::pair(8 * kMiB, 3 * kMiB), std::pair(kMiB / 2, size_t(4099))}) {
         const Bytes junk = make(size);
         StreamFeeder feeder;
         // The feeder checks the bytes examined and the bytes kept.
