@@ -17,6 +17,7 @@ private Q_SLOTS:
     void framesThatWrapInTheRingComeOut();
     void messagesComeOneByOne();
     void theMessageStaysUntilTheNextDispatch();
+    void framesThatWaitedTogetherComeInOneRound();
     void aFrameThatIsWholeLeavesNothingBehind();
     void theLargestFrameComesOut_data();
     void theLargestFrameComesOut();
@@ -165,6 +166,19 @@ void tst_HydStreamProcessor::theMessageStaysUntilTheNextDispatch()
     processor.dispatch(&event);
     QVERIFY(!processor.message());
     QVERIFY(first->frame() == frame);
+}
+
+void tst_HydStreamProcessor::framesThatWaitedTogetherComeInOneRound()
+{
+    // Good frames that seemed to be the content of another one, until its last byte showed that it's damaged.
+    Bytes all = frameBytes(4, chunkBytes(99, dataFrame(0) + dataFrame(100)));
+    all.back() ^= 1;
+    StreamFeeder feeder;
+    feeder.feed(Bytes(all.begin(), all.end() - 1));
+    QVERIFY(feeder.frames.empty());
+    feeder.feed({all.back()});
+    QVERIFY(feeder.frames == (Frames{dataFrame(0), dataFrame(100)}));
+    QCOMPARE(feeder.processor.skippedBytes(), uint64_t(all.size() - 2 * dataFrame(0).size()));
 }
 
 void tst_HydStreamProcessor::aFrameThatIsWholeLeavesNothingBehind()
