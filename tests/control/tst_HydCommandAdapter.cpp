@@ -44,6 +44,7 @@ private Q_SLOTS:
     void typeChangeWhileConnectedIsLogged();
     void unknownTypeDoesNothing();
     void closingWhileUnconnectedIsSilent();
+    void destroyedWithMoreToSendThanThePeerTakes();
     void destroyedWhileConnecting();
     void disconnectIsLoggedBySlot();
     void deletedLaterByItsReceiver();
@@ -367,6 +368,24 @@ void tst_HydCommandAdapter::closingWhileUnconnectedIsSilent()
     QVERIFY(f.open());
     QCOMPARE(f.closed.count(), 0);
     QVERIFY(f.errors.isEmpty());
+}
+
+void tst_HydCommandAdapter::destroyedWithMoreToSendThanThePeerTakes()
+{
+    AdapterFixture f(kAddress);
+    QVERIFY(f.open());
+    // The peer reads nothing while this loop runs, so that the system's buffers are full at the end.
+    const auto command = std::make_shared<HydJobSetupCmd>(
+        JobTagMap{
+            {JobTagKey(0x4000), std::make_shared<HydRawTag>(JobTagKey(0x4000), std::vector<uint8_t>(1000))}},
+        JobSetupDefault);
+    for (int i = 0; i < 12000; ++i)
+        QVERIFY(f.adapter.sendCommand(command));
+    f.socket->flush();
+    QVERIFY(f.socket->bytesToWrite() > 0);
+    f.owned.reset();
+    QCOMPARE(f.closed.count(), 1);
+    QCOMPARE(f.errors.count(), 0);
 }
 
 void tst_HydCommandAdapter::destroyedWhileConnecting()
