@@ -36,6 +36,7 @@ private Q_SLOTS:
     void topBitBurst();
     void collectedReplyRestartsTheTimer();
     void firstReplyStartsTheTimer();
+    void otherRepliesLeaveARunningTimerAlone();
     // --- rainy day flows
     void secondPositiveConfigurationStopsTheTimer();
     void collectedReplyAloneDoesNotStartAStoppedTimer();
@@ -174,6 +175,17 @@ void tst_HydCommandAdapterScan::firstReplyStartsTheTimer()
     QVERIFY(f.deliver(timeReply(1)));
     QVERIFY(f.scanTimer->isActive());
     QCOMPARE(f.scanTimer->interval(), 1000);
+}
+
+void tst_HydCommandAdapterScan::otherRepliesLeaveARunningTimerAlone()
+{
+    AdapterFixture f(kAddress);
+    QVERIFY(f.open());
+    f.adapter.setDataScanConf(kLongWait, 0x20);
+    f.scanTimer->start(5000);
+    QVERIFY(f.deliver(timeReply(1)));
+    QCOMPARE(f.letters, QByteArray("A"));
+    QCOMPARE(f.scanTimer->interval(), 5000);
 }
 
 void tst_HydCommandAdapterScan::secondPositiveConfigurationStopsTheTimer()
