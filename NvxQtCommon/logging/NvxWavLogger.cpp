@@ -11,6 +11,7 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
+#include <QPointer>
 
 #include <algorithm>
 #include <iostream>
@@ -112,11 +113,13 @@ void NvxWavLogger::handleWavEventHdr(std::shared_ptr<HydStreamEventHeaderPayload
                   << std::flush;
         return;
     }
+    const QPointer<NvxWavLogger> self(this);
     if (header->isArray())
         handleArrayHdr(*header);
     else
         handleRecorderHdr(*header, device.get());
-    handleSetup(*header);
+    if (self)
+        handleSetup(*header);
 }
 
 void NvxWavLogger::handleTimingHdr(const HydStreamEventHeaderPayload& header, const HydDeviceId& devId)
@@ -129,7 +132,10 @@ void NvxWavLogger::handleTimingHdr(const HydStreamEventHeaderPayload& header, co
     info->deviceType = devId.devType();
     info->serialNo = devId.serialNo();
     info->filename = HydUtil::dateTimeFname(L"Test_Time_", key.time);
+    const QPointer<NvxWavLogger> self(this);
     Q_EMIT testDataReady(*info);
+    if (!self)
+        return;
 
     m_timeWriter.currHeader()->setStartDt(key.time);
     m_timeWriter.currHeader()->setDeviceId(devId);
@@ -165,7 +171,10 @@ void NvxWavLogger::handleArrayHdr(const HydStreamEventHeaderPayload& header)
     NvxWavInfoDataTMI info(header.numChannels());
     info.setNumChannels(header.numChannels());
     fillCommonInfo(info, header);
+    const QPointer<NvxWavLogger> self(this);
     Q_EMIT dataTime(key.utc());
+    if (!self)
+        return;
     for (unsigned channel = 1; channel <= header.numChannels(); ++channel) {
         const auto index = static_cast<unsigned char>(channel);
         setDeviceInfo(info, deviceInfoOf(header, channel - 1), index);
@@ -211,7 +220,10 @@ void NvxWavLogger::handleRecorderHdr(const HydStreamEventHeaderPayload& header, 
     info.setFullScaleCount(fullScaleOf(setup->bitDepth()));
     info.setHeadStatus(m_headStatus);
     WavStreamEvent event(&info, key.eventTime(), key.eventSequence());
+    const QPointer<NvxWavLogger> self(this);
     Q_EMIT dataTime(key.utc());
+    if (!self)
+        return;
     // The array's path leaves the writer's byte order alone: intended.
     m_writer.setBigEndian(setup->isBigEndian());
     processWavStreamEvent(&event);
@@ -250,7 +262,10 @@ void NvxWavLogger::handleWavData(std::shared_ptr<HydStreamDataPayload> payload)
     if (payload->streamType == StreamWaveScan)
         sequence -= data.sampleNum();
     WavStreamEvent event(&chunk, key.eventTime(), sequence);
+    const QPointer<NvxWavLogger> self(this);
     processWavStreamEvent(&event);
+    if (!self)
+        return;
     // 0 is not allowed as a maximum length, and still must not end the program.
     const uint32_t maxLength = m_maxLength > 0 ? m_maxLength - m_fileStartTime % m_maxLength : 0;
     Q_EMIT logProgress(m_writer.length(), maxLength);
@@ -271,11 +286,14 @@ void NvxWavLogger::processWavStreamEvent(WavStreamEvent* event)
 {
     if (m_wavTimeLog == LogOn || event == nullptr)
         return;
+    const QPointer<NvxWavLogger> self(this);
     while (!event->isConsumed()) {
         m_writer.dispatch(event);
         if (m_writer.isNewFile()) {
             m_fileStartTime = static_cast<uint32_t>(event->timeStamp());
             Q_EMIT newFileCreated(QString::fromStdWString(m_writer.outputFileName()));
+            if (!self)
+                return;
         }
     }
     if (m_writer.errorCode() != WavErrNone)
@@ -286,10 +304,14 @@ void NvxWavLogger::processSStreamEvent(SpecStreamEvent* event)
 {
     if (event == nullptr)
         return;
+    const QPointer<NvxWavLogger> self(this);
     while (!event->isConsumed()) {
         m_timeWriter.dispatch(event);
-        if (m_timeWriter.isNewFile())
+        if (m_timeWriter.isNewFile()) {
             Q_EMIT newFileCreated(QString::fromStdWString(m_timeWriter.outputFileName()));
+            if (!self)
+                return;
+        }
     }
     if (m_timeWriter.errorCode() != SpecErrNone)
         qDebug() << "Spectrum from Wave Write Error!!!";
@@ -310,8 +332,10 @@ void NvxWavLogger::stopLogging()
 void NvxWavLogger::handleWriteError()
 {
     const QString reason = QString::fromStdString(NvxWavWriter::errorStr(m_writer.errorCode()));
+    const QPointer<NvxWavLogger> self(this);
     Q_EMIT loggingFailed(reason +
                          QStringLiteral("\nPlease ensure that there is space on the disk and that you "
                                         "have permission to write to the destination directory."));
-    stopLogging();
+    if (self)
+        stopLogging();
 }

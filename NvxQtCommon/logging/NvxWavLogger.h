@@ -23,8 +23,7 @@ class WavStreamEvent;
 /// for each event header. The application makes one for each recording, feeds it with the signals of a stream
 /// adapter or a replay, and owns it. It is live from construction on: the first header starts the first file.
 /// All operations run on the one thread that the application gives it. The destructor doesn't emit anything;
-/// it completes an open file. A slot on one of its signals that wants to be rid of the logger calls
-/// deleteLater().
+/// it completes an open file. A slot may delete the logger under any of its signals.
 class NVXQTCOMMON_EXPORT NvxWavLogger : public QObject
 {
     Q_OBJECT
