@@ -3,6 +3,8 @@
 #include "tests/contract/ContractSupport.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <thread>
+
 class tst_Crc32 : public NvxTestCase
 {
     Q_OBJECT
@@ -15,6 +17,8 @@ private Q_SLOTS:
     void everyPieceOfARing_data();
     void everyPieceOfARing();
     void bytesComeAndGo();
+    void workIsCounted();
+    void piecesThatOverlapCostOnePass();
     // --- rainy day flows
     void bytesThatGoUnannounced();
     void seesEveryChangedBit();
@@ -110,6 +114,33 @@ void tst_Crc32::bytesComeAndGo()
         checksums.leave(leaving);
         QCOMPARE(ring.skip(leaving), static_cast<unsigned long long>(leaving));
     }
+}
+
+void tst_Crc32::workIsCounted()
+{
+    const auto before = crc32ByteCount();
+    crc32Of(noiseBytes(300, 3));
+    QCOMPARE(crc32ByteCount() - before, uint64_t{300});
+    crc32Of({});
+    QCOMPARE(crc32ByteCount() - before, uint64_t{300});
+    // Each thread has its own count.
+    std::thread([] { crc32Of(noiseBytes(100, 3)); }).join();
+    QCOMPARE(crc32ByteCount() - before, uint64_t{300});
+}
+
+void tst_Crc32::piecesThatOverlapCostOnePass()
+{
+    constexpr size_t held = 20000;
+    constexpr size_t half = held / 2;
+    CircularByteBuffer ring(held);
+    writeAll(ring, noiseBytes(held, 6));
+    RingCrc32 checksums(ring);
+    const auto before = crc32ByteCount();
+    for (size_t offset = 0; offset < half; ++offset)
+        checksums.of(offset, half);
+    // One pass, and less than 64 bytes at either end of each piece.
+    QVERIFY(crc32ByteCount() - before >= held - 64);
+    QVERIFY(crc32ByteCount() - before < held + half * 2 * 64);
 }
 
 void tst_Crc32::bytesThatGoUnannounced()

@@ -7,12 +7,19 @@
 namespace {
 
 constexpr unsigned long long kMarkDistance = 64;
+thread_local uint64_t t_crcBytes = 0;
 
 } // namespace
 
 uint32_t crc32Of(std::span<const uint8_t> bytes, uint32_t start)
 {
+    t_crcBytes += bytes.size();
     return static_cast<uint32_t>(crc32_z(start, bytes.data(), bytes.size()));
+}
+
+uint64_t crc32ByteCount()
+{
+    return t_crcBytes;
 }
 
 uint32_t RingCrc32::of(unsigned long long offset, unsigned long long size)

@@ -8,6 +8,8 @@
 
 /// CRC-32 of ISO 3309 over `bytes`. `start` is the result over the bytes in front of them, 0 for none.
 NVXQTCOMMON_EXPORT uint32_t crc32Of(std::span<const uint8_t> bytes, uint32_t start = 0);
+/// Bytes that crc32Of() went over on the calling thread so far: the cost of a search, for who measures one.
+NVXQTCOMMON_EXPORT uint64_t crc32ByteCount();
 
 /// CRC-32 of any piece of a ring. A search that asks for many pieces that overlap costs one pass over the
 /// ring and a small fixed amount for each question, however long the pieces are: it keeps the checksum up to
