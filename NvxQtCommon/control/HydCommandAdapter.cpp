@@ -292,6 +292,8 @@ void HydCommandAdapter::countFailedSend(bool isSetTime)
         plainLog() << "The socket is not connected, will be closed: " << m_ipAddr << " " << socketError;
         Q_EMIT error(ErrConnectionLost, socketError);
         closeConnection();
+        // A peer that doesn't read what is still to be written would keep the socket closing for ever.
+        m_socket.abort();
         clearReceived();
         connectSocket();
     }

@@ -73,10 +73,13 @@ public Q_SLOTS:
     /// Opens the port with 8 data bits, no parity, one stop bit and no flow control; false when it can't be
     /// opened or goes away meanwhile. A refused setting is logged only.
     bool connectSerial();
+    /// Closes the channel once what was accepted has left. A peer that doesn't read keeps a TCP channel
+    /// closing, and opening does nothing then; the recovery by counted sends ends it.
     void closeConnection();
     /// Sends one payload. False, with an error signal or a log line, when it was not handed to the channel
     /// whole: no connection, a failed write, no payload, or a frame of more than 1024 bytes, of which nothing
-    /// is sent. Sends without a connection count towards closing and opening the channel again.
+    /// is sent. Sends without a connection count towards closing and opening the channel again, which drops
+    /// what the peer hasn't taken.
     bool sendCommand(std::shared_ptr<HydControlMsgPayload> payload);
     /// Sets the poll: `scanWait` in milliseconds between a reply and the next request, 0 or below for none;
     /// `scanMask` the data asked for, 0 for none. Drops what was received and not parsed. A second call with

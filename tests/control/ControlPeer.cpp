@@ -73,6 +73,14 @@ void ControlPeer::send(const QByteArray& bytes)
     }
 }
 
+void ControlPeer::stopReading()
+{
+    if (!m_socket)
+        return;
+    disconnect(m_socket, &QTcpSocket::readyRead, this, nullptr);
+    m_socket->setReadBufferSize(1);
+}
+
 void ControlPeer::close()
 {
     if (m_socket)

@@ -44,6 +44,8 @@ public:
     int connections() const { return m_connections; }
     /// Hands the bytes to the system at once.
     void send(const QByteArray& bytes);
+    /// From now on nothing more is read of what arrives.
+    void stopReading();
     /// Ends the connection with what was sent.
     void close();
     /// Ends the connection by a reset.

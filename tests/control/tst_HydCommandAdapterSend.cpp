@@ -55,6 +55,7 @@ private Q_SLOTS:
     void openingAgainDoesNotResetTheCount();
     void otherCommandsDoNotResetTheCount();
     void knownPeerCountsSetTimeOnly();
+    void peerThatNeverReadsIsGivenUp();
     void writeInAnotherStateIsAnError();
     void connectedToAnotherAddressIsNotCounted();
 };
@@ -242,6 +243,10 @@ void tst_HydCommandAdapterSend::knownPeerCountsSetTimeOnly()
     f.adapter.closeConnection();
     QCOMPARE(f.socket->state(), QAbstractSocket::ClosingState);
     QVERIFY(!f.socket->peerAddress().isNull());
+    // Opening takes an unconnected socket only: what was accepted still leaves.
+    f.adapter.openConnection();
+    f.adapter.openIpConnection(kAddress);
+    QCOMPARE(f.socket->state(), QAbstractSocket::ClosingState);
 
     for (int i = 0; i < 40; ++i)
         QVERIFY(!f.adapter.sendCommand(enquire()));
@@ -254,6 +259,39 @@ void tst_HydCommandAdapterSend::knownPeerCountsSetTimeOnly()
     QCOMPARE(f.errorCount(ErrConnectionLost), 1);
     QCOMPARE(f.errorCount(ErrNotConnected), 57);
     QTRY_COMPARE(f.closed.count(), 1);
+}
+
+void tst_HydCommandAdapterSend::peerThatNeverReadsIsGivenUp()
+{
+    AdapterFixture f(kAddress);
+    QVERIFY(f.open());
+    f.peer.stopReading();
+    // More than the system's buffers take.
+    const auto command = setupOfFrameSize(1024);
+    for (int i = 0; i < 12000; ++i)
+        QVERIFY(f.adapter.sendCommand(command));
+    f.socket->flush();
+    QVERIFY(f.socket->bytesToWrite() > 0);
+    const auto reply = enquireReply(3);
+    QVERIFY(f.deliver(reply.first(20)));
+
+    f.adapter.closeConnection();
+    QCOMPARE(f.socket->state(), QAbstractSocket::ClosingState);
+    for (int i = 0; i < 16; ++i)
+        QVERIFY(!f.adapter.sendCommand(setTime()));
+    QCOMPARE(f.errorCount(ErrConnectionLost), 0);
+    QCOMPARE(f.closed.count(), 0);
+    QVERIFY(!f.adapter.sendCommand(setTime()));
+    QCOMPARE(f.errorCount(ErrConnectionLost), 1);
+    QCOMPARE(f.closed.count(), 1);
+    QTRY_COMPARE(f.opened.count(), 2);
+    QTRY_COMPARE(f.peer.connections(), 2);
+    // Nothing of the old connection is left on either side.
+    f.peer.forget();
+    QVERIFY(f.adapter.sendCommand(enquire()));
+    QTRY_COMPARE(f.peer.received(), frameOf(*enquire()));
+    QVERIFY(f.deliver(reply.sliced(20) + timeReply(1)));
+    QCOMPARE(f.letters, QByteArray("A"));
 }
 
 void tst_HydCommandAdapterSend::writeInAnotherStateIsAnError()
