@@ -252,9 +252,10 @@ bool HydCommandAdapter::writeToSocket(const unsigned char* bytes, qint64 size)
         m_socket.write(reinterpret_cast<const char*>(bytes), size) == size)
         return true;
     const auto socketError = m_socket.error();
-    qDebug().noquote() << "Socket is not open: m_socket.error():" << socketError
-                       << "m_socket.state():" << m_socket.state() << m_ipAddr << "sendCommand";
+    const auto state = m_socket.state();
     Q_EMIT error(ErrSocketWrite, socketError);
+    qDebug().noquote() << "Socket is not open: m_socket.error():" << socketError
+                       << "m_socket.state():" << state << m_ipAddr << "sendCommand";
     return false;
 }
 
@@ -274,9 +275,9 @@ void HydCommandAdapter::countFailedSend(bool isSetTime)
         if (m_failedSends++ <= kSerialSendLimit)
             return;
         const auto portError = m_serialPort.error();
+        Q_EMIT error(ErrConnectionLost, portError);
         plainLog() << "The port is not connected, will be closed: " << m_serialPort.portName() << " "
                    << portError;
-        Q_EMIT error(ErrConnectionLost, portError);
         closeConnection();
         openConnection();
     } else if (m_connType == ConnTcp) {
@@ -289,8 +290,8 @@ void HydCommandAdapter::countFailedSend(bool isSetTime)
         if (m_failedSends++ <= (isPeerUnknown ? kTcpSendLimitUnknownPeer : kTcpSendLimitKnownPeer))
             return;
         const auto socketError = m_socket.error();
-        plainLog() << "The socket is not connected, will be closed: " << m_ipAddr << " " << socketError;
         Q_EMIT error(ErrConnectionLost, socketError);
+        plainLog() << "The socket is not connected, will be closed: " << m_ipAddr << " " << socketError;
         closeConnection();
         // A peer that doesn't read what is still to be written would keep the socket closing for ever.
         m_socket.abort();
@@ -419,6 +420,7 @@ void HydCommandAdapter::store(std::span<const uint8_t> bytes)
 void HydCommandAdapter::parse(CircularByteBuffer& buffer)
 {
     const bool isCollecting = m_collecting;
+    const auto skippedBefore = m_processor.skippedBytes();
     ControlResponseEvent event(buffer);
     m_processor.setOutOfData(false);
     do {
@@ -432,8 +434,13 @@ void HydCommandAdapter::parse(CircularByteBuffer& buffer)
             handleMessage(*message);
     } while (!m_processor.outOfData());
 
-    if (isCollecting)
+    const auto skipped = m_processor.skippedBytes() - skippedBefore;
+    if (skipped > 0)
+        plainLog() << "Bytes that belong to no message, skipped: " << skipped;
+    if (isCollecting && !m_collectBuffer.isEmpty()) {
+        plainLog() << "An unfinished data collect message is dropped, bytes: " << m_collectBuffer.byteCount();
         m_collectBuffer.clear();
+    }
     const int scanWait = m_scanWait.load();
     if (scanWait > 0 && m_keepConnection && !m_scanTimer.isActive())
         m_scanTimer.start(scanWait);
@@ -457,9 +464,9 @@ void HydCommandAdapter::handleMessage(const HydControlMessage& message)
         }
         Q_EMIT commandResponse(payload);
     } else {
+        Q_EMIT signalErrorResponse("Incorrect response from device because of wrong request.");
         plainLog() << "nullptr == spPayload: "
                    << "readStream";
-        Q_EMIT signalErrorResponse("Incorrect response from device because of wrong request.");
     }
     if (!m_keepConnection && m_socket.state() != QAbstractSocket::UnconnectedState)
         m_socket.close();

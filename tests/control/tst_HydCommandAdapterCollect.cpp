@@ -162,9 +162,13 @@ void tst_HydCommandAdapterCollect::unfinishedCollectedIsDropped()
 {
     AdapterFixture f(kAddress);
     QVERIFY(f.open());
+    LogSpy log;
     QVERIFY(f.deliver(collectReply(1, 200).first(100)));
+    QVERIFY(log.lines().isEmpty());
     QVERIFY(f.deliver(collectReply(2)));
     QVERIFY(f.letters.isEmpty());
+    QCOMPARE(log.lines(),
+             QStringList{QStringLiteral("An unfinished data collect message is dropped, bytes: 100")});
     // What was left of it is gone: it can't swallow what comes next.
     QVERIFY(f.deliver(collectReply(3)));
     QVERIFY(f.deliver(collectReply(4)));
@@ -179,9 +183,12 @@ void tst_HydCommandAdapterCollect::collectedWithBadChecksum()
     QVERIFY(f.open());
     auto bad = collectReply(1, 200);
     bad[50] = char(bad[50] ^ 0x40);
+    LogSpy log;
     QVERIFY(f.deliver(bad));
     QVERIFY(f.deliver(collectReply(2)));
     QVERIFY(f.letters.isEmpty());
+    QCOMPARE(log.lines(),
+             QStringList{QStringLiteral("Bytes that belong to no message, skipped: %1").arg(bad.size())});
     QVERIFY(f.deliver(collectReply(3)));
     QCOMPARE(f.letters, QByteArray("C"));
     QCOMPARE(maskOf(f.responses[0]), uint8_t(2));

@@ -217,13 +217,24 @@ void tst_HydCommandAdapterRead::junkBetweenFrames()
     QFETCH(QByteArray, junk);
     AdapterFixture f(kAddress);
     QVERIFY(f.open());
+    LogSpy log;
+    QVERIFY(f.deliver(timeReply(1)));
+    QVERIFY(log.lines().isEmpty());
     QVERIFY(f.deliver(timeReply(1) + junk));
-    QCOMPARE(f.letters, QByteArray("A"));
+    QCOMPARE(f.letters, QByteArray("AA"));
     // A length in the junk may reach into what follows: the good frames are found behind it all the same.
     QVERIFY(f.deliver(enquireReply(5) + timeReply(2) + junk + enquireReply(6) + QByteArray(1000, '\0')));
-    QCOMPARE(f.letters, QByteArray("AEAE"));
-    QCOMPARE(serialOf(f.responses[1]), uint16_t(5));
+    QCOMPARE(f.letters, QByteArray("AAEAE"));
+    QCOMPARE(serialOf(f.responses[2]), uint16_t(5));
     QVERIFY(f.texts.isEmpty());
+    // Every byte of it is told.
+    qsizetype skipped = 0;
+    for (const QString& line : log.lines()) {
+        const auto text = QStringLiteral("Bytes that belong to no message, skipped: ");
+        QVERIFY2(line.startsWith(text), qPrintable(line));
+        skipped += line.sliced(text.size()).toInt();
+    }
+    QCOMPARE(skipped, 2 * junk.size() + 1000);
 }
 
 void tst_HydCommandAdapterRead::badChecksumIsSkipped()
@@ -243,9 +254,14 @@ void tst_HydCommandAdapterRead::unknownLetterIsATextAndNoResponse()
     AdapterFixture f(kAddress);
     QVERIFY(f.open());
     LogSpy log;
+    qsizetype linesAtTheSignal = -1;
+    connect(&f.adapter, &HydCommandAdapter::signalErrorResponse, this,
+            [&] { linesAtTheSignal = log.lines().size(); });
     QVERIFY(f.deliver(rawFrame('Q', "anything") + timeReply(1)));
     QCOMPARE(f.textList(), QStringList{kWrongRequest});
-    QCOMPARE(log.count(QStringLiteral("nullptr == spPayload: readStream")), 1);
+    // The signal first, then its line.
+    QCOMPARE(linesAtTheSignal, 0);
+    QCOMPARE(log.lines(), QStringList{QStringLiteral("nullptr == spPayload: readStream")});
     QCOMPARE(f.letters, QByteArray("A"));
 }
 

@@ -101,6 +101,8 @@ void tst_HydCommandAdapterSend::seventhSendOpensAgain()
     AdapterFixture f(kAddress);
     QVERIFY(f.peer.listen());
     LogSpy log;
+    qsizetype linesAtTheSignal = -1;
+    connect(&f.adapter, &HydCommandAdapter::error, this, [&] { linesAtTheSignal = log.lines().size(); });
     for (int i = 1; i <= 6; ++i) {
         QVERIFY(!f.adapter.sendCommand(enquire()));
         QCOMPARE(f.errorCount(ErrNotConnected), i);
@@ -111,8 +113,10 @@ void tst_HydCommandAdapterSend::seventhSendOpensAgain()
     const auto unknown = int(QAbstractSocket::UnknownSocketError);
     QCOMPARE(f.errorList().back(), std::pair(int(ErrConnectionLost), unknown));
     QCOMPARE(f.errorList()[6], std::pair(int(ErrNotConnected), unknown));
-    QVERIFY(log.contains(QStringLiteral("The socket is not connected, will be closed: 127.21.1.1 "
-                                        "QAbstractSocket::UnknownSocketError")));
+    // The signal first, then its line.
+    QCOMPARE(log.lines().indexOf(QStringLiteral("The socket is not connected, will be closed: 127.21.1.1 "
+                                                "QAbstractSocket::UnknownSocketError")),
+             linesAtTheSignal);
     QTRY_COMPARE(f.opened.count(), 1);
     QVERIFY(f.adapter.sendCommand(enquire()));
     QTRY_COMPARE(f.peer.letters(), QByteArray("E"));
@@ -300,6 +304,8 @@ void tst_HydCommandAdapterSend::writeInAnotherStateIsAnError()
     HydCommandAdapter adapter(ConnTcp);
     QSignalSpy errors(&adapter, &HydCommandAdapter::error);
     LogSpy log;
+    qsizetype linesAtTheSignal = -1;
+    connect(&adapter, &HydCommandAdapter::error, this, [&] { linesAtTheSignal = log.lines().size(); });
     adapter.openConnection();
     QVERIFY(adapter.isConnected());
     QVERIFY(!adapter.isChannelOpen());
@@ -312,6 +318,7 @@ void tst_HydCommandAdapterSend::writeInAnotherStateIsAnError()
                                                             "QAbstractSocket::\\w+ .*sendCommand$")))
                      .size() == 1,
              qPrintable(lines.join(u'\n')));
+    QCOMPARE(linesAtTheSignal, 0);
 }
 
 void tst_HydCommandAdapterSend::connectedToAnotherAddressIsNotCounted()

@@ -265,6 +265,9 @@ void tst_HydCommandAdapterSerial::portThatIsNotThere()
     for (const bool isByOpenSer : {false, true}) {
         AdapterFixture f(kAddress, ConnSerial);
         LogSpy log;
+        QString lineAtTheLastError;
+        connect(&f.adapter, &HydCommandAdapter::error, this,
+                [&] { lineAtTheLastError = log.lines().last(); });
         if (isByOpenSer) {
             f.adapter.openSerConnection(name, 115200);
         } else {
@@ -274,7 +277,10 @@ void tst_HydCommandAdapterSerial::portThatIsNotThere()
         QVERIFY(!f.adapter.isConnected());
         QVERIFY(!f.adapter.isChannelOpen());
         QVERIFY(f.opened.isEmpty());
-        QCOMPARE(log.count(QStringLiteral("Failed to open port ") + f.adapter.serialPortName()), 1);
+        const auto line = QStringLiteral("Failed to open port ") + f.adapter.serialPortName();
+        QCOMPARE(log.count(line), 1);
+        // The line first, then its signal.
+        QCOMPARE(lineAtTheLastError, line);
         // The port's own reports, and that of the failed opening.
         const auto reports = log.lines().filter(
             QStringLiteral("Serial port error on %1 QSerialPort::").arg(f.adapter.serialPortName()));
@@ -372,6 +378,11 @@ void tst_HydCommandAdapterSerial::seventhSendOpensAgain()
 {
     SerialFixture f;
     LogSpy log;
+    qsizetype linesAtTheLoss = -1;
+    connect(&f.adapter, &HydCommandAdapter::error, this, [&](HydControlError err) {
+        if (err == ErrConnectionLost)
+            linesAtTheLoss = log.lines().size();
+    });
     for (int i = 1; i <= 6; ++i) {
         QVERIFY(!f.adapter.sendCommand(enquire()));
         QCOMPARE(f.errorCount(ErrNotConnected), i);
@@ -382,9 +393,13 @@ void tst_HydCommandAdapterSerial::seventhSendOpensAgain()
     QCOMPARE(f.errorCount(ErrConnectionLost), 1);
     QCOMPARE(f.closed.count(), 1);
     QCOMPARE(f.opened.count(), 1);
-    QCOMPARE(log.count(QStringLiteral("The port is not connected, will be closed: %1 QSerialPort::NoError")
-                           .arg(f.adapter.serialPortName())),
-             1);
+    // The signal first, then its line, then the port.
+    const auto line = QStringLiteral("The port is not connected, will be closed: %1 QSerialPort::NoError")
+                          .arg(f.adapter.serialPortName());
+    QCOMPARE(log.count(line), 1);
+    QCOMPARE(log.lines().indexOf(line), linesAtTheLoss);
+    QVERIFY(log.lines().indexOf(QStringLiteral("opening port ") + f.adapter.serialPortName()) >
+            linesAtTheLoss);
     QVERIFY(f.adapter.sendCommand(enquire()));
     QVERIFY(f.receives(frameOf(*enquire())));
 
@@ -419,10 +434,15 @@ void tst_HydCommandAdapterSerial::shortWrite()
     QVERIFY(f.port->open(QIODevice::ReadOnly));
     f.forget();
     LogSpy log;
+    const auto line = QStringLiteral("Error writing bytes. ") + f.adapter.serialPortName();
+    bool wasLogged = false;
+    connect(&f.adapter, &HydCommandAdapter::error, this, [&] { wasLogged = log.contains(line); });
     QTest::ignoreMessage(QtWarningMsg, "QIODevice::write (QSerialPort): ReadOnly device");
     QVERIFY(!f.adapter.sendCommand(enquire()));
     QCOMPARE(f.errorList(), (std::vector{std::pair(int(ErrSerialWrite), int(QSerialPort::NoError))}));
-    QCOMPARE(log.count(QStringLiteral("Error writing bytes. ") + f.adapter.serialPortName()), 1);
+    QCOMPARE(log.count(line), 1);
+    // Here the line first.
+    QVERIFY(wasLogged);
 }
 
 void tst_HydCommandAdapterSerial::hangUpClosesOnce()
