@@ -118,7 +118,13 @@ private Q_SLOTS:
         else
             QVERIFY(m_feeder->block(later, 8000, 100));
         QCOMPARE(m_feeder->dispatches, 2); // it stayed once
-        QVERIFY(m_writer->isNewFile());
+        // An info ends the file, and the setup behind it begins the next one.
+        QCOMPARE(m_writer->isNewFile(), kind != QLatin1String("info"));
+        if (kind == QLatin1String("info")) {
+            QVERIFY(m_feeder->setup(later, 8000));
+            QCOMPARE(m_feeder->dispatches, 1);
+            QVERIFY(m_writer->isNewFile());
+        }
         QCOMPARE(m_feeder->newFileTimes, (QList<uint32_t>{kTime, later}));
         m_writer->finishFile();
         const FileStory story = storyOf(m_feeder->newFiles.last());
@@ -277,8 +283,8 @@ private Q_SLOTS:
         QVERIFY(m_feeder->second(kTime + 1, start));
         QCOMPARE(m_writer->errorCode(), WavErrNone);
         m_writer->finishFile();
-        m_feeder->newFiles.removeDuplicates();
         QCOMPARE(m_feeder->newFiles.size(), files);
+        QCOMPARE(m_feeder->newFileTimes.last(), files == 1 ? kTime : kTime + 1);
         QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), files);
         const QString last = m_feeder->newFiles.last();
         for (const QString& file : m_feeder->newFiles)
@@ -404,12 +410,81 @@ private Q_SLOTS:
         m_feeder->rate = 2000;
         QVERIFY(m_feeder->second(kTime + kSpan, 1000));
         m_writer->finishFile();
-        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files, QDir::Name),
-                 (QStringList{"ABC0042_20240229_124000.wav", "ABC0042_20240229_125000.wav"}));
+        const QStringList files{m_dir->filePath(QStringLiteral("ABC0042_20240229_124000.wav")),
+                                m_dir->filePath(QStringLiteral("ABC0042_20240229_125000.wav"))};
+        QCOMPARE(m_feeder->newFiles, files);
+        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), 2);
         const JudgedWav wav = judgeWav(m_feeder->newFiles.last());
         QCOMPARE(wav.bits, 24);
         QCOMPARE(wav.rate, 2000);
         QCOMPARE(wav.frames, 2000);
+    }
+
+    void infoThatEndsAFileOpensNone()
+    {
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->info(kTime + 1, 1500));
+        QVERIFY(!m_writer->isNewFile());
+        QCOMPARE(m_writer->length(), 0U);
+        QCOMPARE(wholeFileObjection(m_feeder->newFiles.first()), QString());
+        m_writer->finishFile();
+        QCOMPARE(m_writer->errorCode(), WavErrNone);
+        QCOMPARE(m_feeder->newFiles.size(), 1);
+        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), 1);
+        // What was finished takes no more blocks.
+        QTest::ignoreMessage(QtWarningMsg, "NvxWavWriter: samples before any header are dropped");
+        QVERIFY(m_feeder->block(kTime + 1, 1500, 10));
+        QCOMPARE(m_feeder->newFiles.size(), 1);
+    }
+
+    void dataBehindAnInfoThatEndedAFileOpensTheNext_data()
+    {
+        QTest::addColumn<quint32>("time");
+        QTest::newRow("lost samples") << kTime + 1;
+        QTest::newRow("next span") << kTime + kSpan;
+    }
+    void dataBehindAnInfoThatEndedAFileOpensTheNext()
+    {
+        QFETCH(quint32, time);
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->info(time, 1500));
+        QVERIFY(m_feeder->block(time, 1500, 10));
+        QCOMPARE(m_feeder->dispatches, 1);
+        QCOMPARE(m_feeder->newFileTimes, (QList<uint32_t>{kTime, time}));
+        m_writer->finishFile();
+        const FileStory story = storyOf(m_feeder->newFiles.last());
+        QCOMPARE(story.startSample, uint64_t{1500});
+        QCOMPARE(story.timestamp, time);
+        QCOMPARE(story.frames, 10);
+    }
+
+    void latestInfoBeforeTheSetupCounts()
+    {
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->info(kTime + 1, 1500));
+        QVERIFY(m_feeder->info(kTime + 2, 2500));
+        QCOMPARE(m_feeder->dispatches, 1);
+        QVERIFY(m_feeder->setup(kTime + 2, 2500));
+        QVERIFY(m_feeder->block(kTime + 2, 2500, 10));
+        QCOMPARE(m_feeder->newFiles.size(), 2);
+        m_writer->finishFile();
+        const FileStory story = storyOf(m_feeder->newFiles.last());
+        QCOMPARE(story.startSample, uint64_t{2500});
+        QCOMPARE(story.timestamp, kTime + 2);
+        QCOMPARE(story.name, QStringLiteral("ABC0042_20240229_124002.wav"));
+    }
+
+    void keylessInfoBeforeTheSetupLeavesTimeAndStart()
+    {
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->info(kTime + 1, 1500));
+        QVERIFY(m_feeder->header(0, 0));
+        QVERIFY(m_feeder->block(kTime + 1, 1500, 10));
+        QCOMPARE(m_feeder->newFiles.size(), 2);
+        m_writer->finishFile();
+        const FileStory story = storyOf(m_feeder->newFiles.last());
+        QCOMPARE(story.startSample, uint64_t{1500});
+        QCOMPARE(story.timestamp, kTime + 1);
     }
 
     void rollIntoAFormatThatNoFileHolds()

@@ -97,7 +97,14 @@ void NvxWavWriter::finishFile()
         m_info.reset();
         m_setup.reset();
     }
+    m_reopening = false;
     completeFile();
+}
+
+int NvxWavWriter::currentState() const
+{
+    // finishFile() closes the file outside of all states, so they follow from what is open.
+    return m_file.isOpen() ? Recording : m_reopening ? Reopening : Idle;
 }
 
 int NvxWavWriter::handleEvent(int state, StateEvent& event)
@@ -111,26 +118,23 @@ int NvxWavWriter::handleEvent(int state, StateEvent& event)
         return Idle;
     }
 
-    // finishFile() closes the file outside of all states.
-    const bool reopening = state == Reopening && m_info && m_setup;
-    const int from = m_file.isOpen() ? Recording : reopening ? Reopening : Idle;
-    int next = from;
+    const int from = currentState();
     if (const auto* chunk = dynamic_cast<const NvxWavDataChunk*>(wavEvent->data()))
-        next = handleData(from, *chunk, *wavEvent);
+        handleData(from, *chunk, *wavEvent);
     else if (const auto* info = dynamic_cast<const NvxWavInfoData*>(wavEvent->data()))
-        next = handleInfo(from, *info, *wavEvent);
+        handleInfo(from, *info, *wavEvent);
     else if (const auto* setup = dynamic_cast<const NvxWavSetupData*>(wavEvent->data()))
-        next = handleSetup(from, *setup, *wavEvent);
+        handleSetup(from, *setup, *wavEvent);
 
     // Only an event that has just ended a file stays; it comes again in another state.
-    const bool endedFile = from == Recording && next == Reopening;
-    if (!endedFile)
+    const int next = currentState();
+    if (from != Recording || next != Reopening)
         wavEvent->consume();
     refreshSizes();
-    return endedFile ? Reopening : m_file.isOpen() ? Recording : Idle;
+    return next;
 }
 
-int NvxWavWriter::handleInfo(int state, const NvxWavInfoData& info, const WavStreamEvent& event)
+void NvxWavWriter::handleInfo(int state, const NvxWavInfoData& info, const WavStreamEvent& event)
 {
     const bool isRepeated =
         static_cast<uint32_t>(event.timeStamp()) == m_headerTime && info.startSample() == m_headerStart;
@@ -139,56 +143,44 @@ int NvxWavWriter::handleInfo(int state, const NvxWavInfoData& info, const WavStr
         const bool isOtherStream =
             info.numChannels() != m_fmt.numChannels() || info.startSample() != nextSample();
         if (isInOtherSpan(event) || isOtherStream)
-            return endForReopening();
+            return endForReopening(event, info.startSample());
     }
     keepInfo(info, event, state != Recording || mayClose);
-    if (state == Reopening) {
-        openNext(event, info.startSample());
-        m_openedByInfo = true;
-    }
-    return Recording;
+    // The file waits for the setup, which may tell of another format.
+    if (state == Reopening && eventHasKey(event))
+        setReopening(event, info.startSample());
 }
 
-int NvxWavWriter::handleSetup(int state, const NvxWavSetupData& setup, const WavStreamEvent& event)
+void NvxWavWriter::handleSetup(int state, const NvxWavSetupData& setup, const WavStreamEvent& event)
 {
     const bool belongsToInfo =
         static_cast<uint32_t>(event.timeStamp()) == m_headerTime && event.sequence() == m_headerStart;
     const bool mayClose = eventHasKey(event) && (!belongsToInfo || m_headerMayClose);
-    const bool replacesFile = m_openedByInfo && m_samples == 0 && belongsToInfo;
-    if (state == Recording && mayClose) {
-        if (isInOtherSpan(event) || (isOtherFormat(setup) && !replacesFile))
-            return endForReopening();
-        if (isOtherFormat(setup))
-            m_file.discard();
-    }
+    if (state == Recording && mayClose && (isInOtherSpan(event) || isOtherFormat(setup)))
+        return endForReopening(event, m_infoSinceOpen ? m_info->startSample() : nextSample());
     m_setup = std::make_shared<NvxWavSetupData>(setup);
-    m_openedByInfo = false;
     if (state == Reopening)
-        openNext(event, m_infoSinceOpen ? m_info->startSample() : nextSample());
-    else if (!m_file.isOpen() && m_info)
-        open(event);
-    return Recording;
+        openNext();
+    else if (state == Idle && m_info)
+        open(static_cast<uint32_t>(event.timeStamp()));
 }
 
-int NvxWavWriter::handleData(int state, const NvxWavDataChunk& chunk, const WavStreamEvent& event)
+void NvxWavWriter::handleData(int state, const NvxWavDataChunk& chunk, const WavStreamEvent& event)
 {
-    if (state == Idle) {
-        dropData();
-        return Idle;
-    }
+    if (state == Idle)
+        return dropData();
     if (state == Recording) {
         // A block that alone is too large for a file must not end one file after another.
         const bool isFull =
             m_samples > 0 &&
             m_headerSize + m_samples * m_fmt.blockAlign() + chunk.byteSize() >= m_maxFileBytes;
         if (isInOtherSpan(event) || isFull)
-            return endForReopening();
+            return endForReopening(event, nextSample());
     } else {
-        openNext(event, nextSample());
+        openNext();
     }
     if (m_error == WavErrNone)
         writeBlock(chunk);
-    return Recording;
 }
 
 void NvxWavWriter::keepInfo(const NvxWavInfoData& info, const WavStreamEvent& event, bool mayClose)
@@ -229,8 +221,9 @@ void NvxWavWriter::writeBlock(const NvxWavDataChunk& chunk)
         fail(errorOf(failure));
 }
 
-void NvxWavWriter::open(const WavStreamEvent& event)
+void NvxWavWriter::open(uint32_t eventTime)
 {
+    m_reopening = false;
     m_fmt = NvxWavFmtData(m_info->numChannels(), m_setup->sampleRate(), m_setup->bitDepth());
     if (!m_fmt.isValid()) {
         fail(WavErrBadFormat);
@@ -240,8 +233,7 @@ void NvxWavWriter::open(const WavStreamEvent& event)
     m_fileGain = m_setup->gain();
     m_fileTime = m_info->timestamp();
     m_fileStart = m_info->startSample();
-    m_openEventTime = static_cast<uint32_t>(event.timeStamp());
-    m_openedByInfo = false;
+    m_openEventTime = eventTime;
     m_infoSinceOpen = false;
     m_samples = 0;
     m_sizesWritten = false;
@@ -268,20 +260,26 @@ void NvxWavWriter::open(const WavStreamEvent& event)
         m_newFile = true;
 }
 
-void NvxWavWriter::openNext(const WavStreamEvent& event, uint64_t startSample)
+void NvxWavWriter::openNext()
 {
-    const auto eventTime = static_cast<uint32_t>(event.timeStamp());
-    const uint32_t time = eventTime > m_openEventTime ? eventTime : timeByAudio();
+    const uint32_t time = m_nextEventTime > m_openEventTime ? m_nextEventTime : timeByAudio();
     m_info->setTimestamp(time);
-    m_info->setStartSample(startSample);
+    m_info->setStartSample(m_nextStart);
     m_info->applyFileName(HydUtil::replaceDateTime(m_info->fileName(), time));
-    open(event);
+    open(m_nextEventTime);
 }
 
-int NvxWavWriter::endForReopening()
+void NvxWavWriter::endForReopening(const WavStreamEvent& event, uint64_t startSample)
 {
     completeFile();
-    return Reopening;
+    setReopening(event, startSample);
+}
+
+void NvxWavWriter::setReopening(const WavStreamEvent& event, uint64_t startSample)
+{
+    m_reopening = true;
+    m_nextEventTime = static_cast<uint32_t>(event.timeStamp());
+    m_nextStart = startSample;
 }
 
 void NvxWavWriter::completeFile()

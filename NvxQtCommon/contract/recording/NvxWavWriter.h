@@ -22,8 +22,10 @@ class WavStreamEvent;
 ///
 /// A setup opens a file. A file ends at the next whole multiple of the maximum length in event time, ahead of
 /// 4 GiB, and when an info or a setup tells of another format or of lost samples; the writer then goes on in
-/// a new file. Every block is with the operating system when its dispatch ends, and the sizes in the header
-/// are at most a second behind, so that a killed program leaves a readable file.
+/// a new file. After an info it waits with that for the setup, or for a block of samples. Small blocks are
+/// gathered, at most 64 KiB; at the first dispatch after a second of audio or of wall time all is handed to
+/// the operating system and the sizes in the header are renewed, so that a killed program leaves a readable
+/// file.
 class NVXQTCOMMON_EXPORT NvxWavWriter : public FiniteStateMachine
 {
 public:
@@ -66,19 +68,21 @@ private:
     enum State : int {
         Idle = kFirstState,
         Recording,
-        Reopening, ///< an event has ended the file; it comes again and opens the next one
+        Reopening, ///< an event has ended the file; a setup or a block opens the next one
     };
 
-    int handleInfo(int state, const NvxWavInfoData& info, const WavStreamEvent& event);
-    int handleSetup(int state, const NvxWavSetupData& setup, const WavStreamEvent& event);
-    int handleData(int state, const NvxWavDataChunk& chunk, const WavStreamEvent& event);
+    int currentState() const;
+    void handleInfo(int state, const NvxWavInfoData& info, const WavStreamEvent& event);
+    void handleSetup(int state, const NvxWavSetupData& setup, const WavStreamEvent& event);
+    void handleData(int state, const NvxWavDataChunk& chunk, const WavStreamEvent& event);
     void keepInfo(const NvxWavInfoData& info, const WavStreamEvent& event, bool mayClose);
     void dropData();
     void writeBlock(const NvxWavDataChunk& chunk);
 
-    void open(const WavStreamEvent& event);
-    void openNext(const WavStreamEvent& event, uint64_t startSample);
-    int endForReopening();
+    void open(uint32_t eventTime);
+    void openNext();
+    void endForReopening(const WavStreamEvent& event, uint64_t startSample);
+    void setReopening(const WavStreamEvent& event, uint64_t startSample);
     void completeFile();
     void countSamples();
     void refreshSizes();
@@ -107,6 +111,11 @@ private:
     bool m_headerMayClose = false; ///< what holds for the latest info and for the setup that belongs to it
     bool m_infoSinceOpen = false;  ///< an info has come since the file was opened
 
+    // A file has ended, and the next one waits for its setup or its first block.
+    bool m_reopening = false;
+    uint32_t m_nextEventTime = 0; ///< time of the event that it begins with
+    uint64_t m_nextStart = 0;     ///< its first sample
+
     // The current file.
     RecordingFile m_file;
     NvxWavFmtData m_fmt;
@@ -115,7 +124,6 @@ private:
     uint32_t m_fileTime = 0;      ///< time stamp of the file
     uint64_t m_fileStart = 0;     ///< its first sample
     uint32_t m_openEventTime = 0; ///< time of the event that opened it, 0 for one without a key
-    bool m_openedByInfo = false;  ///< that event was an info, so its setup may still replace the file
     size_t m_headerSize = 0;
     uint64_t m_samples = 0; ///< written, per channel
     bool m_sizesWritten = false;
