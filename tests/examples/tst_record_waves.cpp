@@ -26,12 +26,15 @@ private:
         QString errors;
     };
 
-    static RecorderSettings recorderAt(const char* address)
+    /// A recorder of 16000 Hz that gives this many seconds of samples at once.
+    static RecorderSettings recorderAt(const char* address, uint32_t seconds = 1)
     {
         RecorderSettings settings;
         settings.address = QHostAddress(QLatin1String(address));
         settings.spectrumPort = settings.sensorPort = settings.epochPort = 0;
         settings.sampleRate = 16000;
+        settings.unpaced = true;
+        settings.streamSeconds = seconds;
         return settings;
     }
     bool startRecorder(const RecorderSettings& settings)
@@ -89,7 +92,7 @@ private Q_SLOTS:
             QCOMPARE(wholeFileObjection(pathOf(i)), QString());
             frames += judgeWav(pathOf(i)).frames;
         }
-        QVERIFY2(frames >= 48000 && frames < 96000, qPrintable(QString::number(frames)));
+        QVERIFY2(frames >= 48000, qPrintable(QString::number(frames)));
     }
 
     void printsWhatItFound()
@@ -99,15 +102,16 @@ private Q_SLOTS:
         settings.identity.model = "Model A";
         settings.signal.levelDb = -12.0;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("2"),
+        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
                                     QStringLiteral("--address"), QStringLiteral("127.99.0.1")});
         QVERIFY2(ended.code == 0, qPrintable(ended.errors));
         for (const char* text :
-             {"Recorder A 77, Model A", "1.0 of 2021-03-04", "16000 Hz, 24 bit, little-endian",
-              "0 s ahead of this computer", "0 samples lost"})
+             {"Recorder A 77, Model A", "1.0 of 2021-03-04", "16000 Hz, 24 bit, little-endian"})
             QVERIFY2(ended.output.contains(QString::fromUtf8(text)), qPrintable(ended.output));
-        QVERIFY(ended.output.contains(
-            QRegularExpression(QStringLiteral("    1\\.\\d\\d s +\\d+ bytes +1[56]\\d\\d\\d Hz"))));
+        for (const char* line :
+             {"Z, -?\\d s ahead of this computer\n", "\n +1\\.00 s +48000 bytes +\\d+ Hz  0 samples lost\n"})
+            QVERIFY2(ended.output.contains(QRegularExpression(QString::fromUtf8(line))),
+                     qPrintable(ended.output));
         // Three letters and the serial number in four digits. A file may end at a whole minute.
         for (const QString& name : files())
             QVERIFY2(name.startsWith(QStringLiteral("REC0077_2")), qPrintable(name));
@@ -119,7 +123,7 @@ private Q_SLOTS:
 
     void filesEndAtTheirLength()
     {
-        QVERIFY(startRecorder(recorderAt("127.99.0.2")));
+        QVERIFY(startRecorder(recorderAt("127.99.0.2", 2)));
         const Ended ended =
             record({QStringLiteral("--seconds"), QStringLiteral("2"), QStringLiteral("--address"),
                     QStringLiteral("127.99.0.2"), QStringLiteral("--file-seconds"), QStringLiteral("1")});
@@ -145,7 +149,9 @@ private Q_SLOTS:
 
     void interruptionCompletesTheFiles()
     {
-        QVERIFY(startRecorder(recorderAt("127.99.0.4")));
+        RecorderSettings settings = recorderAt("127.99.0.4", 0);
+        settings.unpaced = false;
+        QVERIFY(startRecorder(settings));
         QProcess process;
         process.start(QStringLiteral(NVX_RECORD_WAVES),
                       {QStringLiteral("--out"), out(), QStringLiteral("--seconds"), QStringLiteral("600"),
@@ -218,7 +224,8 @@ private Q_SLOTS:
     // --- rainy day flows
     void nothingFound()
     {
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.9.9")});
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.9.9"),
+                                    QStringLiteral("--patience"), QStringLiteral("1")});
         QCOMPARE(ended.code, 2);
         QCOMPARE(ended.errors.trimmed().split(QLatin1Char('\n')).last(),
                  QStringLiteral("record-waves: no recorder answers at 127.99.9.9."));
@@ -253,9 +260,10 @@ private Q_SLOTS:
         plan.add(FaultRule::fromText(QStringLiteral("loss:on=wave")).value());
         settings.faults = plan;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.9")});
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.9"),
+                                    QStringLiteral("--patience"), QStringLiteral("1")});
         QCOMPARE(ended.code, 4);
-        QVERIFY(ended.errors.contains(QStringLiteral("record-waves: no samples came for 2 s.")));
+        QVERIFY(ended.errors.contains(QStringLiteral("record-waves: no samples came for 1 s.")));
         QVERIFY(files().isEmpty());
     }
 
@@ -270,7 +278,7 @@ private Q_SLOTS:
 
     void fullDisk()
     {
-        QVERIFY(startRecorder(recorderAt("127.99.0.10")));
+        QVERIFY(startRecorder(recorderAt("127.99.0.10", 10)));
         // No file of the program may pass 40 kB; as on a full disk, its writes fail from there on.
         const QString command = QStringLiteral("trap '' XFSZ; ulimit -f 40; exec \"$0\" \"$@\"");
         const Ended ended = run("bash", {QStringLiteral("-c"), command, QStringLiteral(NVX_RECORD_WAVES),

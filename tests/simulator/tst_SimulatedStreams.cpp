@@ -159,17 +159,23 @@ private Q_SLOTS:
         QCOMPARE(RawStreamFrame::word<qint16>(header.chunk(2), 6), qint16{-1700});
     }
 
-    void pacedStreamKeepsTheRate()
+    void pacedStreamFollowsTheClock()
     {
         RecorderSettings settings = rampSettings("127.92.0.3");
         settings.sampleRate = 64000;
         QVERIFY(openStream(settings, StreamWave));
         QElapsedTimer clock;
-        clock.start();
+        connect(m_recorder.get(), &SimulatedRecorder::streamStarted, this, [&clock] { clock.start(); });
+        const auto samplesSent = [this] { return qint64(m_recorder->counters().samplesSent); };
         m_peer->startStream();
-        QVERIFY(m_peer->waitFor([this] { return m_recorder->counters().samplesSent >= 96000; }));
-        const auto elapsed = clock.elapsed();
-        QVERIFY2(elapsed > 1400 && elapsed < 4000, qPrintable(QString::number(elapsed)));
+        QVERIFY(m_peer->waitFor([&] { return samplesSent() >= 32000; }));
+        // However late the machine is: never ahead of the clock, and once the stream had its turn, not far
+        // behind the time at which it came to it.
+        const qint64 reached = clock.elapsed();
+        const qint64 sent = samplesSent();
+        QVERIFY2(sent <= 64 * (reached + 1), qPrintable(QString::number(sent)));
+        QVERIFY(m_peer->waitFor([&] { return samplesSent() > sent; }));
+        QVERIFY2(samplesSent() >= 32 * reached, qPrintable(QString::number(reached)));
         QCOMPARE(m_recorder->counters().samplesDropped, 0U);
     }
 
@@ -437,10 +443,14 @@ private Q_SLOTS:
     {
         RecorderSettings settings = rampSettings("127.92.0.15");
         settings.rollover = 7;
+        settings.unpaced = true;
+        settings.streamSeconds = 2;
         QVERIFY(openStream(settings, StreamWave));
+        // The first header goes out right behind this signal's.
+        connect(
+            m_recorder.get(), &SimulatedRecorder::streamStarted, this, [this] { m_recorder->setRollover(9); },
+            Qt::QueuedConnection);
         m_peer->startStream();
-        QVERIFY(m_peer->waitForFrames(kHeader, 1));
-        m_recorder->setRollover(9);
         QVERIFY(m_peer->waitForFrames(kHeader, 2));
         QCOMPARE(int(m_peer->streamFrames(kHeader)[0].rollover()), 7);
         QCOMPARE(int(m_peer->streamFrames(kHeader)[1].rollover()), 9);
@@ -478,7 +488,7 @@ private Q_SLOTS:
         m_peer->socket.setReadBufferSize(1);
         m_peer->socket.disconnect(m_peer.get());
         m_peer->startStream();
-        QVERIFY(m_peer->waitFor([this] { return m_recorder->counters().samplesDropped > 512000; }, 10000));
+        QVERIFY(m_peer->waitFor([this] { return m_recorder->counters().samplesDropped > 51200; }, 10000));
         QVERIFY(m_recorder->counters().framesDropped > 0);
         // What left the simulator fits what the sockets and the backlog hold.
         QVERIFY(m_recorder->counters().bytesSent < 32U * 1024 * 1024);
