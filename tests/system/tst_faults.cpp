@@ -1,5 +1,6 @@
 #include "RoadRig.h"
 
+#include "tests/recording/WavJudge.h"
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
 
@@ -369,22 +370,47 @@ private Q_SLOTS:
 
     void allAtOnceLeavesWholeFilesAndAFullAccount()
     {
+        constexpr uint64_t kStream = 80000;
         RecorderSettings settings = RoadRig::settingsAt("127.96.0.6");
         settings.streamSeconds = 10;
-        QVERIFY(prepare("loss:chance=0.05", settings));
+        QVERIFY(prepare("loss:times=1", settings));
         FaultPlan plan(20260101);
-        for (const char* rule : {"loss:chance=0.03,on=wave", "junk:chance=0.05,on=wave",
-                                 "bad-checksum:chance=0.03,on=wave", "merge:chance=0.1,on=wave",
-                                 "oversize:chance=0.02,on=wave", "sequence-gap:chance=0.2,value=777,on=wave"})
+        // The first block passes: it tells where the numbering begins.
+        for (const char* rule :
+             {"loss:chance=0.03,after=2,on=wave", "junk:chance=0.05,on=wave",
+              "bad-checksum:chance=0.03,after=2,on=wave", "merge:chance=0.1,on=wave",
+              "oversize:chance=0.02,after=1,on=wave", "sequence-gap:chance=0.2,value=777,on=wave"})
             plan.add(FaultRule::fromText(QLatin1String(rule)).value());
         m_rig->recorder.setFaults(plan);
+        const auto sent = [this] { return m_rig->recorder.counters().samplesSent; };
+        const auto withheld = [this] { return m_rig->recorder.counters().samplesWithheld; };
         QVERIFY(m_rig->startStream());
-        QTRY_VERIFY(m_rig->recorder.counters().samplesSent + m_rig->recorder.counters().samplesWithheld >=
-                    80000);
-        QTRY_COMPARE(stats().samplesReceived, m_rig->recorder.counters().samplesSent);
-        m_rig->stopRecording();
+        QTRY_COMPARE(sent() + withheld(), kStream);
+        QTRY_COMPARE(m_rig->samplesReceived(), sent());
         QVERIFY(m_rig->recorder.counters().faults > 20);
-        QVERIFY(stats().samplesMissing > 0);
+        QVERIFY(withheld() > 0);
+
+        // A stream without faults shows where the numbering has come to, and so the loss at the very end.
+        m_rig->recorder.setFaults(FaultPlan());
+        m_rig->stream->stopStream();
+        int64_t next = -1;
+        connect(m_rig->stream.get(), &HydStreamAdapter::eventHeader, this,
+                [&next](const std::shared_ptr<HydStreamEventHeaderPayload>& header) {
+                    if (next < 0)
+                        next = header->eventKey()->sequence();
+                });
+        QVERIFY(m_rig->startStream());
+        QTRY_COMPARE(sent() + withheld(), 2 * kStream);
+        QTRY_COMPARE(m_rig->samplesReceived(), sent());
+        m_rig->stopRecording();
+
+        const auto jumped = uint64_t(next - m_firstSample) - kStream;
+        QVERIFY(jumped > 0);
+        QCOMPARE(stats().samplesMissing, withheld() + jumped);
+        uint64_t written = 0;
+        for (const QString& file : m_rig->files)
+            written += uint64_t(judgeWav(file).frames);
+        QCOMPARE(written + stats().samplesMissing, 2 * kStream + jumped);
         QCOMPARE(m_rig->fileObjection(), QString());
     }
 };
