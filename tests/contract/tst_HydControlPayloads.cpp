@@ -29,6 +29,7 @@ private Q_SLOTS:
     // --- rainy day flows
     void refusedSetup();
     void triggersOfOtherTypesCarryTheirBytes();
+    void reservedBytesOfATriggerGoBack();
     void regimeIsNotCompared();
     void triggersOfOtherClassesDiffer();
     void refusalsOfATrigger_data();
@@ -284,6 +285,28 @@ void tst_HydControlPayloads::triggersOfOtherTypesCarryTheirBytes()
     QVERIFY(!trigger->compare(HydTrigger::fromBytes(bytesOfHex("00020900050001ff2a01")).get()));
     // The device's answer describes no trigger.
     QVERIFY(trigger->compare(HydTrigger::fromBytes(bytesOfHex("00000900050001ff2a00")).get()));
+}
+
+void tst_HydControlPayloads::reservedBytesOfATriggerGoBack()
+{
+    auto bytes = serialized(fullTrigger());
+    const auto reserved = bytes.size() - 2;
+    bytes[reserved] = 0xAB;
+    bytes[reserved + 1] = 0xCD;
+    const auto trigger = HydTrigger::fromBytes(bytes);
+    QVERIFY(trigger);
+    QCOMPARE(hexText(serialized(*trigger)), hexText(bytes));
+    // In a list, and after the trigger was copied and changed, too.
+    auto changed = dynamic_cast<HydTrigger_5_6&>(*trigger);
+    changed.setEffect(77);
+    const auto list =
+        travelled<HydEnquireTrigger>(HydEnquireTrigger({trigger, std::make_shared<HydTrigger_5_6>(changed)}));
+    QVERIFY(list);
+    QCOMPARE(hexText(serialized(*list->triggers()[0])), hexText(bytes));
+    QVERIFY(hexText(serialized(*list->triggers()[1])).endsWith("004dabcd"));
+    // They describe nothing.
+    const auto plain = fullTrigger();
+    QVERIFY(trigger->compare(&plain));
 }
 
 void tst_HydControlPayloads::regimeIsNotCompared()

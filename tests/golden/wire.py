@@ -74,8 +74,9 @@ def trigger_record(test_type, body):
     return struct.pack(">BH", test_type, len(body)) + body
 
 
-def trigger_body(number, enabled, low, high, duration, hold, before, threshold, kind, effect):
-    return struct.pack(">BBIIHHHhHHH", number, enabled, low, high, duration, hold, before, threshold, kind, effect, 0)
+def trigger_body(number, enabled, low, high, duration, hold, before, threshold, kind, effect, reserved=0):
+    return struct.pack(">BBIIHHHhHHH", number, enabled, low, high, duration, hold, before, threshold, kind, effect,
+                       reserved)
 
 
 def collect_chunk(name, body):

@@ -128,7 +128,7 @@ void HydTrigger_5_6::serializeBody(ByteStream& out) const
     out.putU16(static_cast<uint16_t>(m_threshold));
     out.putU16(m_threshType);
     out.putU16(m_effect);
-    out.putU16(0);
+    out.putU16(m_reserved);
 }
 
 bool HydTrigger_5_6::deserializeBody(ByteReader& in)
@@ -143,7 +143,7 @@ bool HydTrigger_5_6::deserializeBody(ByteReader& in)
     m_threshold = in.i16();
     m_threshType = in.u16();
     m_effect = in.u16();
-    in.u16();
+    m_reserved = in.u16();
     return in.ok();
 }
 

@@ -104,7 +104,8 @@ public:
     SEventTrigger& eventTrg() { return m_eventTrg; }
     const SEventTrigger& eventTrg() const { return m_eventTrg; }
 
-    /// Looks at the test type and every field with a setter; not at the regime.
+    /// Looks at the test type and every field with a setter; not at the regime, nor at the record's reserved
+    /// bytes.
     bool compare(const HydTrigger* other) const override;
 
 protected:
@@ -122,6 +123,8 @@ private:
     int16_t m_threshold = 0;
     uint16_t m_threshType = 0;
     uint16_t m_effect = 0;
+    // Without a meaning yet: goes back as it came.
+    uint16_t m_reserved = 0;
     SEventTrigger m_eventTrg;
 };
 
