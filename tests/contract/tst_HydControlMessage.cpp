@@ -1,6 +1,7 @@
 #include "NvxQtCommon/contract/message/HydControlMessage.h"
 
 #include "NvxQtCommon/contract/message/HydControlPayloads.h"
+#include "NvxQtCommon/contract/message/HydDataCollectCmd.h"
 #include "NvxQtCommon/contract/message/HydTrigger.h"
 #include "tests/contract/ControlSupport.h"
 #include "tests/support/NvxTestCase.h"
@@ -14,6 +15,8 @@ private Q_SLOTS:
     void frameIsAsDocumented();
     void letterCommandsGiveTheirOwnBytes_data();
     void letterCommandsGiveTheirOwnBytes();
+    void derivedCommandsGiveTheirOwnBytes_data();
+    void derivedCommandsGiveTheirOwnBytes();
     void senderMarkStaysAtHome();
     void serializeAgreesWithFrame();
     // --- rainy day flows
@@ -39,7 +42,25 @@ private:
     size_t m_size;
 };
 
+/// A letter command that has a body all the same: the payload of another class.
+class DerivedCommand : public HydMsgPayload
+{
+public:
+    explicit DerivedCommand(std::shared_ptr<HydControlMsgPayload> body)
+        : HydMsgPayload(body->msgType()), m_body(std::move(body))
+    {
+    }
+    void serialize(ByteStream& out) const override { m_body->serialize(out); }
+
+private:
+    std::shared_ptr<HydControlMsgPayload> m_body;
+};
+
+using Payload = std::shared_ptr<HydControlMsgPayload>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Payload)
 
 void tst_HydControlMessage::frameIsAsDocumented()
 {
@@ -65,6 +86,44 @@ void tst_HydControlMessage::letterCommandsGiveTheirOwnBytes()
     QCOMPARE(size, 8ULL);
     QCOMPARE(hexText({bytes, size}), hexText(HydControlMessage(payload).frame()));
     QCOMPARE(hexText({bytes, size}), hexText(controlFrame(letter, {})));
+}
+
+void tst_HydControlMessage::derivedCommandsGiveTheirOwnBytes_data()
+{
+    QTest::addColumn<Payload>("body");
+    const auto row = [](const char* name, Payload body) { QTest::newRow(name) << std::move(body); };
+    HydEnquireCmd::Report report;
+    report.model = "model";
+    const JobTagMap tags{{JobTagWavRate, std::make_shared<HydWavSampleRateTag>(96000U)}};
+    HydDataCollectCmd collected(0x20);
+    collected.setChunk(DataCollWavTime, std::make_shared<DataCollWavTimeChunk>(1U, 2U));
+    row("letter alone", std::make_shared<HydMsgPayload>('V'));
+    row("set time", std::make_shared<HydSetTimeCmd>(7));
+    row("data collect", std::make_shared<HydDataCollectCmd>(collected));
+    row("job setup", std::make_shared<HydJobSetupCmd>(tags, JobSetupDefault));
+    row("enquiry", std::make_shared<HydEnquireCmd>());
+    row("report", std::make_shared<HydEnquireCmd>(report));
+    row("job setup enquiry", std::make_shared<HydJobSetupEnq>(tags, JobSetupDefault));
+    row("trigger list", std::make_shared<HydEnquireTrigger>(std::vector{std::make_shared<HydTrigger>()}));
+    row("trigger", std::make_shared<HydTrigger_5_6>());
+    row("trigger of another type", std::make_shared<HydTrigger>());
+    row("restart", std::make_shared<HydResetCmd>());
+    row("clock state", std::make_shared<HydEnquireTimeSync>(uint8_t{2}, uint16_t{7}, -5, 9U));
+    row("one byte", std::make_shared<SizedPayload>(1));
+    row("largest", std::make_shared<SizedPayload>(65535));
+    row("too large", std::make_shared<SizedPayload>(65536));
+}
+
+void tst_HydControlMessage::derivedCommandsGiveTheirOwnBytes()
+{
+    QFETCH(Payload, body);
+    const auto command = std::make_shared<DerivedCommand>(body);
+    unsigned long long size = 77;
+    // Twice: the second call takes the place of the first.
+    command->getMessage(size);
+    const auto* bytes = command->getMessage(size);
+    QCOMPARE(hexText({bytes, size}), hexText(HydControlMessage(command).frame()));
+    QCOMPARE(hexText({bytes, size}), hexText(HydControlMessage(body).frame()));
 }
 
 void tst_HydControlMessage::senderMarkStaysAtHome()

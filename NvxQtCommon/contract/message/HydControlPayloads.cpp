@@ -2,15 +2,11 @@
 
 #include "NvxQtCommon/contract/message/HydControlMessage.h"
 
-#include <algorithm>
-
 const unsigned char* HydMsgPayload::getMessage(unsigned long long& size)
 {
-    const auto frame = HydControlMessage::frame(*this);
-    static_assert(sizeof(m_data) == HydControlMessage::kFrameOverhead);
-    std::copy(frame.begin(), frame.end(), m_data);
-    size = frame.size();
-    return m_data;
+    m_data = HydControlMessage::frame(*this);
+    size = m_data.size();
+    return m_data.data();
 }
 
 void HydMsgPayload::serialize(ByteStream&) const {}

@@ -27,8 +27,9 @@ public:
     uint8_t msgType() const override { return m_letter; }
     /// Who made this payload; local, never on the wire.
     uint8_t senderMark() const { return m_senderMark; }
-    /// The whole framed message, the same bytes as HydControlMessage gives. The pointer lives as long as this
-    /// object and until the next call.
+    /// The whole framed message, the same bytes as HydControlMessage gives, in a derived class too; size 0
+    /// where the payload exceeds 65535 bytes. The pointer lives as long as this object and until the next
+    /// call.
     const unsigned char* getMessage(unsigned long long& size);
 
     void serialize(ByteStream& out) const override;
@@ -36,7 +37,7 @@ public:
 
 private:
     uint8_t m_letter;
-    uint8_t m_data[8] = {};
+    std::vector<uint8_t> m_data;
     uint8_t m_senderMark;
 };
 
