@@ -8,6 +8,7 @@
 #include "NvxQtCommon/contract/message/HydMarcoProcessor.h"
 #include "NvxQtCommon/contract/message/HydTrigger.h"
 #include "NvxQtCommon/contract/stream/HydStreamProcessor.h"
+#include "tests/support/NvxTestCase.h"
 
 #include <QDir>
 #include <QFile>
@@ -327,7 +328,7 @@ QByteArray bytesOf(const std::vector<uint8_t>& bytes)
 
 } // namespace
 
-class GoldenTest : public QObject
+class GoldenTest : public NvxTestCase
 {
     Q_OBJECT
 
