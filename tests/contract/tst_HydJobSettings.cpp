@@ -39,6 +39,10 @@ private Q_SLOTS:
     void setupThatCannotRun_data();
     void setupThatCannotRun();
     void everyDifferenceIsALine();
+    void unknownTagsAreCounted();
+    void unknownBytesAreCounted();
+    void unknownTagsAreBoundedInEachWay_data();
+    void unknownTagsAreBoundedInEachWay();
 };
 
 namespace {
@@ -110,6 +114,23 @@ HydJobSettings settingsOf(std::initializer_list<std::pair<JobTagKey, uint32_t>> 
     for (const auto& [key, value] : tags)
         settings.setTag(numberTag(key, value));
     return settings;
+}
+
+using TakeTags = std::function<void(HydJobSettings&, const JobTagMap&)>;
+
+std::shared_ptr<HydJobSettingsTag> unknownTag(uint16_t key, size_t size)
+{
+    return std::make_shared<HydRawTag>(static_cast<JobTagKey>(key), std::vector<uint8_t>(size, 1));
+}
+
+JobTagMap unknownTags(uint16_t count, size_t size)
+{
+    JobTagMap map;
+    for (uint16_t i = 0; i < count; ++i) {
+        const auto key = static_cast<uint16_t>(0x1000 + i);
+        map[static_cast<JobTagKey>(key)] = unknownTag(key, size);
+    }
+    return map;
 }
 
 /// Every getter holds a value of its own.
@@ -467,6 +488,92 @@ void tst_HydJobSettings::everyDifferenceIsALine()
         LogCapture::lines,
         (QByteArrayList{"debug: WAVE_SAMPLE_RATE=0 is missing", "debug: WAVE_BIT_DEPTH=12 is missing",
                         "debug: WAVE_GAIN=5 differs from WAVE_GAIN=6", "debug: AUX_MSG=1 is not asked for"}));
+}
+
+void tst_HydJobSettings::unknownTagsAreCounted()
+{
+    HydJobSettings settings(unknownTags(1023, 1));
+    {
+        const LogCapture log;
+        settings.setTag(unknownTag(2000, 1));
+        QVERIFY(LogCapture::lines.isEmpty());
+    }
+    QCOMPARE(settings.map().size(), size_t{1024});
+    {
+        const LogCapture log;
+        settings.mergeMap({{JobTagKey(2001), unknownTag(2001, 1)}, {JobTagKey(2002), unknownTag(2002, 0)}});
+        QCOMPARE(LogCapture::lines,
+                 QByteArrayList{"debug: A job setup takes no more unknown tags, dropped: 2"});
+    }
+    QCOMPARE(settings.map().size(), size_t{1024});
+    // Known tags need no room, and what is there can still change.
+    const LogCapture log;
+    settings.setWavRate(static_cast<SampRate>(8000));
+    settings.setTag(numberTag(JobTagWavGain, 3));
+    settings.setTag(unknownTag(2000, 5));
+    QCOMPARE(settings.map().size(), size_t{1026});
+    QCOMPARE(settings.map().at(JobTagKey(2000))->toString(), unknownTag(2000, 5)->toString());
+    // A tag that becomes a known one makes room for another.
+    settings.setTag(numberTag(JobTagKey(2000), 4));
+    settings.setTag(unknownTag(2003, 1));
+    QVERIFY(settings.map().contains(JobTagKey(2003)));
+    QVERIFY(LogCapture::lines.isEmpty());
+    settings.setTag(unknownTag(2004, 1));
+    QCOMPARE(LogCapture::lines.size(), 1);
+    QVERIFY(!settings.map().contains(JobTagKey(2004)));
+}
+
+void tst_HydJobSettings::unknownBytesAreCounted()
+{
+    constexpr size_t most = 262144;
+    HydJobSettings settings;
+    for (uint16_t i = 0; i < 4; ++i)
+        settings.setTag(unknownTag(uint16_t(1000 + i), most / 4 - 1));
+    {
+        const LogCapture log;
+        settings.setTag(unknownTag(2000, 5));
+        QCOMPARE(LogCapture::lines,
+                 QByteArrayList{"debug: A job setup takes no more unknown tags, dropped: 1"});
+        QVERIFY(!settings.map().contains(JobTagKey(2000)));
+    }
+    const LogCapture log;
+    settings.setTag(unknownTag(2000, 4));
+    QVERIFY(settings.map().contains(JobTagKey(2000)));
+    QVERIFY(LogCapture::lines.isEmpty());
+    // One that doesn't fit leaves what there was of its key.
+    settings.setTag(unknownTag(2000, 5));
+    QCOMPARE(settings.map().at(JobTagKey(2000))->toString(), unknownTag(2000, 4)->toString());
+    settings.setTag(unknownTag(1000, 10));
+    settings.setTag(unknownTag(2000, 1000));
+    QCOMPARE(settings.map().at(JobTagKey(2000))->toString(), unknownTag(2000, 1000)->toString());
+    QCOMPARE(LogCapture::lines.size(), 1);
+}
+
+void tst_HydJobSettings::unknownTagsAreBoundedInEachWay_data()
+{
+    QTest::addColumn<TakeTags>("take");
+    QTest::newRow("constructor") << TakeTags(
+        [](auto& settings, const auto& map) { settings = HydJobSettings(map); });
+    QTest::newRow("setMap") << TakeTags([](auto& settings, const auto& map) {
+        // What was there before takes no room.
+        settings.setMap(map);
+        settings.setMap(map);
+    });
+    QTest::newRow("mergeMap") << TakeTags([](auto& settings, const auto& map) { settings.mergeMap(map); });
+}
+
+void tst_HydJobSettings::unknownTagsAreBoundedInEachWay()
+{
+    QFETCH(TakeTags, take);
+    HydJobSettings settings;
+    take(settings, unknownTags(1024, 256));
+    QCOMPARE(settings.map().size(), size_t{1024});
+    HydJobSettings tooMany;
+    take(tooMany, unknownTags(1025, 0));
+    QCOMPARE(tooMany.map().size(), size_t{1024});
+    HydJobSettings tooLong;
+    take(tooLong, unknownTags(1024, 257));
+    QCOMPARE(tooLong.map().size(), size_t{262144 / 257});
 }
 
 QTEST_APPLESS_MAIN(tst_HydJobSettings)

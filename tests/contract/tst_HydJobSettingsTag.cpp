@@ -34,6 +34,8 @@ private Q_SLOTS:
     void malformedLists_data();
     void malformedLists();
     void equalKeysOnTheWireKeepTheLast();
+    void listsAroundTheLimit_data();
+    void listsAroundTheLimit();
 };
 
 namespace {
@@ -326,6 +328,34 @@ void tst_HydJobSettingsTag::equalKeysOnTheWireKeepTheLast()
     QVERIFY(deserializeTags(in, map));
     QCOMPARE(map.size(), size_t{1});
     QCOMPARE(map.at(JobTagWavRate)->number(), int64_t{2});
+}
+
+void tst_HydJobSettingsTag::listsAroundTheLimit_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("reads");
+    QTest::newRow("limit - 1") << 1023 << true;
+    QTest::newRow("limit") << 1024 << true;
+    QTest::newRow("limit + 1") << 1025 << false;
+    QTest::newRow("largest count") << 65535 << false;
+}
+
+void tst_HydJobSettingsTag::listsAroundTheLimit()
+{
+    QFETCH(int, count);
+    QFETCH(bool, reads);
+    ByteStream out;
+    out.putU16(static_cast<uint16_t>(count));
+    for (int i = 0; i < count; ++i) {
+        out.putU16(static_cast<uint16_t>(0x1000 + i));
+        out.putU16(0);
+    }
+    ByteReader in(out.bytes());
+    JobTagMap map;
+    QCOMPARE(deserializeTags(in, map), reads);
+    QCOMPARE(static_cast<int>(map.size()), reads ? count : 0);
+    if (reads)
+        QCOMPARE(hexText(tagListBytes(map)), hexText(out.bytes()));
 }
 
 QTEST_APPLESS_MAIN(tst_HydJobSettingsTag)

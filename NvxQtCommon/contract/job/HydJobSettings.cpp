@@ -61,18 +61,36 @@ HydJobSettings::~HydJobSettings() = default;
 
 void HydJobSettings::setTag(std::shared_ptr<HydJobSettingsTag> tag)
 {
-    if (!tag)
-        return;
-    const auto key = tag->key();
-    m_map[key] = std::move(tag);
+    if (tag)
+        mergeMap({{tag->key(), tag}});
 }
 
 void HydJobSettings::mergeMap(const JobTagMap& map)
 {
+    size_t dropped = 0;
     for (const auto& [key, tag] : map) {
-        if (tag)
-            m_map[key] = tag;
+        if (tag && !put(key, tag))
+            ++dropped;
     }
+    if (dropped > 0)
+        nvxLog(NvxLogLevel::Debug,
+               "A job setup takes no more unknown tags, dropped: " + std::to_string(dropped));
+}
+
+bool HydJobSettings::put(JobTagKey key, const std::shared_ptr<HydJobSettingsTag>& tag)
+{
+    const auto found = m_map.find(key);
+    const auto* old = found == m_map.end() ? nullptr : dynamic_cast<const HydRawTag*>(found->second.get());
+    const auto* unknown = dynamic_cast<const HydRawTag*>(tag.get());
+    const auto tags = m_unknownTags - (old != nullptr ? 1 : 0) + (unknown != nullptr ? 1 : 0);
+    const auto bytes =
+        m_unknownBytes - (old != nullptr ? old->size() : 0) + (unknown != nullptr ? unknown->size() : 0);
+    if (unknown != nullptr && (tags > kMaxUnknownTags || bytes > kMaxUnknownTagBytes))
+        return false;
+    m_map[key] = tag;
+    m_unknownTags = tags;
+    m_unknownBytes = bytes;
+    return true;
 }
 
 float HydJobSettings::calcFftUpdateRate(float accum, float rate, float overlapLength)
@@ -88,14 +106,15 @@ uint32_t HydJobSettings::number(JobTagKey key) const
 
 void HydJobSettings::setNumber(JobTagKey key, uint32_t value)
 {
-    m_map[key] = std::make_shared<HydNumberTag>(key, value);
+    put(key, std::make_shared<HydNumberTag>(key, value));
 }
 
 void HydJobSettings::setMap(const JobTagMap& map)
 {
-    JobTagMap kept;
-    kept.swap(m_map);
-    mergeMap(&map == &m_map ? kept : map);
+    HydJobSettings fresh(map);
+    m_map.swap(fresh.m_map);
+    m_unknownTags = fresh.m_unknownTags;
+    m_unknownBytes = fresh.m_unknownBytes;
 }
 
 AuxPinFunc HydJobSettings::auxFunc() const

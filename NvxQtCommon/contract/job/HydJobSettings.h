@@ -9,6 +9,12 @@
 class NVXQTCOMMON_EXPORT HydJobSettings
 {
 public:
+    /// What is kept of tags that this library doesn't know (HydRawTag): so many, with so many bytes together.
+    /// One that exceeds either isn't taken, and what there was of its key stays; a line of the log, level
+    /// debug, counts those of one call.
+    static constexpr size_t kMaxUnknownTags = 1024;
+    static constexpr size_t kMaxUnknownTagBytes = 262144;
+
     HydJobSettings() = default;
     /// Null pointers in `map` are left out, here and in setMap() and mergeMap().
     HydJobSettings(const JobTagMap& map);
@@ -91,6 +97,9 @@ public:
 private:
     uint32_t number(JobTagKey key) const;
     void setNumber(JobTagKey key, uint32_t value);
+    bool put(JobTagKey key, const std::shared_ptr<HydJobSettingsTag>& tag);
 
     JobTagMap m_map;
+    size_t m_unknownTags = 0;
+    size_t m_unknownBytes = 0;
 };

@@ -218,7 +218,10 @@ void serializeTags(const JobTagMap& map, ByteStream& out)
 
 bool deserializeTags(ByteReader& in, JobTagMap& map)
 {
-    for (unsigned left = in.u16(); left > 0; --left) {
+    const unsigned count = in.u16();
+    if (count > kMaxTagsOfAMessage)
+        return false;
+    for (unsigned left = count; left > 0; --left) {
         const auto key = static_cast<JobTagKey>(in.u16());
         const auto value = in.take(in.u16());
         if (!in.ok())

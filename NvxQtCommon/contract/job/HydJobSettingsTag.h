@@ -105,6 +105,8 @@ public:
     {
     }
 
+    /// Bytes of the value.
+    size_t size() const { return m_bytes.size(); }
     std::string toString() const override;
     void serialize(ByteStream& out) const override;
     bool deserialize(ByteReader& in) override;
@@ -113,7 +115,11 @@ private:
     std::vector<uint8_t> m_bytes;
 };
 
+/// Most tags of one list on the wire.
+inline constexpr unsigned kMaxTagsOfAMessage = 1024;
+
 /// Appends a count (2) and the tags of `map`, each with key, length and value.
 NVXQTCOMMON_EXPORT void serializeTags(const JobTagMap& map, ByteStream& out);
-/// Reads what serializeTags() wrote. False when it is malformed; `map` then holds what was read before.
+/// Reads what serializeTags() wrote. False when it is malformed or has more than kMaxTagsOfAMessage tags;
+/// `map` then holds what was read before.
 NVXQTCOMMON_EXPORT bool deserializeTags(ByteReader& in, JobTagMap& map);
