@@ -56,6 +56,7 @@ class tst_NvxSpecWriter : public NvxTestCase
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { QVERIFY(std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR); }
     void init()
     {
         failOnUnexpectedWarnings();
@@ -233,9 +234,40 @@ private Q_SLOTS:
         QCOMPARE(m_newFiles.size(), 1);
     }
 
+    void fullDiskInTheHeaderLeavesNoFile_data()
+    {
+        QTest::addColumn<int>("room");
+        for (int room : {0, 1, 50})
+            QTest::addRow("%d bytes", room) << room;
+        QTest::newRow("all but the last byte of the first record") << -1;
+    }
+    void fullDiskInTheHeaderLeavesNoFile()
+    {
+        QFETCH(int, room);
+        QVERIFY(record(kTime, 0));
+        const auto whole = QFileInfo(m_newFiles.first()).size();
+        m_writer->finishFile();
+        rlimit limits{};
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &limits), 0);
+        const rlimit full{rlim_t(room < 0 ? whole - 1 : room), limits.rlim_max};
+        QCOMPARE(setrlimit(RLIMIT_FSIZE, &full), 0);
+        const bool consumed = record(kTime + 1, 0);
+        QCOMPARE(setrlimit(RLIMIT_FSIZE, &limits), 0);
+        QVERIFY(consumed);
+        QCOMPARE(m_writer->errorCode(), SpecErrDiskFull);
+        QVERIFY(!m_writer->isNewFile());
+        QCOMPARE(m_newFiles.size(), 1);
+        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), 1);
+        QCOMPARE(QFileInfo(m_newFiles.first()).size(), whole);
+        // Once there is room again the next record has its file.
+        m_writer->finishFile();
+        QVERIFY(record(kTime + 2, 0));
+        QCOMPARE(m_newFiles.size(), 2);
+        QCOMPARE(QFileInfo(m_newFiles.last()).size(), whole);
+    }
+
     void fullDiskLeavesWholeLines()
     {
-        QVERIFY(std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR);
         QVERIFY(record(kTime, 0));
         const auto before = QFileInfo(m_newFiles.first()).size();
         rlimit limits{};

@@ -85,8 +85,11 @@ void NvxSpecWriter::append(const std::string& text)
         failure = m_file.flush();
     if (failure == RecordingFile::Failure::None)
         return;
-    // Half a line is worth nothing.
-    m_file.closeCutTo(before);
+    // Half a line is worth nothing, and a file without a record neither.
+    if (m_numRecs == 0)
+        m_file.discard();
+    else
+        m_file.closeCutTo(before);
     fail(failure);
 }
 
