@@ -156,7 +156,10 @@ private Q_SLOTS:
         QVERIFY(m_feeder->setup(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 10));
         QVERIFY(m_feeder->block(kTime + 600, 0, 10));
-        QCOMPARE(filesIn(*m_dir), (QStringList{"MyRecording.wav", "MyRecording_2.wav"}));
+        QVERIFY(m_feeder->block(kTime + 1200, 0, 10));
+        QCOMPARE(filesIn(*m_dir), (QStringList{"MyRecording.wav", "MyRecording_2.wav", "MyRecording_3.wav"}));
+        m_writer->finishFile();
+        QCOMPARE(judgeWav(m_feeder->newFiles.last()).title, QStringLiteral("MyRecording_3"));
     }
 
     void noNameGivesTheTime()
@@ -166,6 +169,8 @@ private Q_SLOTS:
         QVERIFY(m_feeder->process(info, kTime, 0));
         QVERIFY(m_feeder->setup(kTime, 0));
         QCOMPARE(filesIn(*m_dir), QStringList{"20240229_123320.wav"});
+        m_writer->finishFile();
+        QCOMPARE(judgeWav(m_feeder->newFiles.first()).title, QStringLiteral("20240229_123320"));
     }
 
     void existingNamesAreNeverOverwritten()

@@ -24,6 +24,7 @@ struct FileStory
     qint64 frames = -1;
     QString name;
     QString title;
+    QString recordName; ///< in the information record
 };
 
 FileStory storyOf(const QString& path)
@@ -38,6 +39,7 @@ FileStory storyOf(const QString& path)
     if (info) {
         story.timestamp = info->timestamp();
         story.startSample = info->startSample();
+        story.recordName = QString::fromStdString(info->fileName());
     }
     const JudgedWav wav = judgeWav(path);
     story.frames = wav.error.isEmpty() ? wav.frames : -1;
@@ -229,12 +231,19 @@ private Q_SLOTS:
                                   300);
         for (int i = 0; i < 3; ++i)
             QVERIFY(m_feeder->block(kTime, 0, 100));
+        m_writer->finishFile();
         QCOMPARE(m_feeder->newFiles.size(), 3);
         QCOMPARE(QFileInfo(m_feeder->newFiles[1]).fileName(),
                  QStringLiteral("ABC0042_20240229_124000_2.wav"));
         QCOMPARE(QFileInfo(m_feeder->newFiles[2]).fileName(),
                  QStringLiteral("ABC0042_20240229_124000_3.wav"));
         QCOMPARE(QString::fromStdWString(m_writer->outputFileName()), m_feeder->newFiles[2]);
+        // The files know their own names.
+        for (const QString& file : m_feeder->newFiles) {
+            const FileStory story = storyOf(file);
+            QCOMPARE(story.title + QStringLiteral(".wav"), story.name);
+            QCOMPARE(story.recordName, story.title);
+        }
     }
 
     // --- rainy day flows

@@ -240,13 +240,12 @@ void NvxWavWriter::open(uint32_t eventTime)
     m_samplesInHeader = 0;
     m_warnedOfDroppedData = false;
 
-    const NvxWavHeader header(std::make_shared<NvxWavFmtData>(m_fmt), m_info, m_fileBigEndian);
-    const std::vector<uint8_t> bytes = header.fileBytes(m_fileGain);
-    m_headerSize = bytes.size();
     const std::string name = m_info->fileName();
     auto failure =
         m_file.create(m_directory, name.empty() ? HydUtil::dateTimeFname(name, m_fileTime) : name, ".wav");
     if (failure == RecordingFile::Failure::None) {
+        const std::vector<uint8_t> bytes = headerBytes();
+        m_headerSize = bytes.size();
         failure = m_file.append(bytes);
         if (failure == RecordingFile::Failure::None)
             failure = m_file.flush();
@@ -258,6 +257,14 @@ void NvxWavWriter::open(uint32_t eventTime)
         fail(errorOf(failure));
     else
         m_newFile = true;
+}
+
+std::vector<uint8_t> NvxWavWriter::headerBytes() const
+{
+    // The file tells its own name; the kept one, without a number, names the next file.
+    const std::shared_ptr<NvxWavInfoData> info = m_info->clone();
+    info->applyFileName(m_file.name());
+    return NvxWavHeader(std::make_shared<NvxWavFmtData>(m_fmt), info, m_fileBigEndian).fileBytes(m_fileGain);
 }
 
 void NvxWavWriter::openNext()

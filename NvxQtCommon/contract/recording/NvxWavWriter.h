@@ -90,6 +90,8 @@ private:
     void fail(WavWriteErr error);
 
     uint64_t nextSample() const { return m_fileStart + m_samples; }
+    uint64_t dataBytes() const { return m_samples * m_fmt.blockAlign(); }
+    bool needsPadding() const { return dataBytes() % 2 != 0; }
     uint32_t timeByAudio() const;
     bool isInOtherSpan(const WavStreamEvent& event) const;
     bool isOtherFormat(const NvxWavSetupData& setup) const;

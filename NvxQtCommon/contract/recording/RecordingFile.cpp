@@ -55,13 +55,12 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
                                              const char* extension)
 {
     close();
-    std::wstring stem = directory;
-    if (!stem.empty() && stem.back() != L'/')
-        stem += L'/';
-    stem += fromUtf8(name);
-    const std::wstring tail = fromUtf8(extension);
+    std::wstring place = directory;
+    if (!place.empty() && place.back() != L'/')
+        place += L'/';
     for (int number = 1; number <= kMaxSameName; ++number) {
-        const std::wstring path = (number == 1 ? stem : stem + L'_' + std::to_wstring(number)) + tail;
+        const std::string numbered = number == 1 ? name : name + '_' + std::to_string(number);
+        const std::wstring path = place + fromUtf8(numbered + extension);
         errno = 0;
         m_file.reset(openExclusively(path));
         if (m_file) {
@@ -79,6 +78,7 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
     return Failure::CannotOpen;
 }
 
+            m_name = numbered;
 RecordingFile::Failure RecordingFile::append(std::span<const uint8_t> bytes)
 {
     const bool isLarge = bytes.size() >= kDirectSize;

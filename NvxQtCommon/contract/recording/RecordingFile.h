@@ -48,6 +48,8 @@ public:
     /// Path of the file made last; empty before the first.
     const std::wstring& path() const { return m_path; }
 
+    /// The name that it got: as given to create(), with its number, without directory and extension; UTF-8.
+    const std::string& name() const { return m_name; }
 private:
     Failure write(std::span<const uint8_t> bytes);
 
@@ -59,5 +61,6 @@ private:
     std::unique_ptr<std::FILE, Closer> m_file;
     std::wstring m_path;
     std::vector<uint8_t> m_gathered;
+    std::string m_name;
     uint64_t m_written = 0; ///< with the system
 };
