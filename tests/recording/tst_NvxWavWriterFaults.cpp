@@ -129,9 +129,21 @@ private Q_SLOTS:
         }
         QCOMPARE(writer.errorCode(), WavErrNone);
         const QString path = feeder.newFiles.first();
-        // Every whole frame that found room is there, and nothing else.
+        // Every whole frame that found room is there, and nothing else but the padding where that has room.
         const qint64 frames = room / (bits / 8);
-        QCOMPARE(QFileInfo(path).size(), headerSize + frames * bits / 8);
+        const qint64 bytes = frames * bits / 8;
+        const bool isPadded = bytes % 2 != 0 && bytes < room;
+        const RiffView view = viewRiff(path);
+        QCOMPARE(view.fileSize, headerSize + bytes + (isPadded ? 1 : 0));
+        QCOMPARE(qint64{view.chunk("data")->size}, bytes);
+        QCOMPARE(qint64{view.riffSize} + 8, view.fileSize);
+        if (isPadded) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QCOMPARE(file.readAll().back(), '\0');
+        }
+        if (view.fileSize % 2 == 0)
+            QCOMPARE(wholeFileObjection(path), QString());
         QCOMPARE(soxObjection(path), QString());
         const JudgedWav wav = judgeWav(path);
         QCOMPARE(wav.error, QString());
@@ -215,6 +227,9 @@ private Q_SLOTS:
         QCOMPARE(writer.errorCode(), WavErrDiskFull);
         QCOMPARE(judgeWav(feeder.newFiles.first()).frames, 101);
         QCOMPARE(soxObjection(feeder.newFiles.first()), QString());
+        const RiffView view = viewRiff(feeder.newFiles.first());
+        QCOMPARE(view.fileSize, headerSize + 303);
+        QCOMPARE(qint64{view.riffSize} + 8, view.fileSize);
     }
 
     void failureOfFinishFileAfterStopIsKept()

@@ -54,7 +54,7 @@ public:
     /// the comment.
     std::vector<uint8_t> fileBytes(int16_t gain) const;
     /// Where the size of the whole stands; that of the samples are the last four bytes of fileBytes().
-    static constexpr long kRiffSizeOffset = 4;
+    static constexpr size_t kRiffSizeOffset = 4;
     /// Bytes of a size field in the file's byte order.
     static std::vector<uint8_t> sizeField(uint32_t size, bool bigEndian);
 

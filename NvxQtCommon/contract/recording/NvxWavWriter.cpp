@@ -6,12 +6,14 @@
 #include "NvxQtCommon/contract/recording/NvxWavDataChunk.h"
 #include "NvxQtCommon/contract/recording/WavStreamEvent.h"
 
+#include <array>
 #include <span>
 
 namespace {
 
 constexpr uint64_t kRiffHeadBytes = 8;
 constexpr std::chrono::seconds kSizesInterval{1};
+constexpr std::array<uint8_t, 1> kPadding{0};
 
 bool eventHasKey(const WavStreamEvent& event)
 {
@@ -171,9 +173,7 @@ void NvxWavWriter::handleData(int state, const NvxWavDataChunk& chunk, const Wav
         return dropData();
     if (state == Recording) {
         // A block that alone is too large for a file must not end one file after another.
-        const bool isFull =
-            m_samples > 0 &&
-            m_headerSize + m_samples * m_fmt.blockAlign() + chunk.byteSize() >= m_maxFileBytes;
+        const bool isFull = m_samples > 0 && m_headerSize + dataBytes() + chunk.byteSize() >= m_maxFileBytes;
         if (isInOtherSpan(event) || isFull)
             return endForReopening(event, nextSample());
     } else {
@@ -293,9 +293,8 @@ void NvxWavWriter::completeFile()
 {
     if (!m_file.isOpen())
         return;
-    const bool isOdd = m_samples * m_fmt.blockAlign() % 2 != 0;
-    const uint8_t padding = 0;
-    auto failure = isOdd ? m_file.append({&padding, 1}) : RecordingFile::Failure::None;
+    const bool isOdd = needsPadding();
+    auto failure = isOdd ? m_file.append(kPadding) : RecordingFile::Failure::None;
     if (failure == RecordingFile::Failure::None)
         failure = m_file.flush();
     WavWriteErr error = errorOf(failure);
@@ -343,11 +342,10 @@ void NvxWavWriter::refreshSizes()
 
 RecordingFile::Failure NvxWavWriter::writeSizes(bool padded)
 {
-    const uint64_t data = m_samples * m_fmt.blockAlign();
+    const uint64_t data = dataBytes();
     const uint64_t whole = m_headerSize - kRiffHeadBytes + data + (padded ? 1 : 0);
-    const auto failure =
-        m_file.overwrite(static_cast<long>(m_headerSize) - 4,
-                         NvxWavHeader::sizeField(static_cast<uint32_t>(data), m_fileBigEndian));
+    const auto failure = m_file.overwrite(
+        m_headerSize - 4, NvxWavHeader::sizeField(static_cast<uint32_t>(data), m_fileBigEndian));
     if (failure != RecordingFile::Failure::None)
         return failure;
     return m_file.overwrite(NvxWavHeader::kRiffSizeOffset,
@@ -359,10 +357,14 @@ void NvxWavWriter::fail(WavWriteErr error)
     m_error = error;
     if (!m_file.isOpen())
         return;
-    // What got onto the disk stays a whole file: everything up to the last whole frame.
+    // What got onto the disk stays a whole file: everything up to the last whole frame. The padding takes the
+    // place of a frame's beginning; only where not one byte is free behind the last whole frame it is
+    // missing.
     countSamples();
-    writeSizes(false);
-    m_file.closeCutTo(m_headerSize + m_samples * m_fmt.blockAlign());
+    const uint64_t end = m_headerSize + dataBytes();
+    const bool padded = needsPadding() && m_file.overwrite(end, kPadding) == RecordingFile::Failure::None;
+    writeSizes(padded);
+    m_file.closeCutTo(padded ? end + 1 : end);
 }
 
 uint32_t NvxWavWriter::timeByAudio() const

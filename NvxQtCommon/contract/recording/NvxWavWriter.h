@@ -80,6 +80,7 @@ private:
     void writeBlock(const NvxWavDataChunk& chunk);
 
     void open(uint32_t eventTime);
+    std::vector<uint8_t> headerBytes() const;
     void openNext();
     void endForReopening(const WavStreamEvent& event, uint64_t startSample);
     void setReopening(const WavStreamEvent& event, uint64_t startSample);
@@ -89,9 +90,9 @@ private:
     RecordingFile::Failure writeSizes(bool padded);
     void fail(WavWriteErr error);
 
-    uint64_t nextSample() const { return m_fileStart + m_samples; }
     uint64_t dataBytes() const { return m_samples * m_fmt.blockAlign(); }
     bool needsPadding() const { return dataBytes() % 2 != 0; }
+    uint64_t nextSample() const { return m_fileStart + m_samples; }
     uint32_t timeByAudio() const;
     bool isInOtherSpan(const WavStreamEvent& event) const;
     bool isOtherFormat(const NvxWavSetupData& setup) const;

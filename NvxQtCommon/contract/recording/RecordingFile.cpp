@@ -32,16 +32,28 @@ std::FILE* openExclusively(const std::wstring& path)
 #endif
 }
 
-RecordingFile::Failure failureOf(int error)
+bool saysDiskFull(int error)
 {
-    // A limit on the size of a file is, to whoever records, a disk that takes no more.
-    if (error == ENOSPC || error == EFBIG)
-        return RecordingFile::Failure::DiskFull;
 #ifdef EDQUOT
     if (error == EDQUOT)
-        return RecordingFile::Failure::DiskFull;
+        return true;
 #endif
-    return RecordingFile::Failure::WriteFailed;
+    // A limit on the size of a file is, to whoever records, a disk that takes no more.
+    return error == ENOSPC || error == EFBIG;
+}
+
+RecordingFile::Failure failureOf(int error)
+{
+    return saysDiskFull(error) ? RecordingFile::Failure::DiskFull : RecordingFile::Failure::WriteFailed;
+}
+
+bool seekTo(std::FILE* file, uint64_t offset)
+{
+#ifdef _WIN32
+    return _fseeki64(file, static_cast<long long>(offset), SEEK_SET) == 0;
+#else
+    return fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0;
+#endif
 }
 
 } // namespace
@@ -66,11 +78,12 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
         if (m_file) {
             std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
             m_path = path;
+            m_name = numbered;
             m_written = 0;
             m_gathered.reserve(kGatherSize);
             return Failure::None;
         }
-        if (errno == ENOSPC)
+        if (saysDiskFull(errno))
             return Failure::DiskFull;
         if (errno != EEXIST)
             break;
@@ -78,7 +91,6 @@ RecordingFile::Failure RecordingFile::create(const std::wstring& directory, cons
     return Failure::CannotOpen;
 }
 
-            m_name = numbered;
 RecordingFile::Failure RecordingFile::append(std::span<const uint8_t> bytes)
 {
     const bool isLarge = bytes.size() >= kDirectSize;
@@ -110,13 +122,13 @@ RecordingFile::Failure RecordingFile::write(std::span<const uint8_t> bytes)
     return written == bytes.size() ? Failure::None : failureOf(errno);
 }
 
-RecordingFile::Failure RecordingFile::overwrite(long offset, std::span<const uint8_t> bytes)
+RecordingFile::Failure RecordingFile::overwrite(uint64_t offset, std::span<const uint8_t> bytes)
 {
     const Failure flushed = flush();
     if (flushed != Failure::None || !m_file)
         return m_file ? flushed : Failure::WriteFailed;
     errno = 0;
-    const bool done = std::fseek(m_file.get(), offset, SEEK_SET) == 0 &&
+    const bool done = seekTo(m_file.get(), offset) &&
                       std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) == bytes.size();
     const int error = errno;
     // The end must be found again even after a failure, or the next block would land in the header.

@@ -35,8 +35,9 @@ public:
     /// as it found no room.
     Failure append(std::span<const uint8_t> bytes);
     Failure flush();
-    /// Replaces bytes near the file's start, after a flush(), and goes back to its end.
-    Failure overwrite(long offset, std::span<const uint8_t> bytes);
+    /// Replaces bytes from `offset` on, which is the file's end at most, after a flush(), and goes back to
+    /// its end.
+    Failure overwrite(uint64_t offset, std::span<const uint8_t> bytes);
     Failure close();
     /// Closes the file and cuts it to `size` bytes; as far as that works.
     void closeCutTo(uint64_t size);
@@ -47,9 +48,9 @@ public:
     uint64_t size() const { return m_written + m_gathered.size(); }
     /// Path of the file made last; empty before the first.
     const std::wstring& path() const { return m_path; }
-
     /// The name that it got: as given to create(), with its number, without directory and extension; UTF-8.
     const std::string& name() const { return m_name; }
+
 private:
     Failure write(std::span<const uint8_t> bytes);
 
@@ -60,7 +61,7 @@ private:
 
     std::unique_ptr<std::FILE, Closer> m_file;
     std::wstring m_path;
-    std::vector<uint8_t> m_gathered;
     std::string m_name;
+    std::vector<uint8_t> m_gathered;
     uint64_t m_written = 0; ///< with the system
 };
