@@ -11,6 +11,8 @@ namespace {
 
 constexpr unsigned long long kMarcoRingSize = 16384;
 constexpr size_t kMaxUnanswered = 5;
+// A flood must not keep the event loop from everything else.
+constexpr int kMaxDatagramsPerReading = 256;
 
 QByteArray marcoDatagram(const std::shared_ptr<HydMarcoCommandPayload>& payload)
 {
@@ -184,7 +186,8 @@ void HydMarcoAdapter::readUdpSocket()
     }
 
     std::vector<std::shared_ptr<HydMarcoCommand>> messages;
-    while (socket->isValid() && socket->hasPendingDatagrams()) {
+    const auto hasMore = [socket] { return socket->isValid() && socket->hasPendingDatagrams(); };
+    for (int count = 0; count < kMaxDatagramsPerReading && hasMore(); ++count) {
         const QByteArray datagram = socket->receiveDatagram(HydMarcoCommand::kMaxDatagramSize + 1).data();
         const auto size = static_cast<unsigned long long>(datagram.size());
         if (size > HydMarcoCommand::kMaxDatagramSize)
@@ -197,7 +200,8 @@ void HydMarcoAdapter::readUdpSocket()
 
     const QNetworkInterface netInterface =
         socket->isValid() ? socket->multicastInterface() : QNetworkInterface();
-    if (!qobject_cast<CUdpSocProc*>(socket))
+    // What is still pending wakes the socket again in the next turn of the event loop.
+    if (!qobject_cast<CUdpSocProc*>(socket) && !hasMore())
         disconnectAndClose(*socket);
     uint32_t interfaceAddress = 0;
     if (netInterface.isValid()) {

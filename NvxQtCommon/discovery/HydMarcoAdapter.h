@@ -24,7 +24,8 @@ inline constexpr uint16_t MARCO_PORT = PortMarco;
 
 /// Finds recorders on the network and changes their network settings, by discovery datagrams. The application
 /// owns it; it and its sockets live on the thread that created it. There is no scan state: each call sends,
-/// answers come as signals whenever they arrive, and each broadcast socket ends with one timeout(). Slots may
+/// answers come as signals whenever they arrive, and each broadcast socket ends with one timeout(). At most
+/// 256 datagrams of a socket are read in one turn of the event loop, the others in the next ones. Slots may
 /// run an event loop of their own; one that wants to get rid of the adapter uses deleteLater().
 class NVXQTCOMMON_EXPORT HydMarcoAdapter : public QObject
 {

@@ -1,6 +1,8 @@
 #include "tests/discovery/MarcoFixture.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <algorithm>
+
 namespace {
 
 const QHostAddress kOwnAddress(QStringLiteral("127.62.3.1"));
@@ -15,6 +17,9 @@ class tst_HydMarcoAdapterInput : public NvxTestCase
 private Q_SLOTS:
     // --- happy flows
     void fullRingIsParsedBeforeMoreIsRead();
+    void floodIsReadInSeveralTurns_data();
+    void floodIsReadInSeveralTurns();
+    void floodOfTheUnicastSocketIsReadWhole();
     void sizesAroundTheLimit_data();
     void sizesAroundTheLimit();
     // --- rainy day flows
@@ -40,6 +45,60 @@ void tst_HydMarcoAdapterInput::fullRingIsParsedBeforeMoreIsRead()
     QTRY_COMPARE(found.size(), 40);
     for (int index = 0; index < 40; ++index)
         QCOMPARE(int(deviceOf(found, index)->serial()), index + 1);
+}
+
+void tst_HydMarcoAdapterInput::floodIsReadInSeveralTurns_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QList<int>>("readings");
+    QTest::newRow("limit - 1") << 255 << QList<int>{255};
+    QTest::newRow("limit") << 256 << QList<int>{256};
+    QTest::newRow("limit + 1") << 257 << QList<int>{256, 1};
+    QTest::newRow("twice the limit and more") << 520 << QList<int>{256, 256, 8};
+}
+
+void tst_HydMarcoAdapterInput::floodIsReadInSeveralTurns()
+{
+    QFETCH(const int, count);
+    QFETCH(const QList<int>, readings);
+    HydMarcoAdapter adapter;
+    LoopbackSocket loopback(adapter, kOwnAddress);
+    // Room for all of them at once.
+    loopback.socket()->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 1 << 20);
+    QList<int> serials;
+    connect(&adapter, &HydMarcoAdapter::deviceFound, this,
+            [&](const Device& device) { serials << device->serial(); });
+    // Queued behind the messages of each reading.
+    QList<int> foundAfterReading{0};
+    connect(
+        loopback.socket(), &QUdpSocket::readyRead, this, [&] { foundAfterReading << int(serials.size()); },
+        Qt::QueuedConnection);
+    for (int serial = 1; serial <= count; ++serial)
+        QVERIFY(loopback.send(enquiryBytes(5, static_cast<uint16_t>(serial))));
+    QTRY_COMPARE(serials.size(), count);
+    QVERIFY(std::ranges::is_sorted(serials));
+    QTRY_COMPARE(foundAfterReading.last(), count);
+    QList<int> seen;
+    for (qsizetype i = 1; i < foundAfterReading.size(); ++i)
+        seen << foundAfterReading[i] - foundAfterReading[i - 1];
+    QCOMPARE(seen, readings);
+}
+
+void tst_HydMarcoAdapterInput::floodOfTheUnicastSocketIsReadWhole()
+{
+    MarcoPeer peer(kOwnAddress);
+    HydMarcoAdapter adapter;
+    QSignalSpy found(&adapter, &HydMarcoAdapter::deviceFound);
+    adapter.netEnquireUDPIPAddr(kOwnAddress, false, false);
+    QVERIFY(peer.waitForEnquiry());
+    QUdpSocket* socket = unicastSocketOf(adapter);
+    socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 1 << 20);
+    for (int serial = 1; serial <= 300; ++serial)
+        peer.answer(enquiryBytes(5, static_cast<uint16_t>(serial)));
+    // It isn't closed while something is left to be read.
+    QTRY_COMPARE(found.size(), 300);
+    QCOMPARE(deviceOf(found, 299)->serial(), uint16_t(300));
+    QCOMPARE(socket->state(), QAbstractSocket::UnconnectedState);
 }
 
 void tst_HydMarcoAdapterInput::sizesAroundTheLimit_data()
