@@ -101,7 +101,10 @@ void HydMarcoAdapter::bcastCommand(std::shared_ptr<HydMarcoCommandPayload> paylo
         connect(socket, &QUdpSocket::readyRead, socket, &CUdpSocProc::StartTimer);
         // Under nested event loops the socket's deferred deletion can wait while its timer goes on.
         connect(timer, &QTimer::timeout, this, &HydMarcoAdapter::timeout, Qt::SingleShotConnection);
-        socket->writeDatagram(datagram, QHostAddress::Broadcast, MARCO_PORT);
+        if (socket->writeDatagram(datagram, QHostAddress::Broadcast, MARCO_PORT) != datagram.size()) {
+            qDebug().noquote() << "HydMarcoAdapter::bcastCommand: not sent from"
+                               << socket->localAddress().toString() << "-" << socket->errorString();
+        }
         socket->StartTimer();
     }
 }

@@ -57,7 +57,7 @@ public:
     void resetDevice(const NvxMacAddr& mac) const;
     /// Sends `payload` from a new socket on each local IPv4 address (getUdpSockets()) to the broadcast
     /// address and stamps each socket's port into it. A null payload, and one that serialises to nothing,
-    /// sends nothing.
+    /// sends nothing. A datagram that can't be sent is a line of the log.
     void bcastCommand(std::shared_ptr<HydMarcoCommandPayload> payload) const;
     /// New sockets, one bound to each IPv4 address of each interface that is up, running and no loopback.
     /// They are children of the adapter and delete themselves.

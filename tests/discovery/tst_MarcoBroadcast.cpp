@@ -61,6 +61,18 @@ public:
     bool deserialize(ByteReader&) override { return false; }
 };
 
+/// The interface loses its addresses between the binding and the sending.
+class UnpluggingPayload : public HydResetDeviceCmd
+{
+public:
+    void serialize(ByteStream& out) const override
+    {
+        if (const QString failure = run(QStringLiteral("ip addr flush dev nvx0")); !failure.isEmpty())
+            qWarning().noquote() << failure;
+        HydResetDeviceCmd::serialize(out);
+    }
+};
+
 } // namespace
 
 /// Broadcasts between two network namespaces that a veth pair joins: this program's own with two addresses on
@@ -92,6 +104,7 @@ private Q_SLOTS:
     void addressThatCannotBeBoundIsLeftOut();
     void failingSocketEndsWithoutTimeout();
     void payloadThatDoesNotFitIsNotSent();
+    void datagramThatCannotBeSentIsLogged();
 
 private:
     QList<QStringList> datagrams() { return m_peer.lines(QStringLiteral("marco")); }
@@ -419,6 +432,22 @@ void tst_MarcoBroadcast::payloadThatDoesNotFitIsNotSent()
     adapter.netEnquire(DevTypeAny, 0);
     QTRY_COMPARE(found.size(), 2);
     QCOMPARE(datagrams().size(), before + 2);
+}
+
+void tst_MarcoBroadcast::datagramThatCannotBeSentIsLogged()
+{
+    const qsizetype before = datagrams().size();
+    HydMarcoAdapter adapter;
+    QSignalSpy timeout(&adapter, &HydMarcoAdapter::timeout);
+    for (const QString& address : {kFirstAddress, kSecondAddress}) {
+        const QString line = QStringLiteral("^HydMarcoAdapter::bcastCommand: not sent from %1 - .+");
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(line.arg(QRegularExpression::escape(address))));
+    }
+    adapter.bcastCommand(std::make_shared<UnpluggingPayload>());
+    // A socket that failed ends at once and in silence.
+    QTRY_VERIFY(adapter.findChildren<CUdpSocProc*>().isEmpty());
+    QCOMPARE(timeout.size(), 0);
+    QCOMPARE(datagrams().size(), before);
 }
 
 int main(int argc, char* argv[])
