@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include <chrono>
 #include <memory>
 
 namespace {
@@ -38,6 +39,8 @@ private Q_SLOTS:
         m_dir = std::make_unique<QTemporaryDir>();
         QVERIFY(m_dir->isValid());
         m_writer = std::make_unique<NvxWavWriter>(600, m_dir->path().toStdWString());
+        m_now = std::chrono::steady_clock::time_point(std::chrono::hours(1));
+        m_writer->setClock([this] { return m_now; });
         m_feeder = std::make_unique<WavFeeder>(*m_writer);
     }
     void cleanup()
@@ -239,10 +242,9 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 100));
         QVERIFY(m_feeder->block(kTime, 0, 999));
-        RiffView view = viewRiff(m_feeder->newFiles.first());
-        QCOMPARE(view.chunk("data")->size, 200U);
+        QCOMPARE(dataSize(), 200U);
         QVERIFY(m_feeder->block(kTime, 0, 1));
-        view = viewRiff(m_feeder->newFiles.first());
+        const RiffView view = viewRiff(m_feeder->newFiles.first());
         QCOMPARE(view.chunk("data")->size, 2200U);
         QCOMPARE(qint64{view.riffSize} + 8, view.headerSize() + 2200);
     }
@@ -252,13 +254,22 @@ private Q_SLOTS:
         m_feeder->rate = 512000;
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 100));
+        QCOMPARE(dataSize(), 200U);
+        m_now += std::chrono::milliseconds(999);
         QVERIFY(m_feeder->block(kTime, 0, 100));
-        QCOMPARE(viewRiff(m_feeder->newFiles.first()).chunk("data")->size, 200U);
+        QCOMPARE(dataSize(), 200U);
         // Any event does, even one that brings nothing.
+        m_now += std::chrono::milliseconds(1);
         NvxWavTestInfoData nothing;
-        QTRY_VERIFY_WITH_TIMEOUT(m_feeder->process(nothing, kTime, 0) &&
-                                     viewRiff(m_feeder->newFiles.first()).chunk("data")->size == 400U,
-                                 5000);
+        QVERIFY(m_feeder->process(nothing, kTime, 0));
+        QCOMPARE(dataSize(), 400U);
+        // The second counts from then on.
+        m_now += std::chrono::milliseconds(999);
+        QVERIFY(m_feeder->block(kTime, 0, 100));
+        QCOMPARE(dataSize(), 400U);
+        m_now += std::chrono::milliseconds(1);
+        QVERIFY(m_feeder->block(kTime, 0, 100));
+        QCOMPARE(dataSize(), 800U);
     }
 
     void bigEndianFileOfBigEndianBlocks()
@@ -507,6 +518,9 @@ private Q_SLOTS:
     }
 
 private:
+    quint32 dataSize() const { return viewRiff(m_feeder->newFiles.first()).chunk("data")->size; }
+
+    std::chrono::steady_clock::time_point m_now; ///< the writer's wall time; moves only in tests
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<NvxWavWriter> m_writer;
     std::unique_ptr<WavFeeder> m_feeder;

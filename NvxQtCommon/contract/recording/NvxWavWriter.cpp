@@ -324,7 +324,7 @@ void NvxWavWriter::refreshSizes()
 {
     if (!m_file.isOpen() || m_samples == m_samplesInHeader)
         return;
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = m_clock();
     const bool isDue = !m_sizesWritten || m_samples - m_samplesInHeader >= m_fmt.sampleRate() ||
                        now - m_sizesTime >= kSizesInterval;
     if (!isDue)

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +61,9 @@ public:
 
     /// Largest size of a file in bytes; what it is without this is the most that a wave file can hold.
     void setMaxFileBytes(uint64_t bytes) { m_maxFileBytes = bytes; }
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+    /// What tells the wall time by which the sizes in the header are renewed; must not be empty.
+    void setClock(Clock clock) { m_clock = std::move(clock); }
 
 protected:
     int handleEvent(int state, StateEvent& event) override;
@@ -132,5 +136,6 @@ private:
     bool m_sizesWritten = false;
     uint64_t m_samplesInHeader = 0;
     std::chrono::steady_clock::time_point m_sizesTime;
+    Clock m_clock = std::chrono::steady_clock::now;
     std::vector<uint8_t> m_swapped;
 };
