@@ -1,3 +1,5 @@
+#include "FileSwap.h"
+
 #include "NvxQtCommon/contract/recording/NvxSpecWriter.h"
 #include "NvxQtCommon/contract/recording/NvxWavTimeData.h"
 #include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
@@ -278,6 +280,31 @@ private Q_SLOTS:
         QCOMPARE(setrlimit(RLIMIT_FSIZE, &limits), 0);
         QVERIFY(consumed);
         QCOMPARE(m_writer->errorCode(), SpecErrDiskFull);
+        QCOMPARE(QFileInfo(m_newFiles.first()).size(), before);
+    }
+
+    void failedWrite_data()
+    {
+        QTest::addColumn<QString>("device");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("error");
+        // A file that may only be read refuses each write.
+        QTest::newRow("of a disk that answers no more")
+            << QStringLiteral("/dev/null") << int(O_RDONLY) << int(SpecErrWriteFailed);
+        QTest::newRow("on a full disk")
+            << QStringLiteral("/dev/full") << int(O_WRONLY) << int(SpecErrDiskFull);
+    }
+    void failedWrite()
+    {
+        QFETCH(QString, device);
+        QFETCH(int, mode);
+        QFETCH(int, error);
+        QVERIFY(record(kTime, 0));
+        const auto before = QFileInfo(m_newFiles.first()).size();
+        QVERIFY(swapOpenFile(m_newFiles.first(), qPrintable(device), mode));
+        QVERIFY(record(kTime, 1));
+        QCOMPARE(int(m_writer->errorCode()), error);
+        QCOMPARE(descriptorOf(m_newFiles.first()), -1);
         QCOMPARE(QFileInfo(m_newFiles.first()).size(), before);
     }
 

@@ -307,19 +307,6 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(path));
     }
 
-    void tooManyFilesOfOneName()
-    {
-        QTemporaryDir dir;
-        // A link that leads nowhere is a name that exists as well.
-        QVERIFY(QFile::link(QStringLiteral("/nowhere"),
-                            dir.filePath(QStringLiteral("ABC0042_20240229_124000.wav"))));
-        QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("ABC0042_20240229_124000_2.wav")));
-        NvxWavWriter writer(600, dir.path().toStdWString());
-        WavFeeder feeder(writer);
-        QVERIFY(feeder.second(kTime, 0));
-        QCOMPARE(feeder.newFiles, QStringList{dir.filePath(QStringLiteral("ABC0042_20240229_124000_3.wav"))});
-    }
-
     void noMoreDescriptors()
     {
         QTemporaryDir dir;
