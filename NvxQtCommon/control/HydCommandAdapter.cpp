@@ -182,6 +182,9 @@ void HydCommandAdapter::closeConnection()
         if (m_socket.state() != QAbstractSocket::UnconnectedState)
             m_socket.close();
     } else if (m_connType == ConnSerial) {
+        // A port writes from the event loop: what was accepted leaves first, as on a socket.
+        if (m_serialPort.isOpen() && m_serialPort.error() == QSerialPort::NoError)
+            m_serialPort.flush();
         // Closing a closed port would report an error.
         if (m_serialPort.isOpen())
             m_serialPort.close();

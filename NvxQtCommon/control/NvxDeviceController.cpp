@@ -47,7 +47,8 @@ NvxDeviceController::~NvxDeviceController()
     }
     m_deviceTimer.stop();
     if (m_adapterThread != nullptr) {
-        m_adapterThread->quit();
+        // Behind the commands that wait in the adapter's queue: they still leave.
+        QMetaObject::invokeMethod(m_adapter, [thread = m_adapterThread] { thread->quit(); });
         m_adapterThread->wait();
         m_adapterThread->deleteLater();
     }

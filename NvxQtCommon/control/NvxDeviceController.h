@@ -35,7 +35,9 @@ public:
     /// A null device counts as a fresh record of type 0.
     NvxDeviceController(std::shared_ptr<HydDevice> device, HydConnectionType connType,
                         QObject* parent = nullptr);
-    /// Ends the adapter and its thread, and waits for it.
+    /// Ends the adapter and its thread, and waits for it. Commands sent just before still leave where the
+    /// channel is open and the system takes them at once; nobody hears of those that don't. What is held back
+    /// (a delayed job setup, a read-back) is dropped.
     ~NvxDeviceController() override;
 
     // The order of the virtual operations is part of the interface.

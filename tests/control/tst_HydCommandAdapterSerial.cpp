@@ -93,6 +93,8 @@ private Q_SLOTS:
     void openingTwiceOpensOnce();
     void mirrorFollowsThePort();
     void closesWhenDestroyed();
+    void closingLetsAnAcceptedCommandLeave_data();
+    void closingLetsAnAcceptedCommandLeave();
     // --- rainy day flows
     void portThatIsNotThere_data();
     void portThatIsNotThere();
@@ -249,6 +251,27 @@ void tst_HydCommandAdapterSerial::closesWhenDestroyed()
     f.owned.reset();
     QCOMPARE(f.closed.count(), 1);
     QVERIFY(f.errors.isEmpty());
+}
+
+void tst_HydCommandAdapterSerial::closingLetsAnAcceptedCommandLeave_data()
+{
+    QTest::addColumn<bool>("byDestructor");
+    QTest::newRow("closed") << false;
+    QTest::newRow("destroyed") << true;
+}
+
+void tst_HydCommandAdapterSerial::closingLetsAnAcceptedCommandLeave()
+{
+    QFETCH(bool, byDestructor);
+    SerialFixture f;
+    QVERIFY(f.openLine());
+    QVERIFY(f.adapter.sendCommand(std::make_shared<HydResetCmd>()));
+    if (byDestructor)
+        f.owned.reset();
+    else
+        f.adapter.closeConnection();
+    QCOMPARE(f.closed.count(), 1);
+    QVERIFY(f.receives(frameOf(HydResetCmd())));
 }
 
 void tst_HydCommandAdapterSerial::portThatIsNotThere_data()

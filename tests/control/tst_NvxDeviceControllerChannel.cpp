@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QSemaphore>
 #include <QSignalSpy>
 
 #include <functional>
@@ -62,6 +63,18 @@ public:
     QSignalSpy errors;
 };
 
+QSemaphore g_isReading;
+QSemaphore g_goOn;
+
+/// Holds up the thread that logs a message without payload: the adapter's, in the middle of its reading.
+void holdUpTheReader(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    if (text.startsWith(QStringLiteral("nullptr == spPayload"))) {
+        g_isReading.release();
+        g_goOn.acquire();
+    }
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(Command)
@@ -95,6 +108,7 @@ private Q_SLOTS:
     void destroyedInAReplyOfTheWire();
     void destroyedWhileConnecting();
     void destructorClosesTheChannel();
+    void commandsBeforeTheEndStillLeave();
 };
 
 void tst_NvxDeviceControllerChannel::opensAndClosesTheChannel()
@@ -448,6 +462,32 @@ void tst_NvxDeviceControllerChannel::destructorClosesTheChannel()
     QVERIFY(f.open());
     f.controller.reset();
     QTRY_COMPARE(peerClosed.count(), 1);
+}
+
+void tst_NvxDeviceControllerChannel::commandsBeforeTheEndStillLeave()
+{
+    ControlPeer peer(kAddress);
+    QVERIFY(peer.listen());
+    // The destructor lets go of the record just before it ends the thread, which reads at that moment.
+    std::shared_ptr<HydDevice> device(
+        new HydDevice(uint16_t(12), DevTypeRecorderA, NvxNetHostInfo(peer.ipAddr().toInt()), JobTagMap()),
+        [](const HydDevice* record) {
+            delete record;
+            g_goOn.release();
+        });
+    auto controller = std::make_unique<NvxDeviceController>(std::move(device), ConnTcp);
+    controller->openChannel(ChanCommand);
+    QTRY_VERIFY(controller->isCmdChanOpen() && peer.isConnected());
+
+    const auto previous = qInstallMessageHandler(holdUpTheReader);
+    peer.send(rawFrame('Q', {}));
+    const bool isReading = g_isReading.tryAcquire(1, 10000);
+    controller->startUpProc();
+    controller->resetDevice();
+    controller.reset();
+    qInstallMessageHandler(previous);
+    QVERIFY(isReading);
+    QTRY_COMPARE(peer.letters(), QByteArray("EFRY"));
 }
 
 QTEST_GUILESS_MAIN(tst_NvxDeviceControllerChannel)
