@@ -211,6 +211,35 @@ private Q_SLOTS:
         QVERIFY(stream.closesSecond(8, 100));
     }
 
+    void endOfSecondBeyond31And32Bits_data()
+    {
+        QTest::addColumn<quint32>("rate");
+        QTest::addColumn<int>("blocks"); // of 65535 samples, ahead of the last one
+        QTest::addColumn<int>("last");
+        QTest::addColumn<bool>("marked");
+        QTest::newRow("rate of 2^31, few samples") << 0x80000000U << 0 << 100 << false;
+        QTest::newRow("rate of 2^31, one sample less") << 0x80000000U << 32768 << 32767 << false;
+        QTest::newRow("rate of 2^31 reached") << 0x80000000U << 32768 << 32768 << true;
+        // Only the low 32 bits of the count are compared, and that is intended.
+        QTest::newRow("2^32 - 1 samples") << 1000U << 65536 << 0xFFFF << true;
+        QTest::newRow("2^32 samples") << 1000U << 65537 << 1 << false;
+    }
+
+    void endOfSecondBeyond31And32Bits()
+    {
+        QFETCH(quint32, rate);
+        QFETCH(int, blocks);
+        QFETCH(int, last);
+        QFETCH(bool, marked);
+        Stream stream;
+        stream.adapter.updateDeviceInfo(device(rate));
+        stream.feed(header(7, 1000));
+        const auto whole = block(7, 1000, 0, 0xFFFF);
+        for (int i = 0; i < blocks; ++i)
+            stream.feed(whole);
+        QCOMPARE(stream.closesSecond(7, static_cast<uint16_t>(last)), marked);
+    }
+
     void endOfSecondByType_data()
     {
         QTest::addColumn<int>("type");
