@@ -1,12 +1,13 @@
 #include "NvxQtCommon/logging/NvxWavLogger.h"
 
 #include "NvxQtCommon/contract/recording/HydUtil.h"
-#include "NvxQtCommon/contract/recording/NvxWavDataChunk.h"
 #include "NvxQtCommon/contract/recording/NvxWavInfoDataHF.h"
 #include "NvxQtCommon/contract/recording/NvxWavInfoDataTMI.h"
 #include "NvxQtCommon/contract/recording/NvxWavTimeData.h"
 #include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
 #include "NvxQtCommon/contract/recording/WavStreamEvent.h"
+#include "NvxQtCommon/logging/WavBlockEvent.h"
+#include "NvxQtCommon/logging/WavEventKey.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -22,21 +23,10 @@ constexpr int kTenthsPerDb = 10;
 constexpr int kScanFactor = 10;
 constexpr float kMicrovoltsToPeak = 2000000.0F;
 
-/// Time and sequence of an event; both 0 without a key.
-struct WavEventKey
+QDateTime utc(const WavEventKey& key)
 {
-    explicit WavEventKey(const std::shared_ptr<HydEventKeyChunk const>& chunk)
-        : time(chunk ? static_cast<uint32_t>(chunk->eventId()) : 0), sequence(chunk ? chunk->sequence() : 0)
-    {
-    }
-
-    int eventTime() const { return static_cast<int>(time); }
-    unsigned long long eventSequence() const { return static_cast<unsigned long long>(sequence); }
-    QDateTime utc() const { return QDateTime::fromSecsSinceEpoch(time, Qt::UTC); }
-
-    uint32_t time;
-    int64_t sequence;
-};
+    return QDateTime::fromSecsSinceEpoch(key.time, Qt::UTC);
+}
 
 const HydStreamStatusChunk* statusOf(const HydStreamEventHeaderPayload& header, size_t index)
 {
@@ -172,7 +162,7 @@ void NvxWavLogger::handleArrayHdr(const HydStreamEventHeaderPayload& header)
     info.setNumChannels(header.numChannels());
     fillCommonInfo(info, header);
     const QPointer<NvxWavLogger> self(this);
-    Q_EMIT dataTime(key.utc());
+    Q_EMIT dataTime(utc(key));
     if (!self)
         return;
     for (unsigned channel = 1; channel <= header.numChannels(); ++channel) {
@@ -221,7 +211,7 @@ void NvxWavLogger::handleRecorderHdr(const HydStreamEventHeaderPayload& header, 
     info.setHeadStatus(m_headStatus);
     WavStreamEvent event(&info, key.eventTime(), key.eventSequence());
     const QPointer<NvxWavLogger> self(this);
-    Q_EMIT dataTime(key.utc());
+    Q_EMIT dataTime(utc(key));
     if (!self)
         return;
     // The array's path leaves the writer's byte order alone: intended.
@@ -246,22 +236,7 @@ void NvxWavLogger::handleWavData(std::shared_ptr<HydStreamDataPayload> payload)
 {
     if (m_wavTimeLog == LogOn || !payload || !payload->data())
         return;
-    const HydStreamDataChunk& data = *payload->data();
-    // Held here as well, so that the samples stay whatever happens to the payload.
-    const std::shared_ptr<unsigned char[]> samples = data.bytes();
-    NvxWavDataChunk chunk;
-    chunk.setBitDepth(data.bitDepth());
-    chunk.setBigEndian(data.isBigEndian());
-    chunk.setNumChannels(data.numChannels());
-    chunk.setNumSamples(data.numSamples());
-    chunk.setSampleNum(data.sampleNum());
-    chunk.setData(samples.get());
-
-    const WavEventKey key(payload->eventKey());
-    unsigned long long sequence = key.eventSequence();
-    if (payload->streamType == StreamWaveScan)
-        sequence -= data.sampleNum();
-    WavStreamEvent event(&chunk, key.eventTime(), sequence);
+    WavBlockEvent event(*payload);
     const QPointer<NvxWavLogger> self(this);
     processWavStreamEvent(&event);
     if (!self)
