@@ -2,6 +2,8 @@
 
 #include "NvxQtSimulator/SpectrumMaker.h"
 
+#include <QPointer>
+
 #include <algorithm>
 #include <array>
 
@@ -9,7 +11,7 @@ namespace {
 
 // A recorder takes commands of at most 1024 bytes; four of them may wait.
 constexpr size_t kCommandBufferSize = 4096;
-// Keeps replies under 64 KiB.
+// Samples and bins of a collect reply, which has to stay under 64 KiB.
 constexpr size_t kCollectBytes = 60000;
 constexpr size_t kBurstSamples = 16;
 constexpr int64_t kCollectMemorySeconds = 4;
@@ -68,8 +70,14 @@ ControlSession::ControlSession(QTcpSocket* socket, RecorderState* state, QObject
     connect(m_state, &RecorderState::restarted, m_socket, &QTcpSocket::disconnectFromHost);
 }
 
+ControlSession::~ControlSession()
+{
+    FaultyLink::retire(m_socket);
+}
+
 void ControlSession::readRequests()
 {
+    const QPointer<ControlSession> self(this);
     std::array<unsigned char, kCommandBufferSize> piece;
     while (m_socket->bytesAvailable() > 0) {
         // A command that fills the whole buffer and still isn't whole is no command.
@@ -91,6 +99,8 @@ void ControlSession::readRequests()
                 answer(*payload);
             else
                 ++m_state->counters.badCommands;
+            if (self.isNull())
+                return;
         } while (!m_processor.outOfData());
     }
 }
@@ -98,7 +108,11 @@ void ControlSession::readRequests()
 void ControlSession::answer(const HydControlMsgPayload& request)
 {
     const uint8_t letter = request.msgType();
+    const QPointer<ControlSession> self(this);
     Q_EMIT m_state->commandReceived(static_cast<char>(letter));
+    // Who hears of a command may stop the recorder, or delete it.
+    if (self.isNull())
+        return;
     switch (letter) {
     case 'A':
         if (const auto* time = dynamic_cast<const HydSetTimeCmd*>(&request))
@@ -149,10 +163,16 @@ void ControlSession::answer(const HydControlMsgPayload& request)
 
 void ControlSession::reply(std::shared_ptr<HydControlMsgPayload> payload)
 {
+    if (m_link.backlog() > kMaxReplyBacklog) {
+        ++m_state->counters.channelsCut;
+        qInfo("Simulated recorder %u: a client that takes no replies is cut off",
+              unsigned{m_state->identity().serial});
+        FaultyLink::resetConnection(m_socket);
+        return;
+    }
     const std::vector<uint8_t> frame = HydControlMessage(std::move(payload)).frame();
-    if (!frame.empty())
-        m_link.send(
-            QByteArray(reinterpret_cast<const char*>(frame.data()), static_cast<qsizetype>(frame.size())));
+    m_link.send(
+        QByteArray(reinterpret_cast<const char*>(frame.data()), static_cast<qsizetype>(frame.size())));
 }
 
 bool ControlSession::replyOversize(uint8_t letter)
@@ -212,14 +232,17 @@ void ControlSession::answerCollect(const HydDataCollectCmd& request)
     const bool burst = m_link.strike(Fault::ScanBurst).has_value();
     uint8_t mask = 0;
     HydDataCollectCmd chunks;
-    if (waves) {
-        mask |= DataCollWav;
-        if (addWaves(chunks, burst) || burst)
-            mask |= HydDataCollectCmd::kMoreData;
-    }
+    size_t room = kCollectBytes;
     if (spectra) {
         mask |= DataCollSpec;
-        addSpectrum(chunks);
+        room -= addSpectrum(chunks);
+    }
+    if (waves) {
+        mask |= DataCollWav;
+        const SampleFormat format = m_state->sampleFormat();
+        const size_t most = burst ? kBurstSamples : room / (format.bytesPerSample * format.channels);
+        if (addWaves(chunks, most) || burst)
+            mask |= HydDataCollectCmd::kMoreData;
     }
     const auto answer = std::make_shared<HydDataCollectCmd>(mask);
     for (const DataCollMask name : {DataCollWavTime, DataCollSpecTime, DataCollWav, DataCollSpec})
@@ -228,7 +251,8 @@ void ControlSession::answerCollect(const HydDataCollectCmd& request)
     reply(answer);
 }
 
-bool ControlSession::addWaves(HydDataCollectCmd& reply, bool burst)
+/// Adds at most `room` samples of each channel; true when more are waiting.
+bool ControlSession::addWaves(HydDataCollectCmd& reply, size_t room)
 {
     const int64_t rate = m_state->waveRate();
     if (!m_collecting || m_collectRate != rate) {
@@ -246,11 +270,9 @@ bool ControlSession::addWaves(HydDataCollectCmd& reply, bool burst)
 
     const SampleFormat format = m_state->sampleFormat();
     const size_t frameBytes = format.bytesPerSample * format.channels;
-    const int64_t room =
-        burst ? static_cast<int64_t>(kBurstSamples) : static_cast<int64_t>(kCollectBytes / frameBytes);
     const int64_t intoSecond = m_collected % rate;
     const int64_t waiting = taken - m_collected;
-    const int64_t count = std::min({waiting, room, rate - intoSecond});
+    const int64_t count = std::min({waiting, static_cast<int64_t>(room), rate - intoSecond});
 
     auto chunk = std::make_shared<DataCollWavChunk>();
     chunk->sampleRate = static_cast<uint32_t>(rate);
@@ -270,7 +292,8 @@ bool ControlSession::addWaves(HydDataCollectCmd& reply, bool burst)
     return count < waiting;
 }
 
-void ControlSession::addSpectrum(HydDataCollectCmd& reply)
+/// Gives the number of bins that it added, one byte each.
+size_t ControlSession::addSpectrum(HydDataCollectCmd& reply)
 {
     const HydJobSettings& job = m_state->jobSettings();
     auto chunk = std::make_shared<DataCollSpecChunk>();
@@ -286,4 +309,5 @@ void ControlSession::addSpectrum(HydDataCollectCmd& reply)
     reply.setChunk(DataCollSpecTime, std::make_shared<DataCollSpecTimeChunk>(
                                          static_cast<uint32_t>(m_state->deviceTime()), m_spectra++));
     reply.setChunk(DataCollSpec, chunk);
+    return chunk->bins.size();
 }

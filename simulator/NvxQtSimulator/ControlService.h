@@ -26,13 +26,18 @@ private:
     QTcpServer m_server;
 };
 
-/// One command channel: reads requests, answers them. Deletes itself when the channel closes.
+/// One command channel: reads requests, answers them. Deletes itself when the channel closes. A client that
+/// asks on and on and takes no replies is cut off once kMaxReplyBacklog bytes wait for it.
 class ControlSession : public QObject
 {
     Q_OBJECT
 
 public:
+    /// Bytes of replies that may wait for a client.
+    static constexpr qint64 kMaxReplyBacklog = 1024 * 1024;
+
     ControlSession(QTcpSocket* socket, RecorderState* state, QObject* parent);
+    ~ControlSession() override;
 
 private:
     void readRequests();
@@ -42,8 +47,8 @@ private:
     void answerJobSetup(const HydJobSetupCmd& request);
     void answerTrigger(const HydTrigger& request);
     void answerCollect(const HydDataCollectCmd& request);
-    bool addWaves(HydDataCollectCmd& reply, bool burst);
-    void addSpectrum(HydDataCollectCmd& reply);
+    bool addWaves(HydDataCollectCmd& reply, size_t room);
+    size_t addSpectrum(HydDataCollectCmd& reply);
     bool replyOversize(uint8_t letter);
 
     QTcpSocket* m_socket;

@@ -1,5 +1,6 @@
 #include "NvxQtSimulator/FaultyLink.h"
 
+#include <QAbstractEventDispatcher>
 #include <QtGlobal>
 
 #include <algorithm>
@@ -76,14 +77,14 @@ FaultyLink::Fate FaultyLink::send(QByteArray message)
     m_held.clear();
     m_heldTimer.stop();
     if (const auto milliseconds = strike(Fault::Slow))
-        queue({},
-              *milliseconds > 0 ? static_cast<int>(std::min<int64_t>(*milliseconds, 60000)) : kSlowDelayMs);
+        queue({{},
+               *milliseconds > 0 ? static_cast<int>(std::min<int64_t>(*milliseconds, 60000)) : kSlowDelayMs});
     if (const auto first = strike(Fault::Split); first && message.size() > 1) {
         const auto size = static_cast<uint64_t>(message.size());
         const auto cut =
             static_cast<qsizetype>(*first > 0 ? std::min<uint64_t>(*first, size - 1) : 1 + random(size - 1));
         deliver(message.first(cut));
-        queue(message.sliced(cut), kSplitDelayMs);
+        queue({message.sliced(cut), kSplitDelayMs});
         return fate;
     }
     deliver(message);
@@ -111,31 +112,36 @@ bool FaultyLink::breakWithin(const QByteArray& message)
     const auto value = static_cast<uint64_t>(std::max<int64_t>(0, closeAfter ? *closeAfter : *resetAfter));
     const auto size = static_cast<uint64_t>(message.size());
     const uint64_t part = value > 0 ? std::min(value, size - 1) : 1 + random(size - 1);
-    m_socket->write(m_held + message.first(static_cast<qsizetype>(part)));
-    m_socket->flush();
     m_closing = true;
-    if (closeAfter)
-        m_socket->disconnectFromHost();
-    else
-        resetConnection(m_socket);
+    deliver(std::exchange(m_held, {}) + message.first(static_cast<qsizetype>(part)),
+            closeAfter ? Ending::Close : Ending::Reset);
     return true;
 }
 
-void FaultyLink::deliver(const QByteArray& bytes)
+/// Sends bytes once all that waits has gone.
+void FaultyLink::deliver(const QByteArray& bytes, Ending ending)
 {
-    if (!m_waiting.empty()) {
-        queue(bytes, 0);
-        return;
-    }
-    m_socket->write(bytes);
-    if (!m_state->dice(m_channel).isEmpty())
-        m_socket->flush();
+    if (m_waiting.empty())
+        write({bytes, 0, ending});
+    else
+        queue({bytes, 0, ending});
 }
 
-void FaultyLink::queue(const QByteArray& bytes, int delayMs)
+void FaultyLink::write(const Piece& piece)
 {
-    m_waiting.push_back({bytes, delayMs});
-    m_waitingBytes += bytes.size();
+    m_socket->write(piece.bytes);
+    if (!m_state->dice(m_channel).isEmpty())
+        m_socket->flush();
+    if (piece.ending == Ending::Close)
+        m_socket->disconnectFromHost();
+    else if (piece.ending == Ending::Reset)
+        resetConnection(m_socket);
+}
+
+void FaultyLink::queue(const Piece& piece)
+{
+    m_waiting.push_back(piece);
+    m_waitingBytes += piece.bytes.size();
     if (!m_waitTimer.isActive())
         m_waitTimer.start(m_waiting.front().delayMs);
 }
@@ -143,13 +149,11 @@ void FaultyLink::queue(const QByteArray& bytes, int delayMs)
 void FaultyLink::sendWaiting()
 {
     while (!m_waiting.empty()) {
-        const QByteArray bytes = m_waiting.front().bytes;
+        const Piece piece = m_waiting.front();
         m_waiting.pop_front();
-        m_waitingBytes -= bytes.size();
-        if (m_socket->state() == QAbstractSocket::ConnectedState) {
-            m_socket->write(bytes);
-            m_socket->flush();
-        }
+        m_waitingBytes -= piece.bytes.size();
+        if (m_socket->state() == QAbstractSocket::ConnectedState)
+            write(piece);
         if (!m_waiting.empty() && m_waiting.front().delayMs > 0) {
             m_waitTimer.start(m_waiting.front().delayMs);
             return;
@@ -171,6 +175,15 @@ void FaultyLink::resetConnection(QTcpSocket* socket)
     ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 #endif
     socket->abort();
+}
+
+void FaultyLink::retire(QTcpSocket* socket)
+{
+    socket->disconnect();
+    socket->abort();
+    // Where no event loop runs any more, as at the end of a thread, the dispatcher takes it along.
+    socket->setParent(QAbstractEventDispatcher::instance(socket->thread()));
+    socket->deleteLater();
 }
 
 void FaultyLink::refuse(QTcpSocket* socket)

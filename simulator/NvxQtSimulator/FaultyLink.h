@@ -32,6 +32,9 @@ public:
     uint64_t random(uint64_t bound) { return m_state->dice(m_channel).random(bound); }
     /// Bytes that the peer has not taken yet.
     qint64 backlog() const { return m_socket->bytesToWrite() + m_waitingBytes; }
+    /// Ends the connection of a session that goes, even out of one of the socket's own signals: the event
+    /// loop deletes it. Takes ownership.
+    static void retire(QTcpSocket* socket);
     /// Ends a silence that waits for the next start message.
     void endSilence();
     /// Resets the connection: the peer sees an error instead of an end.
@@ -45,16 +48,19 @@ Q_SIGNALS:
     void drained();
 
 private:
+    enum class Ending : uint8_t { None, Close, Reset };
     struct Piece
     {
         QByteArray bytes;
         int delayMs = 0;
+        Ending ending = Ending::None; ///< of the connection, behind the bytes
     };
 
     bool isSilent();
     bool breakWithin(const QByteArray& message);
-    void deliver(const QByteArray& bytes);
-    void queue(const QByteArray& bytes, int delayMs);
+    void deliver(const QByteArray& bytes, Ending ending = Ending::None);
+    void queue(const Piece& piece);
+    void write(const Piece& piece);
     void sendWaiting();
     void releaseHeld();
 

@@ -7,6 +7,7 @@ struct RecorderCounters
 {
     uint64_t commands = 0;        ///< control messages received
     uint64_t badCommands = 0;     ///< control messages that didn't read, or that a recorder has no answer to
+    uint64_t channelsCut = 0;     ///< command channels reset, since a client took no replies
     uint64_t enquiries = 0;       ///< discovery datagrams answered
     uint64_t streamStarts = 0;    ///< start messages received, connections on the epoch port
     uint64_t bytesSent = 0;       ///< stream bytes handed to sockets

@@ -9,9 +9,13 @@ SimulatedRecorder::SimulatedRecorder(const RecorderSettings& settings, QObject* 
     : QObject(parent), m_state(new RecorderState(settings, this))
 {
     connect(m_state, &RecorderState::commandReceived, this, &SimulatedRecorder::commandReceived);
-    connect(m_state, &RecorderState::enquiryAnswered, this, &SimulatedRecorder::enquiryAnswered);
-    connect(m_state, &RecorderState::streamStarted, this, &SimulatedRecorder::streamStarted);
-    connect(m_state, &RecorderState::streamStopped, this, &SimulatedRecorder::streamStopped);
+    // Through the event loop: who hears of it may stop the recorder, or delete it.
+    connect(m_state, &RecorderState::enquiryAnswered, this, &SimulatedRecorder::enquiryAnswered,
+            Qt::QueuedConnection);
+    connect(m_state, &RecorderState::streamStarted, this, &SimulatedRecorder::streamStarted,
+            Qt::QueuedConnection);
+    connect(m_state, &RecorderState::streamStopped, this, &SimulatedRecorder::streamStopped,
+            Qt::QueuedConnection);
 }
 
 SimulatedRecorder::~SimulatedRecorder()

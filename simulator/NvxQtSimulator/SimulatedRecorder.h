@@ -24,6 +24,8 @@ class StreamService;
 /// Each second of samples begins with an event header (time, running sample number, identity, status, format,
 /// scaling); the blocks that follow carry their position in that event. A written job setup takes effect with
 /// the next second; a written time moves the times of the events that follow.
+///
+/// A slot on any of its signals may stop, start again or delete it.
 class SimulatedRecorder : public QObject
 {
     Q_OBJECT
@@ -66,7 +68,7 @@ public:
 Q_SIGNALS:
     /// A control message with this letter was read; its reply is not sent yet.
     void commandReceived(char letter);
-    /// A discovery datagram was answered.
+    /// A discovery datagram was answered. This and what follows comes a turn of the event loop later.
     void enquiryAnswered();
     void streamStarted(HydStreamType type);
     void streamStopped(HydStreamType type);

@@ -175,7 +175,9 @@ void SensorStream::proceed()
 EpochStream::EpochStream(QTcpSocket* socket, RecorderState* state, QObject* parent)
     : StreamSession(socket, state, StreamEpoch, parent)
 {
-    start(0, 0);
+    // Not before it is whole.
+    QMetaObject::invokeMethod(
+        this, [this] { start(0, 0); }, Qt::QueuedConnection);
 }
 
 void EpochStream::begin()

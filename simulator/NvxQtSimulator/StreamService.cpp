@@ -83,8 +83,7 @@ StreamSession::StreamSession(QTcpSocket* socket, RecorderState* state, HydStream
 
 StreamSession::~StreamSession()
 {
-    // The socket goes with its parent; its last signal would reach half of an object.
-    m_socket->disconnect(this);
+    FaultyLink::retire(m_socket);
 }
 
 FaultChannel StreamSession::faultChannel(HydStreamType type)
