@@ -413,6 +413,47 @@ private Q_SLOTS:
         QCOMPARE(judgeWav(firstPath()).frames, 500);
     }
 
+    void progressComesAfterAFailureToo()
+    {
+        QStringList order;
+        connect(m_logger.get(), &NvxWavLogger::logProgress, this,
+                [&order](uint32_t seconds, uint32_t) { order.append(QString::number(seconds)); });
+        connect(m_logger.get(), &NvxWavLogger::loggingStopped, this,
+                [&order] { order.append(QStringLiteral("stopped")); });
+        header(kTime, 0);
+        data(kTime, 0, 1000);
+        m_stream.bits = 24;
+        data(kTime, 0, 1000);
+        data(kTime, 0, 1000);
+        QCOMPARE(order, (QStringList{QStringLiteral("1"), QStringLiteral("stopped"), QStringLiteral("0"),
+                                     QStringLiteral("0")}));
+    }
+
+    void headerWithoutKeyHasTheTimeZero_data()
+    {
+        QTest::addColumn<int>("channels");
+        QTest::newRow("one recorder") << 1;
+        QTest::newRow("array") << 2;
+    }
+    void headerWithoutKeyHasTheTimeZero()
+    {
+        QFETCH(int, channels);
+        m_stream.channels = static_cast<uint8_t>(channels);
+        m_stream.withKey = false;
+        QSignalSpy dataTime(m_logger.get(), &NvxWavLogger::dataTime);
+        QSignalSpy newFile(m_logger.get(), &NvxWavLogger::newFileCreated);
+        header(kTime, 5000);
+        QCOMPARE(dataTime.size(), 1);
+        QCOMPARE(dataTime.first().first().toDateTime().toSecsSinceEpoch(), 0);
+        m_logger->stopLogging();
+        QCOMPARE(newFile.size(), 1);
+        const auto info = infoOfFile(newFile.first().first().toString());
+        QVERIFY(info);
+        QCOMPARE(info->timestamp(), 0U);
+        QCOMPARE(info->startSample(), uint64_t{0});
+        QCOMPARE(info->fileName(), std::string("ABC0042_19700101_000000"));
+    }
+
     void handleWriteErrorByHand()
     {
         QSignalSpy failed(m_logger.get(), &NvxWavLogger::loggingFailed);

@@ -139,6 +139,18 @@ private Q_SLOTS:
         QCOMPARE(info->headStatus()->heading(), uint16_t{1800});
     }
 
+    void headingOfAFileThatBeginsWithABlock()
+    {
+        m_logger->handleStreamStatusData(makeHeading(900), kDeviceId);
+        record(kTime, 0);
+        m_logger->handleStreamStatusData(makeHeading(1800), kDeviceId);
+        m_logger->handleWavData(m_stream.block(kTime + 600, 0, 300, 300));
+        const auto info = std::dynamic_pointer_cast<NvxWavInfoDataHF>(infoOfFile(m_lastFile));
+        QVERIFY(info && info->headStatus());
+        QCOMPARE(info->timestamp(), kTime + 600);
+        QCOMPARE(info->headStatus()->heading(), uint16_t{1800});
+    }
+
     void arrayFields()
     {
         makeArray();

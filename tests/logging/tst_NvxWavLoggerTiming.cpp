@@ -1,5 +1,8 @@
 #include "LogStream.h"
+#include "WavJudge.h"
 
+#include "NvxQtCommon/contract/recording/NvxWavTimeData.h"
+#include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
 #include "NvxQtCommon/logging/NvxWavLogger.h"
 #include "tests/support/NvxTestCase.h"
 
@@ -199,6 +202,38 @@ private Q_SLOTS:
         QSignalSpy ready(m_logger.get(), &NvxWavLogger::testDataReady);
         header(kTime, 100);
         QCOMPARE(ready.size(), 1);
+    }
+
+    void stopInTimingModeCompletesTheWaveFileToo()
+    {
+        m_logger->setWavTimeLog(LogOff);
+        header(kTime, 0);
+        m_logger->handleWavData(m_stream.block(kTime, 0, 0, 100));
+        m_logger->handleWavData(m_stream.block(kTime, 0, 100, 100));
+        const QString path = m_dir->filePath(QStringLiteral("ABC0042_20240229_123456.wav"));
+        m_logger->setWavTimeLog(LogOn);
+        m_logger->stopLogging();
+        QCOMPARE(wholeFileObjection(path), QString());
+        QCOMPARE(judgeWav(path).frames, 200);
+    }
+
+    void timingEventByHandNeedsNoTimingMode()
+    {
+        m_logger->setWavTimeLog(LogOff);
+        QSignalSpy newFile(m_logger.get(), &NvxWavLogger::newFileCreated);
+        QSignalSpy progress(m_logger.get(), &NvxWavLogger::logProgress);
+        header(kTime, 0);
+        const auto timing = std::make_shared<NvxWavTestInfoData>();
+        timing->time = kTime + 17;
+        const auto record = NvxWavTimeData::fromWavTestData(timing);
+        SpecStreamEvent event(record.get());
+        m_logger->processSStreamEvent(&event);
+        QVERIFY(event.isConsumed());
+        QCOMPARE(newFile.size(), 2);
+        QCOMPARE(rowsOf(newFile.last().first().toString()).size(), 1);
+        // The wave file's span is not the timing file's business.
+        m_logger->handleWavData(m_stream.block(kTime, 0, 0, 100));
+        QCOMPARE(progress.last()[1].value<uint32_t>(), 600 - kTime % 600);
     }
 
     // --- rainy day flows
