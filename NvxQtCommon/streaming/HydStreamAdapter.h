@@ -8,6 +8,9 @@
 #include "NvxQtCommon/contract/stream/HydStreamMessage.h"
 #include "NvxQtCommon/contract/stream/HydStreamProcessor.h"
 #include "NvxQtCommon/contract/stream/HydStreamType.h"
+#include "NvxQtCommon/settings/CSignalPowerSettings.h"
+#include "NvxQtCommon/streaming/NvxDataScale.h"
+#include "NvxQtCommon/streaming/PowerTable.h"
 
 #include <QAbstractSocket>
 #include <QHostAddress>
@@ -99,8 +102,17 @@ public:
     void handleDataCollectMessage(std::shared_ptr<HydDataCollectCmd const> cmd);
     /// Passes a notification on, and ends the stream unless its code is for information (2 and 4).
     void notifyProc(std::shared_ptr<HydStreamNotifyPayload> payload);
-    /// Passes a spectrum on.
+    /// Turns a spectrum's byte values from half dB into dB (unless the stream is a spectrum file), emits
+    /// signalTotalPower and passes it on. It works in place: a payload goes through it once. Null is ignored;
+    /// a spectrum without values has the power 0.
     void dataProcFFT(std::shared_ptr<HydStreamDataPayload> payload);
+
+    /// Takes all words but the reference type, which becomes 0. This is intended.
+    void setDeviceScale(NvxDataScale const& scale);
+    /// Sets the reference type to 0 whatever it is given. This is intended.
+    void setRefType(eReferenceType type);
+    /// Which bins count towards total power; all of them until it is called.
+    void setSignalPowerSet(CSignalPowerSettings const& settings);
 
     /// Reads of at most 8 bytes that were dropped because they didn't begin a message, since construction.
     uint64_t droppedReads() const { return m_droppedReads; }
@@ -135,6 +147,8 @@ Q_SIGNALS:
     void streamIsContinuous();
     /// A start attempt failed.
     void streamErrorMsg(QString msg);
+    /// Level in dB of the sum of a spectrum's powers, 0 for a sum of 1e-9 or less. `devId` is that of the
+    /// device record.
     void signalTotalPower(HydDeviceId const& devId, double val);
     void signalNoNoiseFltr(std::string mes, HydDeviceId devId);
 
@@ -200,6 +214,7 @@ private:
     void handleData(std::shared_ptr<HydStreamDataPayload> data);
     void emitHeader(std::shared_ptr<HydStreamEventHeaderPayload> header);
     void emitData(std::shared_ptr<HydStreamDataPayload> data);
+    double processBins(const HydStreamDataChunk& chunk, float offset);
 
     CircularByteBuffer m_rxBuffer{kBufferSize};
     std::unique_ptr<unsigned char[]> m_readBuffer;
@@ -221,5 +236,10 @@ private:
     int32_t m_sampleRate = 0;
     int64_t m_lastReadSecs = 0;
     uint64_t m_droppedReads = 0;
+    NvxDataScale m_deviceScale;
+    CSignalPowerSettings m_signalPowerSet;
+    int32_t m_minBin = 0;
+    int32_t m_maxBin = 0;
+    PowerTable m_powerTable;
     Clock m_clock;
 };

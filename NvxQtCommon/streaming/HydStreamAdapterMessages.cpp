@@ -196,11 +196,6 @@ void HydStreamAdapter::handleData(std::shared_ptr<HydStreamDataPayload> data)
         emitData(std::move(data));
 }
 
-void HydStreamAdapter::dataProcFFT(std::shared_ptr<HydStreamDataPayload> payload)
-{
-    emitData(std::move(payload));
-}
-
 void HydStreamAdapter::notifyProc(std::shared_ptr<HydStreamNotifyPayload> payload)
 {
     if (payload == nullptr)

@@ -4,8 +4,11 @@
 
 #include <QByteArray>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <span>
+#include <vector>
 
 /// Stream payloads as a recorder makes them, and their frames.
 namespace streamframes {
@@ -68,6 +71,25 @@ inline std::shared_ptr<HydStreamDataPayload> block(uint32_t eventId, int64_t seq
                                                    uint16_t count)
 {
     return std::make_shared<HydStreamDataPayload>(key(eventId, sequence), samples(start, count));
+}
+
+/// A spectrum with these byte values.
+inline std::shared_ptr<HydStreamDataPayload> spectrum(std::span<const unsigned char> values,
+                                                      uint32_t eventId = 1)
+{
+    auto bytes = std::make_shared<unsigned char[]>(values.size());
+    std::copy(values.begin(), values.end(), bytes.get());
+    return std::make_shared<HydStreamDataPayload>(
+        key(eventId, 0), std::make_shared<HydStreamDataChunkV0>(
+                             0U, static_cast<unsigned char>(1), static_cast<unsigned char>(131),
+                             static_cast<uint16_t>(values.size()), std::move(bytes), values.size()));
+}
+
+/// The byte values of a payload.
+inline std::vector<unsigned char> valuesOf(const HydStreamDataPayload& payload)
+{
+    const auto bytes = payload.data()->bytes();
+    return {bytes.get(), bytes.get() + payload.data()->numSamples()};
 }
 
 inline std::shared_ptr<HydStatusDataPayload> status(int16_t temperature)
