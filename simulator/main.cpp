@@ -5,7 +5,9 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include <array>
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <memory>
 #include <vector>
@@ -109,7 +111,7 @@ public:
     {
         bool ok = false;
         const double value = m_parser.value(QLatin1String(name)).toDouble(&ok);
-        if (!ok)
+        if (!ok || !std::isfinite(value))
             complain(QStringLiteral("--%1 takes a number.").arg(QLatin1String(name)));
         return value;
     }
@@ -161,7 +163,11 @@ RecorderSettings readSettings(const QCommandLineParser& parser, OptionReader& re
     if (!settings.address.setAddress(parser.value(QStringLiteral("address"))) ||
         settings.address.protocol() != QAbstractSocket::IPv4Protocol)
         reader.complain(QStringLiteral("--address takes an IPv4 address."));
-    settings.identity.type = HydDeviceType{static_cast<uint8_t>(reader.number("type", 1, 255))};
+    constexpr std::array kTypes{DevTypeRecorderA, DevTypeRecorderB, DevTypeSkiff};
+    if (const int type =
+            reader.choice("type", {QStringLiteral("5"), QStringLiteral("7"), QStringLiteral("15")});
+        type >= 0)
+        settings.identity.type = kTypes[static_cast<size_t>(type)];
     settings.identity.serial = static_cast<uint16_t>(reader.number("serial", 1, 65535));
     settings.sampleRate = static_cast<uint32_t>(reader.number("rate", 1, 512000));
     const int depth =
