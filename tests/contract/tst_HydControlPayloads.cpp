@@ -23,6 +23,8 @@ private Q_SLOTS:
     void letterCommands_data();
     void letterCommands();
     void collectedData();
+    void samplesOfAnyWidth_data();
+    void samplesOfAnyWidth();
     void triggerFieldsTravel_data();
     void triggerFieldsTravel();
     void triggerList();
@@ -217,6 +219,37 @@ void tst_HydControlPayloads::collectedData()
     sent.setChunk(DataCollWav, nullptr);
     QVERIFY(!sent.getChunk(DataCollWav));
     QVERIFY(!travelled<HydDataCollectCmd>(HydDataCollectCmd(1))->getChunk(DataCollSpec));
+}
+
+void tst_HydControlPayloads::samplesOfAnyWidth_data()
+{
+    QTest::addColumn<int>("bytes");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("reads");
+    // The stream side takes the same widths; what no wave file holds is refused where files are written.
+    for (const int bytes : {1, 2, 3, 4, 5, 15})
+        QTest::addRow("%d bytes", bytes) << bytes << 2 << true;
+    QTest::newRow("0 bytes") << 0 << 2 << false;
+    QTest::newRow("no samples") << 0 << 0 << true;
+}
+
+void tst_HydControlPayloads::samplesOfAnyWidth()
+{
+    QFETCH(int, bytes);
+    QFETCH(int, count);
+    QFETCH(bool, reads);
+    auto wave = std::make_shared<DataCollWavChunk>();
+    // The bits between are carried and mean nothing.
+    wave->format = static_cast<uint8_t>(0xF0 | bytes);
+    wave->channels = 3;
+    wave->count = static_cast<uint16_t>(count);
+    wave->samples = noiseBytes(static_cast<size_t>(bytes * count * 3), 3);
+    HydDataCollectCmd sent(0x20);
+    sent.setChunk(DataCollWav, wave);
+    const auto read = travelled<HydDataCollectCmd>(sent);
+    QCOMPARE(read != nullptr, reads);
+    if (reads)
+        QCOMPARE(hexText(serialized(*read->getChunk(DataCollWav))), hexText(serialized(*wave)));
 }
 
 void tst_HydControlPayloads::triggerFieldsTravel_data()

@@ -67,7 +67,7 @@ class NVXQTCOMMON_EXPORT DataCollWavChunk : public DataCollChunk
 public:
     uint32_t sampleRate = 0; ///< Hz
     int16_t gain = 0;        ///< dB
-    uint8_t format = 0;      ///< low four bits bytes per sample, bit 7 set for little-endian
+    uint8_t format = 0;      ///< low four bits bytes per sample, 1 to 15; bit 7 set for little-endian
     uint8_t channels = 1;
     uint16_t count = 0;           ///< samples of each channel
     std::vector<uint8_t> samples; ///< count x channels x bytes per sample
