@@ -36,8 +36,6 @@ private Q_SLOTS:
     void knownByName_data();
     void knownByName();
     void connectionByNameCrossesAThread();
-    // --- rainy day flows
-    void registeringTwiceChangesNothing();
 };
 
 void tst_MetaTypes::knownByName_data()
@@ -115,14 +113,6 @@ void tst_MetaTypes::connectionByNameCrossesAThread()
     thread.wait();
     QCOMPARE(receiver.m_id, HydDeviceId(DevTypeRecorderB, 77));
     QCOMPARE(receiver.m_channel, ChanCommand);
-}
-
-void tst_MetaTypes::registeringTwiceChangesNothing()
-{
-    registerNvxMetaTypes();
-    const int id = QMetaType::fromName("HydDevice").id();
-    registerNvxMetaTypes();
-    QCOMPARE(QMetaType::fromName("HydDevice").id(), id);
 }
 
 QTEST_GUILESS_MAIN(tst_MetaTypes)

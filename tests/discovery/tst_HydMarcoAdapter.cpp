@@ -4,6 +4,9 @@
 #include "tests/discovery/MarcoFixture.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QThread>
+
+#include <atomic>
 #include <typeinfo>
 
 namespace {
@@ -19,6 +22,45 @@ void expectInvalidInterfaceLog()
 }
 
 } // namespace
+
+/// Lives on another thread and keeps what arrives there; readable once the thread has ended.
+class FarReceiver : public QObject
+{
+    Q_OBJECT
+
+public:
+    std::atomic<int> m_calls{0};
+    std::shared_ptr<HydDevice> m_device;
+    NvxMacAddr m_mac;
+    std::shared_ptr<HydMarcoCommand> m_message;
+    uint32_t m_address = 0;
+    bool m_isFar = true;
+
+public Q_SLOTS:
+    void takeDevice(std::shared_ptr<HydDevice> device)
+    {
+        m_device = std::move(device);
+        count();
+    }
+    void takeMac(NvxMacAddr mac)
+    {
+        m_mac = mac;
+        count();
+    }
+    void takeMessage(std::shared_ptr<HydMarcoCommand> message, uint32_t address)
+    {
+        m_message = std::move(message);
+        m_address = address;
+        count();
+    }
+
+private:
+    void count()
+    {
+        m_isFar = m_isFar && QThread::currentThread() != QCoreApplication::instance()->thread();
+        ++m_calls;
+    }
+};
 
 class tst_HydMarcoAdapter : public NvxTestCase
 {
@@ -309,23 +351,29 @@ void tst_HydMarcoAdapter::socketErrorIsLoggedAndPassedOn()
 void tst_HydMarcoAdapter::signalsCarryTheirTypesAcrossThreads()
 {
     HydMarcoAdapter adapter;
-    QObject receiver;
-    int calls = 0;
-    const auto count = [&calls] { ++calls; };
-    connect(&adapter, &HydMarcoAdapter::deviceFound, &receiver, count, Qt::QueuedConnection);
-    connect(&adapter, &HydMarcoAdapter::deviceReset, &receiver, count, Qt::QueuedConnection);
-    connect(&adapter, &HydMarcoAdapter::messageReceived, &receiver, count, Qt::QueuedConnection);
-    connect(&adapter, &HydMarcoAdapter::signalSocketError, &receiver, count, Qt::QueuedConnection);
-    Q_EMIT adapter.deviceFound(std::make_shared<HydDevice>());
-    Q_EMIT adapter.deviceReset(NvxMacAddr());
-    Q_EMIT adapter.messageReceived(nullptr);
-    Q_EMIT adapter.signalSocketError(QAbstractSocket::NetworkError, kPeerAddress);
-    QCOMPARE(calls, 0);
-    QTRY_COMPARE(calls, 4);
-    // Connections by name look the types up by name.
-    QVERIFY(QMetaType::fromName("std::shared_ptr<HydDevice>").isValid());
-    QVERIFY(QMetaType::fromName("std::shared_ptr<HydMarcoCommand>").isValid());
-    QVERIFY(QMetaType::fromName("NvxMacAddr").isValid());
+    FarReceiver receiver;
+    QThread thread;
+    receiver.moveToThread(&thread);
+    thread.start();
+    // By name, as applications may: the slots' types are looked up by theirs.
+    QVERIFY(connect(&adapter, SIGNAL(deviceFound(std::shared_ptr<HydDevice>)), &receiver,
+                    SLOT(takeDevice(std::shared_ptr<HydDevice>))));
+    QVERIFY(connect(&adapter, SIGNAL(deviceReset(NvxMacAddr)), &receiver, SLOT(takeMac(NvxMacAddr))));
+    QVERIFY(connect(&adapter, SIGNAL(messageReceived(std::shared_ptr<HydMarcoCommand>, uint32_t)), &receiver,
+                    SLOT(takeMessage(std::shared_ptr<HydMarcoCommand>, uint32_t))));
+    const auto mac = NvxMacAddr(NvxMacAddr::Bytes{1, 2, 3, 4, 5, 6});
+    const auto message = std::make_shared<HydMarcoCommand>(std::make_shared<HydResetDeviceCmd>(mac));
+    const auto device = std::make_shared<HydDevice>(DevTypeRecorderA);
+    Q_EMIT adapter.deviceFound(device);
+    Q_EMIT adapter.messageReceived(message, 77);
+    QTRY_COMPARE(receiver.m_calls, 3);
+    thread.quit();
+    thread.wait();
+    QCOMPARE(receiver.m_device, device);
+    QVERIFY(receiver.m_mac == mac);
+    QCOMPARE(receiver.m_message, message);
+    QCOMPARE(receiver.m_address, 77U);
+    QVERIFY(receiver.m_isFar);
 }
 
 void tst_HydMarcoAdapter::refusedChangeHasItsReason_data()
