@@ -46,6 +46,8 @@ private Q_SLOTS:
     void timeoutsWithMaskZeroSendNothing();
     void timeoutWithoutConnectionIsAnError();
     void withoutKeepConnectionTheTimerStaysStopped();
+    void withoutKeepConnectionCollectedDataCloseToo_data();
+    void withoutKeepConnectionCollectedDataCloseToo();
     void stateIsReadableFromOtherThreads();
 };
 
@@ -298,28 +300,64 @@ void tst_HydCommandAdapterScan::withoutKeepConnectionTheTimerStaysStopped()
     QVERIFY(!f.scanTimer->isActive());
 }
 
+void tst_HydCommandAdapterScan::withoutKeepConnectionCollectedDataCloseToo_data()
+{
+    QTest::addColumn<int>("mask");
+    QTest::newRow("all of the data") << 0x20;
+    QTest::newRow("more to come") << 0xA0;
+}
+
+void tst_HydCommandAdapterScan::withoutKeepConnectionCollectedDataCloseToo()
+{
+    QFETCH(int, mask);
+    AdapterFixture f(kAddress);
+    f.adapter.setKeepConnection(false);
+    QVERIFY(f.open());
+    f.adapter.setDataScanConf(kLongWait, 0x20);
+    f.scanTimer->start(5000);
+    const auto reply = collectReply(static_cast<uint8_t>(mask));
+    QVERIFY(f.deliver(reply));
+    QCOMPARE(f.closed.count(), 0);
+    QVERIFY(f.deliver(reply));
+    QCOMPARE(f.letters, QByteArray("C"));
+    QTRY_COMPARE(f.closed.count(), 1);
+    // The message itself starts the timer, but for one that asks at once; the request still leaves.
+    const bool isMore = (mask & 0x80) != 0;
+    QCOMPARE(f.scanTimer->isActive(), !isMore);
+    QCOMPARE(f.scanTimer->interval(), isMore ? 5000 : kLongWait);
+    QTRY_VERIFY(!f.peer.isConnected());
+    QCOMPARE(f.peer.letters(), isMore ? QByteArray("C") : QByteArray());
+}
+
 void tst_HydCommandAdapterScan::stateIsReadableFromOtherThreads()
 {
     AdapterFixture f(kAddress);
     QVERIFY(f.open());
     std::atomic<bool> stop{false};
-    std::atomic<int> sawCollecting{0};
-    std::atomic<int> sawOpen{0};
+    std::atomic<bool> sawCollecting{false};
+    std::atomic<bool> sawOpen{false};
     std::thread reader([&] {
         while (!stop) {
-            sawCollecting += f.adapter.isCollectingData();
-            sawOpen += f.adapter.isChannelOpen();
+            sawCollecting = f.adapter.isCollectingData();
+            sawOpen = f.adapter.isChannelOpen();
         }
     });
-    for (int i = 0; i < 200; ++i)
-        f.adapter.setDataScanConf(i % 2 == 0 ? kLongWait : 0, 0x20);
-    const bool sawBoth = QTest::qWaitFor([&] { return sawOpen > 0; });
+    bool sawAll = true;
+    const auto expect = [&](const std::atomic<bool>& seen, bool value) {
+        sawAll = sawAll && QTest::qWaitFor([&] { return seen == value; });
+    };
+    for (int i = 0; i < 20; ++i) {
+        f.adapter.setDataScanConf(0, 0x20);
+        expect(sawCollecting, false);
+        f.adapter.setDataScanConf(kLongWait, 0x20);
+        expect(sawCollecting, true);
+    }
+    expect(sawOpen, true);
     f.adapter.closeConnection();
+    expect(sawOpen, false);
     stop = true;
     reader.join();
-    QVERIFY(sawBoth);
-    QVERIFY(!f.adapter.isChannelOpen());
-    QVERIFY(!f.adapter.isCollectingData());
+    QVERIFY(sawAll);
 }
 
 QTEST_GUILESS_MAIN(tst_HydCommandAdapterScan)

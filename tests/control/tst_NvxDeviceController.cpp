@@ -93,6 +93,8 @@ private Q_SLOTS:
     void streamStatus();
     void configStatCanBeCleared();
     void mergeSendsNothing();
+    void setupIsPendingOnceItIsOnItsWay_data();
+    void setupIsPendingOnceItIsOnItsWay();
     // --- rainy day flows
     void failedTimeChangesNothing();
     void oneEqualTimeIsNotEnough();
@@ -339,6 +341,29 @@ void tst_NvxDeviceController::mergeSendsNothing()
     QCOMPARE(unsigned(controller.device()->jobSettings().wavRate()), 96000u);
     QCOMPARE(controller.device()->configStat(), ConfigNone);
     QVERIFY(commands.isEmpty());
+}
+
+void tst_NvxDeviceController::setupIsPendingOnceItIsOnItsWay_data()
+{
+    QTest::addColumn<bool>("isDelayed");
+    QTest::newRow("at once") << false;
+    QTest::newRow("delayed") << true;
+}
+
+void tst_NvxDeviceController::setupIsPendingOnceItIsOnItsWay()
+{
+    QFETCH(bool, isDelayed);
+    NvxDeviceController controller(ConnTcp);
+    std::vector<HydConfigStat> states;
+    connect(&controller, &NvxDeviceController::adapterCmdReady, this,
+            [&] { states.push_back(controller.device()->configStat()); });
+    controller.sendJobSetup(rateTags(8000), isDelayed);
+    // One that leaves at once does so ahead of the change of state; a delayed one waits.
+    QCOMPARE(states.size(), size_t(isDelayed ? 0 : 1));
+    QCOMPARE(controller.device()->configStat(), ConfigPending);
+    // The command and its reading back.
+    QTRY_COMPARE(states.size(), size_t{2});
+    QCOMPARE(states, (std::vector{isDelayed ? ConfigPending : ConfigNone, ConfigPending}));
 }
 
 void tst_NvxDeviceController::failedTimeChangesNothing()

@@ -2,7 +2,6 @@
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
 #include "tests/support/SerialPair.h"
-#include "tests/support/SpyWait.h"
 
 #include "NvxQtCommon/contract/message/HydTrigger.h"
 #include "NvxQtCommon/control/NvxDeviceController.h"
@@ -97,13 +96,14 @@ private Q_SLOTS:
     void closeAllClosesAndStopsTheClock();
     void adapterHasAThreadOfItsOwn();
     void disconnectingTheBaseConnections();
+    void disconnectingLeavesTheOtherConnections();
     // --- rainy day flows
     void otherChannelsAreIgnored();
     void otherConnectionTypesOpenNothing();
     void refusedConnectionIsReported();
     void peerThatClosesIsReported();
     void commandWithoutChannelIsAnError();
-    void silentPeer();
+    void silentPeerIsHeardWhenItSpeaks();
     void destroyedWithTrafficAtAnyMoment();
     void destroyedInAReplyOfTheWire();
     void destroyedWhileConnecting();
@@ -330,6 +330,34 @@ void tst_NvxDeviceControllerChannel::disconnectingTheBaseConnections()
     QCOMPARE(enquired.count() + texts.count() + f.closed.count(), 0);
 }
 
+void tst_NvxDeviceControllerChannel::disconnectingLeavesTheOtherConnections()
+{
+    ControllerFixture f;
+    QVERIFY(f.open());
+    Q_EMIT f.controller->setDataScanConf(20, 0x20);
+    QTRY_VERIFY(f.peer.count('C') >= 2);
+    f.controller->disConnectBaseConnections();
+    // The start of a poll is one of the five, its end isn't: this second configuration, which would stop the
+    // poll, goes nowhere.
+    Q_EMIT f.controller->setDataScanConf(20, 0x20);
+    f.peer.forget();
+    QTRY_VERIFY(f.peer.count('C') >= 3);
+    Q_EMIT f.controller->signalStopCollect(0, 0);
+    f.controller->sendEnquire();
+    QTRY_VERIFY(f.peer.letters().endsWith('E'));
+    // Closing and opening go on too; that the channel opened is no longer told.
+    f.controller->closeChannel(ChanCommand);
+    QTRY_VERIFY(!f.controller->isCmdChanOpen());
+    f.controller->openChannel(ChanCommand);
+    QTRY_VERIFY(f.controller->isCmdChanOpen() && f.peer.connections() == 2);
+    f.peer.forget();
+    f.controller->sendEnquire();
+    QTRY_COMPARE(f.peer.letters(), QByteArray("E"));
+    QCoreApplication::sendPostedEvents(f.controller.get());
+    QCOMPARE(f.opened.count(), 1);
+    QCOMPARE(f.closed.count(), 0);
+}
+
 void tst_NvxDeviceControllerChannel::otherChannelsAreIgnored()
 {
     ControllerFixture f;
@@ -392,16 +420,23 @@ void tst_NvxDeviceControllerChannel::commandWithoutChannelIsAnError()
     QCOMPARE(f.errors.last()[0].value<HydControlError>(), ErrConnectionLost);
 }
 
-void tst_NvxDeviceControllerChannel::silentPeer()
+void tst_NvxDeviceControllerChannel::silentPeerIsHeardWhenItSpeaks()
 {
     ControllerFixture f;
     QSignalSpy enquired(f.controller.get(), &NvxDeviceController::enquireResponse);
+    QSignalSpy setupRead(f.controller.get(), &NvxDeviceController::jobSetupReadFromDev);
     QVERIFY(f.open());
     f.controller->startUpProc();
     QTRY_COMPARE(f.peer.letters(), QByteArray("EFR"));
-    QVERIFY(spyStaysEmpty(enquired, 100));
+    // No deadline: an answer counts whenever it comes, and in any order.
+    f.peer.send(jobSetupReply(40));
+    QTRY_COMPARE(setupRead.count(), 1);
+    QCOMPARE(enquired.count(), 0);
     QVERIFY(f.controller->isCmdChanOpen());
+    f.peer.send(enquireReply(5));
+    QTRY_COMPARE(enquired.count(), 1);
     QVERIFY(f.errors.isEmpty());
+    QVERIFY(f.closed.isEmpty());
 }
 
 void tst_NvxDeviceControllerChannel::destroyedWithTrafficAtAnyMoment()

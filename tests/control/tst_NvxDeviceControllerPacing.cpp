@@ -67,8 +67,10 @@ private Q_SLOTS:
     void setupAtOnceAndReadBack();
     void delayedSetup();
     void precedingCommandPassesFirst();
+    void setupAtOncePassesADelayedOne();
     // --- rainy day flows
     void secondDelayedSetupReplacesTheFirst();
+    void secondDelayedSetupLeavesWhenTheFirstWould();
     void readBackIsVirtual();
     void nothingIsSentAfterTheEnd();
     void queueEmptyWhenItsTimeComes();
@@ -117,6 +119,30 @@ void tst_NvxDeviceControllerPacing::precedingCommandPassesFirst()
     f.controller->sendJobSetup(rateTags(64000), true);
     f.controller->sendSetTime(5);
     QTRY_COMPARE(f.peer.letters(), QByteArray("ADF"));
+}
+
+void tst_NvxDeviceControllerPacing::setupAtOncePassesADelayedOne()
+{
+    PacingFixture f;
+    QVERIFY(f.open());
+    f.controller->sendJobSetup(rateTags(8000), true);
+    f.controller->sendJobSetup(rateTags(16000), false);
+    QTRY_COMPARE(f.peer.letters(), QByteArray("DDFF"));
+    QCOMPARE(f.peer.requests()[0].frame, setupCommand(16000));
+    QCOMPARE(f.peer.requests()[1].frame, setupCommand(8000));
+}
+
+void tst_NvxDeviceControllerPacing::secondDelayedSetupLeavesWhenTheFirstWould()
+{
+    // The first wait sends what stands in front of the queue by then. Intended.
+    PacingFixture f;
+    QVERIFY(f.open());
+    f.controller->sendEnquire();
+    f.controller->sendJobSetup(rateTags(8000), true);
+    QTimer::singleShot(120, f.controller.get(), [&] { f.controller->sendJobSetup(rateTags(16000), true); });
+    QTRY_COMPARE(f.peer.letters(), QByteArray("EDFF"));
+    QCOMPARE(f.peer.requests()[1].frame, setupCommand(16000));
+    QVERIFY(isAbout(f.peer.requests()[1].ms - f.peer.requests()[0].ms, 200));
 }
 
 void tst_NvxDeviceControllerPacing::secondDelayedSetupReplacesTheFirst()
