@@ -191,8 +191,12 @@ void Recording::printProgress(const NvxStreamStats& stats)
 {
     if (stats.blocks == std::exchange(m_printedBlocks, stats.blocks))
         return;
+    // Blocks whose header was lost come at a rate that nobody knows yet.
+    const QString seconds = stats.nominalRate == 0
+                                ? QStringLiteral("?")
+                                : QString::number(double(stats.samplesReceived) / stats.nominalRate, 'f', 2);
     recordingOut() << QStringLiteral("%1 s  %2 bytes  %3 Hz  %4 samples lost")
-                          .arg(double(stats.samplesReceived) / stats.nominalRate, 8, 'f', 2)
+                          .arg(seconds, 8)
                           .arg(stats.bytes, 12)
                           .arg(stats.actualRate, 9, 'f', 0)
                           .arg(stats.samplesMissing)

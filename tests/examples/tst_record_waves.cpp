@@ -267,6 +267,22 @@ private Q_SLOTS:
         QVERIFY(files().isEmpty());
     }
 
+    void rateThatNobodyKnows()
+    {
+        // The one header gets lost: blocks come, but no file can be opened and no second counted.
+        RecorderSettings settings = recorderAt("127.99.0.11");
+        FaultPlan plan(1);
+        plan.add(FaultRule::fromText(QStringLiteral("loss:times=1,on=wave")).value());
+        settings.faults = plan;
+        QVERIFY(startRecorder(settings));
+        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.11"),
+                                    QStringLiteral("--patience"), QStringLiteral("1")});
+        QCOMPARE(ended.code, 4);
+        QVERIFY2(ended.output.contains(QRegularExpression(QStringLiteral("\n       \\? s +48000 bytes +"))),
+                 qPrintable(ended.output));
+        QVERIFY(files().isEmpty());
+    }
+
     void directoryThatCannotBeMade()
     {
         QFile file(m_folder->filePath(QStringLiteral("some")));
