@@ -1,5 +1,6 @@
 #include "NvxQtCommon/contract/stream/HydStreamDataChunk.h"
 #include "tests/stream/StreamBytes.h"
+#include "tests/stream/VirtualOrder.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@ class tst_HydStreamDataChunk : public NvxTestCase
 
 private Q_SLOTS:
     // --- happy flows
+    void virtualFunctionsKeepTheirPlaces();
     void gettersGiveTheArguments();
     void ownershipOfTheDataPasses();
     void bytesAreWritableInPlace();
@@ -30,6 +32,13 @@ private Q_SLOTS:
     void aBodyCutAtAnyByteIsRefused();
     void anEmptyBlockHasNoBytes();
 };
+
+void tst_HydStreamDataChunk::virtualFunctionsKeepTheirPlaces()
+{
+    QCOMPARE(virtualPlace(&HydStreamDataChunk::numSamples), size_t(9));
+    QCOMPARE(virtualPlace(&HydStreamDataChunk::bytes), size_t(10));
+    QCOMPARE(virtualPlace(&HydStreamDataChunk::doubles), size_t(14));
+}
 
 void tst_HydStreamDataChunk::gettersGiveTheArguments()
 {

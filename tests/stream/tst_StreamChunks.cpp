@@ -1,5 +1,6 @@
 #include "NvxQtCommon/contract/stream/StreamChunks.h"
 #include "tests/stream/StreamBytes.h"
+#include "tests/stream/VirtualOrder.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <functional>
@@ -12,6 +13,7 @@ class tst_StreamChunks : public NvxTestCase
 private Q_SLOTS:
     // --- happy flows
     void keyReadsItsRecord();
+    void virtualFunctionsOfTheKeyKeepTheirPlaces();
     void eventIdIsTheTimeAsAnUnsignedNumber_data();
     void eventIdIsTheTimeAsAnUnsignedNumber();
     void sequenceIsTwoWordsInHostOrder_data();
@@ -95,6 +97,12 @@ void tst_StreamChunks::keyReadsItsRecord()
     QCOMPARE(key.trigNum(), uint8_t(200));
     QCOMPARE(key.trigState(), uint8_t(2));
     QVERIFY(!key.isLastEvent());
+}
+
+void tst_StreamChunks::virtualFunctionsOfTheKeyKeepTheirPlaces()
+{
+    QCOMPARE(virtualPlace(&HydEventKeyChunk::eventId), size_t(5));
+    QCOMPARE(virtualPlace(&HydEventKeyChunk::sequence), size_t(6));
 }
 
 void tst_StreamChunks::eventIdIsTheTimeAsAnUnsignedNumber_data()

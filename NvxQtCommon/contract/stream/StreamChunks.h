@@ -50,6 +50,8 @@ enum HydStreamChunkType : uint16_t {
 };
 
 /// Identity of an event and its place in the running sample count.
+/// The order of the virtual functions is fixed, eventId() the fifth and sequence() the sixth with the
+/// destructor as the first.
 class NVXQTCOMMON_EXPORT HydEventKeyChunk : public HydStreamChunk
 {
 public:
