@@ -82,6 +82,11 @@ private Q_SLOTS:
         QTest::newRow("one second apart") << kTime + 599 << kTime + 600 << 2;
         QTest::newRow("many spans later") << kTime << kTime + 86400 << 2;
         QTest::newRow("back into the span before") << kTime << kTime - 1 << 2;
+        // Times beyond 2038 have the top bit of 32.
+        QTest::newRow("in 2096, same span") << 4000000200U << 4000000799U << 1;
+        QTest::newRow("in 2096, next span") << 4000000200U << 4000000800U << 2;
+        QTest::newRow("over the end of 31 bits, same span") << 2147483400U << 2147483999U << 1;
+        QTest::newRow("over the end of 31 bits, next span") << 2147483400U << 2147484000U << 2;
     }
     void rollsAtWholeMultiples()
     {
@@ -99,6 +104,9 @@ private Q_SLOTS:
             frames += judgeWav(file).frames;
         }
         QCOMPARE(frames, 1100);
+        QCOMPARE(storyOf(m_feeder->newFiles.first()).timestamp, first);
+        if (files == 2 && second > first)
+            QCOMPARE(storyOf(m_feeder->newFiles.last()).timestamp, second);
     }
 
     void anyKindOfEventRolls_data()
