@@ -123,6 +123,19 @@ private Q_SLOTS:
         QCOMPARE(progress.last()[1].value<uint32_t>(), 200U);
     }
 
+    void timesBeyond2038()
+    {
+        constexpr uint32_t kLate = 4000000200U + 100; // in 2096
+        QSignalSpy progress(m_logger.get(), &NvxWavLogger::logProgress);
+        QSignalSpy dataTime(m_logger.get(), &NvxWavLogger::dataTime);
+        QSignalSpy newFile(m_logger.get(), &NvxWavLogger::newFileCreated);
+        header(kLate, 0);
+        data(kLate, 0, 1000);
+        QCOMPARE(dataTime.first().first().toDateTime().toSecsSinceEpoch(), qint64{kLate});
+        QCOMPARE(progress.first()[1].value<uint32_t>(), 500U);
+        QVERIFY(newFile.first().first().toString().contains(QStringLiteral("_20961002_")));
+    }
+
     void progressCountsTheCurrentFile()
     {
         QSignalSpy progress(m_logger.get(), &NvxWavLogger::logProgress);

@@ -29,13 +29,12 @@ QRegularExpression incomplete(const char* reason)
                               QRegularExpression::escape(QLatin1String(reason)));
 }
 
-/// Mounts an empty file system that has room for one file over `path`, for this process alone. False where
-/// nobody lets us.
-bool mountRoomForOneFile(const char* path)
+/// Mounts an empty file system over `path`, for this process alone. False where nobody lets us.
+bool mountOver(const char* path, const char* options)
 {
     const bool alone = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
     return alone && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("none", path, "tmpfs", 0, "size=1m,nr_inodes=2") == 0;
+           mount("none", path, "tmpfs", 0, options) == 0;
 }
 
 /// Runs `work` in a process of its own and gives what it returns; -1 when it died.
@@ -47,6 +46,8 @@ template <class Work> int inChild(const Work& work)
     int status = 0;
     return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
+
+constexpr int kNotAllowed = 200; ///< result of a child that may not mount
 
 } // namespace
 
@@ -218,10 +219,10 @@ private Q_SLOTS:
 
     void diskWithoutRoomForAnotherFile()
     {
-        constexpr int kNotAllowed = 200;
         const QByteArray path = QFile::encodeName(m_dir->path());
         const int result = inChild([&] {
-            if (!mountRoomForOneFile(path.constData()))
+            // The directory and one file.
+            if (!mountOver(path.constData(), "size=1m,nr_inodes=2"))
                 return kNotAllowed;
             const bool first = m_feeder->second(kTime, 0) && m_writer->errorCode() == WavErrNone;
             const bool consumed = m_feeder->second(kTime + 600, 1000);
@@ -231,6 +232,41 @@ private Q_SLOTS:
                                  view.chunk("data")->size == 2000 &&
                                  qint64{view.riffSize} + 8 == view.fileSize;
             return first && consumed && isWhole ? int(m_writer->errorCode()) : kNotAllowed + 1;
+        });
+        if (result == kNotAllowed)
+            QSKIP("no file system can be mounted here, not even in a namespace of our own");
+        QCOMPARE(result, int(WavErrDiskFull));
+    }
+
+    void diskThatIsFullForEverybody_data()
+    {
+        QTest::addColumn<int>("bits");
+        QTest::addColumn<int>("prefixLength"); // shifts where the disk ends among the frames
+        for (int bits : {16, 24, 32}) {
+            for (int length = 1; length <= 6; ++length)
+                QTest::addRow("%d bits, prefix of %d", bits, length) << bits << length;
+        }
+    }
+    void diskThatIsFullForEverybody()
+    {
+        QFETCH(int, bits);
+        QFETCH(int, prefixLength);
+        constexpr int kDiskBytes = 0x10000;
+        const QByteArray path = QFile::encodeName(m_dir->path());
+        m_feeder->bits = static_cast<unsigned char>(bits);
+        m_feeder->prefix = QString(prefixLength, QLatin1Char('P'));
+        const int result = inChild([&] {
+            if (!mountOver(path.constData(), "size=64k"))
+                return kNotAllowed;
+            m_feeder->header(kTime, 0);
+            for (int i = 0; i < 1000 && m_writer->errorCode() == WavErrNone; ++i)
+                m_feeder->block(kTime, 0, 101);
+            // No byte more than a frame is given away, and the file is whole.
+            const RiffView view = viewRiff(m_feeder->newFiles.value(0));
+            const bool isWhole = view.isValid && qint64{view.riffSize} + 8 == view.fileSize &&
+                                 view.fileSize % 2 == 0 && view.fileSize > kDiskBytes - bits / 8 - 1 &&
+                                 view.chunk("data")->size % unsigned(bits / 8) == 0;
+            return isWhole ? int(m_writer->errorCode()) : kNotAllowed + 1;
         });
         if (result == kNotAllowed)
             QSKIP("no file system can be mounted here, not even in a namespace of our own");
