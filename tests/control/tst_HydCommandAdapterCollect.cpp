@@ -30,6 +30,8 @@ private Q_SLOTS:
     void otherReplyBetweenCollected();
     void otherReplyDoesNotTouchWhatIsStaged();
     void readsThatBeginOtherwiseStayInTheMode();
+    void withPollAnyOtherLetterEndsTheCollecting_data();
+    void withPollAnyOtherLetterEndsTheCollecting();
     void withoutPollCollectedIsParsedAtOnce();
     void withoutPollRepliesAreParsed();
     // --- rainy day flows
@@ -130,6 +132,25 @@ void tst_HydCommandAdapterCollect::readsThatBeginOtherwiseStayInTheMode()
         QVERIFY(f.deliver(collectReply(2)));
         QCOMPARE(f.letters, QByteArray("CA"));
     }
+}
+
+void tst_HydCommandAdapterCollect::withPollAnyOtherLetterEndsTheCollecting_data()
+{
+    QTest::addColumn<char>("letter");
+    // Unlike without a poll, any letter does.
+    for (const char letter : {'\0', '*', '7', '8', 'B', 'D', ']', '^', 'a', '\xff'})
+        QTest::addRow("%d", static_cast<unsigned char>(letter)) << letter;
+}
+
+void tst_HydCommandAdapterCollect::withPollAnyOtherLetterEndsTheCollecting()
+{
+    QFETCH(char, letter);
+    AdapterFixture f(kAddress);
+    QVERIFY(f.open());
+    QVERIFY(f.deliver(collectReply(1)));
+    QVERIFY(f.deliver(rawFrame(letter, "abc") + timeReply(1)));
+    QCOMPARE(f.texts.count(), 1);
+    QCOMPARE(f.letters, QByteArray("A"));
 }
 
 void tst_HydCommandAdapterCollect::withoutPollCollectedIsParsedAtOnce()

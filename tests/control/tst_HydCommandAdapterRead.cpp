@@ -295,7 +295,11 @@ void tst_HydCommandAdapterRead::refusedTriggerGivesItsTextAndIsEmitted()
     trigger.setTrigNum(4);
     trigger.setErrorCode(2);
     QVERIFY(!trigger.errorMes(true).empty());
+    QByteArray lettersAtTheText = "none";
+    connect(&f.adapter, &HydCommandAdapter::signalErrorResponse, this, [&] { lettersAtTheText = f.letters; });
     QVERIFY(f.deliver(triggerReply(2)));
+    // The text first, then the response.
+    QCOMPARE(lettersAtTheText, QByteArray());
     QCOMPARE(f.textList(), QStringList{QString::fromStdString(trigger.errorMes(true))});
     QCOMPARE(f.letters, QByteArray("S"));
 }
@@ -327,12 +331,17 @@ void tst_HydCommandAdapterRead::withoutKeepConnectionTheSocketIsClosed()
     QVERIFY(!f.adapter.keepConnection());
     QVERIFY(f.open());
     QSignalSpy peerClosed(&f.peer, &ControlPeer::disconnected);
+    auto stateAtTheMessage = QAbstractSocket::UnconnectedState;
+    connect(&f.adapter, &HydCommandAdapter::commandResponse, this,
+            [&] { stateAtTheMessage = f.socket->state(); });
     // An unfinished message doesn't close.
     const auto frame = timeReply(1);
     QVERIFY(f.deliver(frame.first(8)));
     QCOMPARE(f.closed.count(), 0);
     QVERIFY(f.deliver(frame.sliced(8)));
     QCOMPARE(f.letters, QByteArray("A"));
+    // Its receivers may still send.
+    QCOMPARE(stateAtTheMessage, QAbstractSocket::ConnectedState);
     QTRY_COMPARE(f.closed.count(), 1);
     QTRY_COMPARE(peerClosed.count(), 1);
     QVERIFY(!f.scanTimer->isActive());
