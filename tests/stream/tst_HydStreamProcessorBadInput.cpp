@@ -31,6 +31,8 @@ private Q_SLOTS:
     void unreadableFramesAreSkippedWhole();
     void endlessJunkIsBoundedInWorkAndMemory_data();
     void endlessJunkIsBoundedInWorkAndMemory();
+    void theCreditCoversTwoFalseFramesOfTheLargestSize_data();
+    void theCreditCoversTwoFalseFramesOfTheLargestSize();
     void goodFramesBetweenFalseOnesDontBuyEndlessWork();
 };
 
@@ -380,6 +382,48 @@ void tst_HydStreamProcessorBadInput::endlessJunkIsBoundedInWorkAndMemory()
         QVERIFY(!feeder.frames.empty());
         QVERIFY(feeder.frames.back() == dataFrame(1, 10000));
     }
+}
+
+void tst_HydStreamProcessorBadInput::theCreditCoversTwoFalseFramesOfTheLargestSize_data()
+{
+    QTest::addColumn<int>("falseFrames");
+    QTest::addColumn<bool>("losesGoodOnes");
+    QTest::newRow("one") << 1 << false;
+    QTest::newRow("two") << 2 << false;
+    QTest::newRow("three") << 3 << true;
+}
+
+void tst_HydStreamProcessorBadInput::theCreditCoversTwoFalseFramesOfTheLargestSize()
+{
+    QFETCH(int, falseFrames);
+    QFETCH(bool, losesGoodOnes);
+    // A head whose one chunk fits its length takes in what follows, until the checksum shows it.
+    constexpr size_t kLimit = HydStreamMessage::kMaxChunkBytes;
+    const Bytes falseHead = headerBytes(2, kLimit) + bigEndian(99, 2) + bigEndian(kLimit - 6, 4);
+    Bytes all;
+    for (int i = 0; i < falseFrames; ++i)
+        append(all, falseHead);
+    const size_t heads = all.size();
+    Frames good;
+    size_t goodBytes = 0;
+    while (goodBytes < 2 * HydStreamMessage::kMaxFrameSize) {
+        good.push_back(dataFrame(static_cast<uint32_t>(good.size()), 10000));
+        goodBytes += good.back().size();
+        append(all, good.back());
+    }
+    StreamFeeder feeder;
+    feeder.feed(all, 65536);
+    if (!losesGoodOnes) {
+        QVERIFY(feeder.frames == good);
+        QCOMPARE(feeder.processor.skippedBytes(), uint64_t(heads));
+        return;
+    }
+    // The false frame goes whole, with the good ones in it and the rest of the one that it cut.
+    const size_t lost = good.size() - feeder.frames.size();
+    const size_t frameSize = good.front().size();
+    QCOMPARE(lost, (HydStreamMessage::kMaxFrameSize - falseHead.size() + frameSize - 1) / frameSize);
+    QVERIFY(feeder.frames == Frames(good.end() - std::ptrdiff_t(feeder.frames.size()), good.end()));
+    QCOMPARE(feeder.processor.skippedBytes(), uint64_t(heads + lost * frameSize));
 }
 
 void tst_HydStreamProcessorBadInput::goodFramesBetweenFalseOnesDontBuyEndlessWork()
