@@ -163,10 +163,11 @@ void HydStreamAdapter::connectStream()
         m_socket->abort();
     // The rest of a message that a lost connection cut off would swallow the first bytes of the new one.
     // The ring holds bytes only where this is called out of a slot on data of the old connection.
-    const uint64_t skippedBefore = m_processor.skippedBytes();
+    const uint64_t skippedBefore = skippedBytes();
     m_processor.reset();
-    logSkipped(m_processor.skippedBytes() - skippedBefore + m_rxBuffer.byteCount());
+    m_forgottenBytes += m_rxBuffer.byteCount();
     m_rxBuffer.clear();
+    logSkipped(skippedBytes() - skippedBefore);
     m_socket->connectToHost(m_hostAddress, m_port, QIODevice::ReadWrite);
 }
 

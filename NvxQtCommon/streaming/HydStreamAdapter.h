@@ -46,8 +46,8 @@ public:
     using Clock = std::function<int64_t()>;
 
     /// An adapter without an address: see setHostAddress(). `alivePeriodMs` is the period of the alive timer
-    /// in milliseconds, at least 1. With `createSocket` the socket is made at once, but nothing happens on
-    /// the network.
+    /// in milliseconds; anything below 1 counts as 1. With `createSocket` the socket is made at once, but
+    /// nothing happens on the network.
     HydStreamAdapter(HydStreamType streamType, unsigned short port, HydDeviceId deviceId, int alivePeriodMs,
                      bool createSocket);
     /// `ipAddress` is a numeric address; any other text leaves the address null, and connecting fails.
@@ -93,8 +93,9 @@ public:
 
     /// Takes the sample rate from the settings: the wave rate for wave streams, the spectrum rate for others.
     void setSampleRate(const HydJobSettings& settings);
-    /// Takes over `dev` as the device of this stream when it has this stream's device id. The job settings in
-    /// it are what sequence checks need: without the tag of the wave sample rate they don't run.
+    /// Takes over `dev` as the device of this stream when it has this stream's device id: the whole record,
+    /// so that what `dev` doesn't hold, such as job settings or an alias, is forgotten here. The job settings
+    /// in it are what sequence checks need: without the tag of the wave sample rate they don't run.
     void updateDeviceInfo(HydDevice dev);
     /// One payload from elsewhere, emitted without any sequence logic.
     void handleStreamMessagePayload(std::shared_ptr<HydStreamMessagePayload> payload);
@@ -116,8 +117,8 @@ public:
 
     /// Reads of at most 8 bytes that were dropped because they didn't begin a message, since construction.
     uint64_t droppedReads() const { return m_droppedReads; }
-    /// Bytes since construction that belonged to no good message.
-    uint64_t skippedBytes() const { return m_processor.skippedBytes(); }
+    /// Bytes since construction that belonged to no good message, or that a new connection found unread.
+    uint64_t skippedBytes() const { return m_processor.skippedBytes() + m_forgottenBytes; }
     /// Replaces the clock that tells whether the stream is stale; the system clock by default.
     void setClock(Clock clock);
 
@@ -153,7 +154,8 @@ Q_SIGNALS:
     void signalNoNoiseFltr(std::string mes, HydDeviceId devId);
 
 public Q_SLOTS:
-    /// Begins a connection unless there is one; anything under way is aborted.
+    /// Begins a connection unless there is one; anything under way is aborted. What an earlier connection
+    /// left unread or unfinished is forgotten, logged and counted in skippedBytes().
     void connectStream();
     /// Closes the connection without a stop message and without streamStopped.
     void disconnectStream();
@@ -165,7 +167,9 @@ public Q_SLOTS:
     /// The same with a duration in seconds, which is taken over for any `devId`.
     void startSensorsStreamDevId(HydDeviceId const& devId, int delay, uint16_t duration);
     /// Sends the stop message where the socket is open, and emits streamStopped in any case but without a
-    /// socket.
+    /// socket. A connection attempt goes on, and the message leaves when it succeeds; it isn't flushed
+    /// before, since that would end the attempt. To a connection that the recorder has just closed nothing is
+    /// written.
     void stopStream();
     void stopStreamDevId(HydDeviceId const& devId);
     /// Connects and starts after 100 ms.
@@ -236,6 +240,7 @@ private:
     int32_t m_sampleRate = 0;
     int64_t m_lastReadSecs = 0;
     uint64_t m_droppedReads = 0;
+    uint64_t m_forgottenBytes = 0;
     NvxDataScale m_deviceScale;
     CSignalPowerSettings m_signalPowerSet;
     int32_t m_minBin = 0;

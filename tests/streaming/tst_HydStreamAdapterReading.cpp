@@ -241,6 +241,7 @@ private Q_SLOTS:
         QTRY_COMPARE(stream.peer.connections(), qsizetype{2});
         stream.peer.send(frame(status(3)));
         QTRY_COMPARE(stream.statuses.size(), 2);
+        QCOMPARE(stream.adapter.skippedBytes(), quint64{lost});
     }
 
     void shortRestOfAFrameIsLostAndTheNextFrameFound()
