@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTextStream>
 
@@ -221,18 +222,32 @@ private:
     QEventLoop m_loop;
 };
 
-Cost readBare(const Sender& sender)
+QString tmpfsPattern()
+{
+    return QStringLiteral("/dev/shm/bench_stream_XXXXXX");
+}
+
+/// A plain reader; `toFile` writes what it reads, so that the file system's share of the work shows.
+Cost readBare(const Sender& sender, bool toFile)
 {
     constexpr qint64 kBuffer = 3145728;
     const auto buffer = std::make_unique_for_overwrite<char[]>(kBuffer);
+    // Outlives the measurement: removing the file isn't part of it.
+    QTemporaryDir folder(tmpfsPattern());
+    QFile file(folder.filePath(QStringLiteral("bare")));
+    if (toFile && !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        qFatal("no file");
     uint64_t received = 0;
     Stopwatch watch;
     QTcpSocket socket;
     QObject::connect(&socket, &QTcpSocket::connected, &socket,
                      [&] { socket.write("\x33\x2A\0\4\0\0\0\0", 8); });
     QObject::connect(&socket, &QTcpSocket::readyRead, &socket, [&] {
-        for (qint64 count = 0; (count = socket.read(buffer.get(), kBuffer)) > 0;)
+        for (qint64 count = 0; (count = socket.read(buffer.get(), kBuffer)) > 0;) {
             received += static_cast<uint64_t>(count);
+            if (toFile && file.write(buffer.get(), count) != count)
+                qFatal("the file takes no more");
+        }
         if (received == sender.wireBytes)
             watch.done();
     });
@@ -245,7 +260,7 @@ Cost readByAdapter(const Sender& sender, const Load& load, Consumer consumer)
 {
     const HydDeviceId devId(DevTypeRecorderA, 1234);
     // Outlives the measurement: removing the file isn't part of it.
-    QTemporaryDir folder(QStringLiteral("/dev/shm/bench_stream_XXXXXX"));
+    QTemporaryDir folder(tmpfsPattern());
     HydStreamAdapter adapter(StreamWave, sender.port, QLatin1String(kAddress), devId, 3600000, true);
     NvxStreamMonitor monitor;
     std::unique_ptr<NvxWavLogger> logger;
@@ -328,7 +343,8 @@ int main(int argc, char* argv[])
         const Load load{blockSamples, seconds};
         const Sender sender(load);
         std::vector<std::pair<const char*, std::function<Cost()>>> receivers = {
-            {"bare QTcpSocket", [&] { return readBare(sender); }},
+            {"bare QTcpSocket", [&] { return readBare(sender, false); }},
+            {"bare QTcpSocket and file on tmpfs", [&] { return readBare(sender, true); }},
             {"payload signal", [&] { return readByAdapter(sender, load, Consumer::Slot); }},
             {"payload signal and monitor", [&] { return readByAdapter(sender, load, Consumer::Monitor); }},
             {"wave file on tmpfs", [&] { return readByAdapter(sender, load, Consumer::Logger); }},
