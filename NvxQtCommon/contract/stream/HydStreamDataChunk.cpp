@@ -2,6 +2,8 @@
 
 #include "NvxQtCommon/contract/base/CopyBytes.h"
 
+#include <algorithm>
+
 namespace {
 
 size_t waveBlockBytes(unsigned count, unsigned channels, unsigned bytesPerSample)
@@ -13,8 +15,10 @@ size_t waveBlockBytes(unsigned count, unsigned channels, unsigned bytesPerSample
 
 HydStreamDataChunkV0::HydStreamDataChunkV0(unsigned start, unsigned char channels, unsigned char format,
                                            unsigned short count, unsigned char* data, bool /*reserved*/)
-    : HydStreamDataChunkV0(start, channels, format, count, std::shared_ptr<unsigned char[]>(data),
-                           data != nullptr ? waveBlockBytes(count, channels, format & 0x0FU) : 0)
+    : HydStreamDataChunkV0(
+          start, channels, format, count, std::shared_ptr<unsigned char[]>(data),
+          // A spectrum holds one byte a bin, whatever its format byte says.
+          data != nullptr ? std::max<size_t>(waveBlockBytes(count, channels, format & 0x0FU), count) : 0)
 {
 }
 
