@@ -79,7 +79,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("files");
         const QStringList none;
         const QStringList wave{QStringLiteral("ABC0042_20240229_124000.wav")};
-        const QStringList times{QStringLiteral("Test_Time_20240229_124000.txt")};
+        const QStringList times{QStringLiteral("Time_20240229_124000.txt")};
         const auto newFile = under(&NvxWavLogger::newFileCreated);
         const auto dataTime = under(&NvxWavLogger::dataTime);
         const auto progress = under(&NvxWavLogger::logProgress);

@@ -21,7 +21,7 @@ const HydDeviceId kDeviceId(DevTypeRecorderB, 4711);
 
 struct TimingRow
 {
-    QByteArray time, date, computerTime, sequence, samples, elapsed, device, serial, name;
+    QByteArray time, comment, device, serial, computerTime, sequence, samples, elapsed, name;
 };
 
 QList<TimingRow> rowsOf(const QString& path)
@@ -92,8 +92,7 @@ private Q_SLOTS:
         QCOMPARE(newFile.first().first().toString(), firstPath());
         const QList<TimingRow> rows = rowsOf(firstPath());
         QCOMPARE(rows.size(), 3);
-        QCOMPARE(rows[0].time, QByteArray("12:34:56"));
-        QCOMPARE(rows[0].date, QByteArray("2024-02-29"));
+        QCOMPARE(rows[0].time, QByteArray("2024-02-29 12:34:56"));
         QCOMPARE(rows[0].sequence, QByteArray("100"));
         QCOMPARE(rows[0].serial, QByteArray("4711"));
         QCOMPARE(rows[0].name, QByteArray("Test_Time_20240229_123456"));
@@ -114,9 +113,9 @@ private Q_SLOTS:
         QFile file(firstPath());
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray text = file.readAll();
-        QVERIFY(text.contains("File type:\t8\n"));
-        QVERIFY(text.contains("Serial:\t4711\n"));
-        QVERIFY(text.contains("Start time:\t12:34:56\n"));
+        QVERIFY(text.contains("Type\t8\n"));
+        QVERIFY(text.contains("Serial\t4711\n"));
+        QVERIFY(text.contains("Start\t2024-02-29 12:34:56\n"));
     }
 
     void samplesAreTruncatedTo32Bits_data()
@@ -153,7 +152,7 @@ private Q_SLOTS:
         QCOMPARE(progress.size(), 0);
         QCOMPARE(dataTime.size(), 0);
         QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files),
-                 QStringList{QStringLiteral("Test_Time_20240229_123456.txt")});
+                 QStringList{QStringLiteral("Time_20240229_123456.txt")});
     }
 
     void rollsAfterAsManyRecordsAsTheLengthSays()
@@ -164,7 +163,7 @@ private Q_SLOTS:
             header(kTime + i, 1000 * i);
         QCOMPARE(newFile.size(), 3);
         QCOMPARE(newFile[1].first().toString(),
-                 m_dir->filePath(QStringLiteral("Test_Time_20240229_123459.txt")));
+                 m_dir->filePath(QStringLiteral("Time_20240229_123459.txt")));
         QCOMPARE(rowsOf(newFile[1].first().toString()).size(), 3);
     }
 
@@ -274,7 +273,7 @@ private:
     {
         m_logger->handleWavEventHdr(m_stream.header(time, sequence), kDeviceId, makeLogDevice());
     }
-    QString firstPath() const { return m_dir->filePath(QStringLiteral("Test_Time_20240229_123456.txt")); }
+    QString firstPath() const { return m_dir->filePath(QStringLiteral("Time_20240229_123456.txt")); }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<NvxWavLogger> m_logger;

@@ -1,152 +1,322 @@
-#include "FileSwap.h"
+#include "NvxQtCommon/contract/recording/DetectorData.h"
+#include "NvxQtCommon/contract/recording/SensorData.h"
+#include "SpecWriterCase.h"
 
-#include "NvxQtCommon/contract/recording/NvxSpecWriter.h"
-#include "NvxQtCommon/contract/recording/NvxWavTimeData.h"
-#include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
-#include "tests/support/NvxTestCase.h"
-
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
 
-#include <csignal>
-#include <memory>
-#include <sys/resource.h>
-#include <type_traits>
-
-namespace {
-
-constexpr uint32_t kTime = 1709210096; // 2024-02-29 12:34:56 UTC
-
-std::shared_ptr<NvxWavTestInfoData> makeTiming(uint32_t time, uint64_t sequence)
-{
-    auto info = std::make_shared<NvxWavTestInfoData>();
-    info->time = time;
-    info->curTime = int64_t{time} * 1000 + 123;
-    info->seqNum = sequence;
-    info->filename = L"Test_Time_ä";
-    info->deviceType = DevTypeRecorderA;
-    info->serialNo = 4711;
-    return info;
-}
-
-QList<QByteArray> linesOf(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QList<QByteArray> lines = file.readAll().split('\n');
-    if (lines.isEmpty() || !lines.takeLast().isEmpty())
-        lines.append("the last line has no end");
-    return lines;
-}
-
-qsizetype titleIndex(const QList<QByteArray>& lines)
-{
-    for (qsizetype i = 0; i < lines.size(); ++i) {
-        if (lines[i].split('\t').first().toUpper() == "TIME")
-            return i;
-    }
-    return -1;
-}
-
-} // namespace
-
-class tst_NvxSpecWriter : public NvxTestCase
+class tst_NvxSpecWriter : public SpecWriterCase
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR); }
-    void init()
-    {
-        failOnUnexpectedWarnings();
-        m_dir = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_dir->isValid());
-        m_writer = std::make_unique<NvxSpecWriter>(3, m_dir->path().toStdWString());
-        m_writer->currHeader()->setTypeMode(FftModeWavTime);
-        m_newFiles.clear();
-    }
-    void cleanup()
-    {
-        m_writer.reset();
-        m_dir.reset();
-    }
-
     // --- happy flows
-    void firstRecordOpensTheFileFromTheHeaderInPlace()
+    void headerOpensNothing()
     {
-        QVERIFY(m_writer->currHeader() != nullptr);
-        m_writer->currHeader()->setStartDt(kTime);
-        m_writer->currHeader()->setDeviceId(HydDeviceId(DevTypeRecorderA, 4711));
-        QVERIFY(QDir(m_dir->path()).entryList(QDir::Files).isEmpty());
-        QVERIFY(record(kTime, 100));
-        QCOMPARE(m_newFiles, QStringList{m_dir->filePath(QStringLiteral("Test_Time_20240229_123456.txt"))});
-        QCOMPARE(m_writer->numRecs(), 1);
-        const QList<QByteArray> lines = linesOf(m_newFiles.first());
-        QVERIFY(lines.contains("File type:\t8"));
-        QVERIFY(lines.contains("Serial:\t4711"));
-        QVERIFY(lines.contains("Start date:\t2024-02-29"));
-        QVERIFY(lines.contains("Start time:\t12:34:56"));
-        const qsizetype title = titleIndex(lines);
-        QCOMPARE(title, lines.size() - 2);
-        QCOMPARE(lines.last().split('\t').size(), lines[title].split('\t').size());
-        QVERIFY(lines.last().startsWith("12:34:56\t2024-02-29\t1709210096123\t100\t\t\t"));
-        QVERIFY(lines.last().contains("\t4711\tTest_Time_\xC3\xA4"));
+        header(kTime, L"Spec_20240229_123456");
+        QVERIFY(files().isEmpty());
+        QVERIFY(m_newFiles.isEmpty());
+        QCOMPARE(m_writer->currHeader()->sampleRate(), 48000U);
+        spectrum(kTime);
+        QCOMPARE(m_newFiles, QStringList{path("Spec_20240229_123456.txt")});
+        QCOMPARE(m_writer->outputFileName(), m_newFiles.first().toStdWString());
     }
 
-    void recordCarriesItsDifferences()
+    void fileHoldsHeaderTitlesAndRecords()
     {
-        const auto data = NvxWavTimeData::fromWavTestData(makeTiming(kTime, 5));
-        QVERIFY(!data->sizeData() && !data->procTime());
-        data->setSizeData(-7);
-        data->setProcTime(1001);
-        data->setComment("quiet");
-        QCOMPARE(data->seqNum(), 5ULL);
-        QCOMPARE(data->dataTime(), static_cast<unsigned long long>(kTime));
-        QVERIFY(QByteArray::fromStdString(data->line()).contains("\t5\t-7\t1001\t"));
-        QVERIFY(QByteArray::fromStdString(data->line()).endsWith("\tquiet"));
+        header(kTime, L"Spec");
+        spectrum(kTime);
+        QCOMPARE(m_writer->numRecs(), 1);
+        spectrum(kTime + 1);
+        QCOMPARE(m_writer->numRecs(), 2);
+        const SpectrumText text = SpectrumText::of(path("Spec.txt"));
+        QVERIFY(text.complete);
+        QCOMPARE(text.signature, QByteArray("Nerivox spectrum file\t1"));
+        QCOMPARE(text.entry("Type"), QByteArray("0"));
+        QCOMPARE(text.entry("Start"), QByteArray("2024-02-29 12:34:56"));
+        QCOMPARE(text.entry("Sample rate (Hz)"), QByteArray("48000"));
+        QCOMPARE(text.titles.size(), 5 + 4);
+        QCOMPARE(text.records.size(), 2);
+        QCOMPARE(text.records[1].first(), QByteArray("2024-02-29 12:34:57"));
+        QCOMPARE(text.records[1].mid(5), (QList<QByteArray>{"1", "2", "3", "4"}));
     }
 
-    void rollsByItsRecords()
+    void recordsAreOnDiskAtOnce()
     {
-        m_writer->currHeader()->setFname(L"roll");
-        for (uint32_t i = 0; i < 7; ++i)
-            QVERIFY(record(kTime + i, i));
-        QCOMPARE(m_newFiles, (QStringList{m_dir->filePath("roll.txt"), m_dir->filePath("roll_2.txt"),
-                                          m_dir->filePath("roll_3.txt")}));
-        QCOMPARE(m_writer->numRecs(), 1);
-        const QList<int> counts{3, 3, 1};
+        header(kTime, L"Spec");
         for (int i = 0; i < 3; ++i) {
-            const QList<QByteArray> lines = linesOf(m_newFiles[i]);
-            QCOMPARE(lines.size() - titleIndex(lines) - 1, counts[i]);
+            spectrum(kTime);
+            QCOMPARE(SpectrumText::of(path("Spec.txt")).records.size(), i + 1);
         }
+    }
+
+    void rollsByCount()
+    {
+        header(kTime, L"Spec_20240229_123456");
+        for (uint32_t i = 0; i < 7; ++i)
+            spectrum(kTime + i, 1000 * i);
+        // Without a header in between, name and start follow from the record.
+        QCOMPARE(m_newFiles, (QStringList{path("Spec_20240229_123456.txt"), path("Spec_20240229_123459.txt"),
+                                          path("Spec_20240229_123502.txt")}));
+        const QList<int> counts{3, 3, 1};
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(SpectrumText::of(m_newFiles[i]).records.size(), counts[i]);
+        const SpectrumText second = SpectrumText::of(m_newFiles[1]);
+        QCOMPARE(second.entry("Start"), QByteArray("2024-02-29 12:34:59"));
+        QCOMPARE(second.entry("Start sample"), QByteArray("3000"));
+        QCOMPARE(second.entry("Name"), QByteArray("Spec_20240229_123459"));
+        QCOMPARE(m_writer->numRecs(), 1);
+    }
+
+    void newestHeaderNamesTheNextFile()
+    {
+        header(kTime, L"Spec_20240229_123456", 77);
+        spectrum(kTime);
+        header(kTime + 1, L"Spec_20240229_123457", 78);
+        spectrum(kTime + 1);
+        header(kTime + 2, L"Spec_20240229_123458", 79);
+        spectrum(kTime + 2);
+        QCOMPARE(m_newFiles.size(), 1);
+        header(kTime + 3, L"Spec_20240229_123459", 80);
+        header(kTime + 4, L"Spec_20240229_123500", 81);
+        spectrum(kTime + 9, 123);
+        QCOMPARE(m_newFiles.last(), path("Spec_20240229_123500.txt"));
+        const SpectrumText text = SpectrumText::of(m_newFiles.last());
+        QCOMPARE(text.entry("Start"), QByteArray("2024-02-29 12:35:00"));
+        QCOMPARE(text.entry("Start sample"), QByteArray("81"));
     }
 
     void noLimitNeverRolls()
     {
         m_writer->setMaxNumRecs(0);
+        QCOMPARE(m_writer->maxNumRecs(), 0);
+        header(kTime, L"Spec");
         for (uint32_t i = 0; i < 50; ++i)
-            QVERIFY(record(kTime + i, i));
+            spectrum(kTime + i);
         QCOMPARE(m_newFiles.size(), 1);
         QCOMPARE(m_writer->numRecs(), 50);
     }
 
-    void dispatchedHeaderIsThatOfWhatFollows()
+    void rollsByTime_data()
     {
-        QVERIFY(record(kTime, 0));
-        NvxSpectrumFileHeader header;
-        header.setFname(L"Other ä");
-        header.setClientName("Client\nwith a line break");
-        header.setTypeMode(FftModeWavTime);
-        QVERIFY(process(header));
+        QTest::addColumn<float>("rate");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<int>("seconds");
+        // 1709210100 is a multiple of 300, 60 and 20.
+        QTest::newRow("ten of six seconds") << 6.0F << 10 << 60;
+        QTest::newRow("rounded up to whole seconds") << 1.99F << 10 << 20;
+        QTest::newRow("rounded down to whole seconds") << 2.04F << 10 << 20;
+        QTest::newRow("a rate of nothing counts as a second") << 0.0F << 20 << 20;
+        QTest::newRow("a rate below nothing counts as a second") << -5.0F << 20 << 20;
+        QTest::newRow("never less than a second") << 0.01F << 10 << 1;
+    }
+    void rollsByTime()
+    {
+        QFETCH(float, rate);
+        QFETCH(int, count);
+        QFETCH(int, seconds);
+        constexpr uint32_t multiple = 1709210100;
+        m_writer->setTimeType(true);
+        QVERIFY(m_writer->timeType());
+        m_writer->setUpdateRate(rate);
+        QCOMPARE(m_writer->updateRate(), rate);
+        m_writer->setMaxNumRecs(count);
+        header(multiple - 1, L"Spec_20240229_123459");
+        spectrum(multiple - 1);
         QCOMPARE(m_newFiles.size(), 1);
-        QCOMPARE(m_writer->currHeader()->clientName(), header.clientName());
-        QVERIFY(record(kTime, 1));
+        spectrum(multiple);
         QCOMPARE(m_newFiles.size(), 2);
-        QCOMPARE(m_newFiles.last(), m_dir->filePath(QStringLiteral("Other ä.txt")));
-        QVERIFY(linesOf(m_newFiles.last()).contains("Client:\tClient with a line break"));
+        QCOMPARE(m_newFiles.last(), path("Spec_20240229_123500.txt"));
+        spectrum(multiple + static_cast<uint32_t>(seconds) - 1);
+        QCOMPARE(m_newFiles.size(), 2);
+        spectrum(multiple + static_cast<uint32_t>(seconds));
+        QCOMPARE(m_newFiles.size(), 3);
+    }
+
+    void updateRateIsAMinuteUntilItIsSet()
+    {
+        QCOMPARE(m_writer->updateRate(), 60.0F);
+        m_writer->setTimeType(true);
+        m_writer->setMaxNumRecs(5);
+        header(1709210100, L"Spec_20240229_123500");
+        spectrum(1709210100);
+        spectrum(1709210100 + 299);
+        QCOMPARE(m_newFiles.size(), 1);
+        spectrum(1709210100 + 300);
+        QCOMPARE(m_newFiles.size(), 2);
+    }
+
+    void countIsTheDefault() { QVERIFY(!m_writer->timeType()); }
+
+    void timeTypeIgnoresTheCount()
+    {
+        m_writer->setTimeType(true);
+        header(kTime, L"Spec");
+        for (int i = 0; i < 10; ++i)
+            spectrum(kTime);
+        QCOMPARE(m_newFiles.size(), 1);
+    }
+
+    void changedParametersRoll_data()
+    {
+        QTest::addColumn<int>("field");
+        QTest::addColumn<bool>("rolls");
+        QTest::newRow("nothing") << 0 << false;
+        QTest::newRow("rate") << 1 << true;
+        QTest::newRow("points") << 2 << true;
+        QTest::newRow("accumulations") << 3 << true;
+        QTest::newRow("mode") << 4 << true;
+        QTest::newRow("device") << 5 << false;
+        QTest::newRow("points between") << 6 << false;
+        QTest::newRow("reference level") << 7 << false;
+    }
+    void changedParametersRoll()
+    {
+        QFETCH(int, field);
+        QFETCH(bool, rolls);
+        header(kTime, L"Spec_20240229_123456");
+        spectrum(kTime);
+        FFTMode mode = FftModeSpectrum;
+        switch (field) {
+        case 1:
+            ++m_stream.rate;
+            break;
+        case 2:
+            ++m_stream.points;
+            break;
+        case 3:
+            ++m_stream.accum;
+            break;
+        case 4:
+            mode = FFTMode(1);
+            break;
+        case 5:
+            ++m_stream.serial;
+            break;
+        case 6:
+            ++m_stream.pointsBtw;
+            break;
+        case 7:
+            ++m_stream.refLevel;
+            break;
+        default:
+            break;
+        }
+        header(kTime + 1, L"Spec_20240229_123457", 0, mode);
+        QCOMPARE(files().size(), 1);
+        spectrum(kTime + 1);
+        QCOMPARE(m_newFiles.size(), rolls ? 2 : 1);
+        QCOMPARE(m_writer->numRecs(), rolls ? 1 : 2);
+    }
+
+    void headerInPlaceRollsToo()
+    {
+        header(kTime, L"Spec_20240229_123456");
+        spectrum(kTime);
+        m_writer->currHeader()->setTypeMode(FFTMode(1));
+        spectrum(kTime + 1);
+        QCOMPARE(m_newFiles.size(), 2);
+        QCOMPARE(SpectrumText::of(m_newFiles.last()).entry("Type"), QByteArray("1"));
+    }
+
+    void recordsOfOtherColumnsRoll()
+    {
+        header(kTime, L"Spec_20240229_123456");
+        spectrum(kTime);
+        auto record = NvxSpectrumFileData::fromStreamData(*m_stream.spectrum(kTime + 1, 0, 0, {1, 2}));
+        process(*record);
+        QCOMPARE(m_newFiles.size(), 2);
+        record = NvxSpectrumFileData::fromStreamData(*m_stream.filtered(kTime + 2, {1.5, 2.5}));
+        process(*record);
+        QCOMPARE(m_newFiles.size(), 3);
+        NvxSpectrumStatsData statistics(makeStatistics(kTime + 3));
+        process(statistics);
+        QCOMPARE(m_newFiles.size(), 4);
+        for (const QString& file : m_newFiles) {
+            const SpectrumText text = SpectrumText::of(file);
+            QCOMPARE(text.records.size(), 1);
+            QCOMPARE(text.records.first().size(), text.titles.size());
+        }
+    }
+
+    void kindFollowsFromTheRecord()
+    {
+        header(kTime, L"Stats", 0, FftModeSpectrum);
+        NvxSpectrumStatsData statistics(makeStatistics(kTime));
+        process(statistics);
+        QCOMPARE(SpectrumText::of(path("Stats.txt")).entry("Type"), QByteArray("2"));
+        QCOMPARE(SpectrumText::of(path("Stats.txt")).titles.first(), QByteArray("Time"));
+    }
+
+    void unnamedFilesBearKindAndStart_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("spectrum") << int(FftModeSpectrum) << "Spectrum_20240229_123456.txt";
+        QTest::newRow("statistics") << int(FftModeWavStats) << "Stats_20240229_123456.txt";
+        QTest::newRow("impulse") << int(FftModeImpulse) << "Impulse_20240229_123456.txt";
+        QTest::newRow("click") << int(FftModeClick) << "Click_20240229_123456.txt";
+        QTest::newRow("sensors") << int(FftModeAccMag) << "AccMag_20240229_123456.txt";
+        QTest::newRow("battery") << int(FftModeBattery) << "Battery_20240229_123456.txt";
+        QTest::newRow("noise") << int(FftModeNoise) << "Noise_20240229_123456.txt";
+    }
+    void unnamedFilesBearKindAndStart()
+    {
+        QFETCH(int, kind);
+        QFETCH(QString, name);
+        const auto record = recordOf(FFTMode(kind));
+        m_writer->currHeader()->setTypeMode(FFTMode(kind));
+        record->setDataTime(kTime);
+        process(*record);
+        QCOMPARE(m_newFiles, QStringList{path(name)});
+    }
+
+    void unnamedFileWithAHeaderBearsItsStart()
+    {
+        header(kTime - 6, L"");
+        spectrum(kTime);
+        QCOMPARE(m_newFiles, QStringList{path("Spectrum_20240229_123450.txt")});
+    }
+
+    void nothingIsOverwritten()
+    {
+        for (int i = 0; i < 3; ++i) {
+            header(kTime, L"Spec");
+            spectrum(kTime);
+            m_writer->finishFile();
+        }
+        QCOMPARE(m_newFiles, (QStringList{path("Spec.txt"), path("Spec_2.txt"), path("Spec_3.txt")}));
+    }
+
+    void noiseFileTakesThePlaceOfTheOldOne()
+    {
+        QFile old(path("F_CAL_42_DEV.txt"));
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+        old.close();
+        header(kTime, L"F_CAL_42_DEV", 0, FftModeNoise);
+        // Neither count nor time ends it.
+        for (uint32_t i = 0; i < 10; ++i)
+            spectrum(kTime + 1000 * i);
+        QCOMPARE(m_newFiles, QStringList{path("F_CAL_42_DEV.txt")});
+        QCOMPARE(m_writer->outputFileName(), path("F_CAL_42_DEV.txt").toStdWString());
+        QVERIFY(old.open(QIODevice::ReadOnly));
+        QCOMPARE(old.readAll(), QByteArray("old"));
+        old.close();
+        m_writer->finishFile();
+        QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).records.size(), 10);
+        QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).entry("Type"), QByteArray("10"));
+        QCOMPARE(files(), QStringList{"F_CAL_42_DEV.txt"});
+    }
+
+    void noiseFileIsCompletedByCloseFileAndTheDestructor()
+    {
+        header(kTime, L"F_CAL_1_DEV", 0, FftModeNoise);
+        spectrum(kTime);
+        m_writer->closeFile();
+        QCOMPARE(files(), QStringList{"F_CAL_1_DEV.txt"});
+        header(kTime, L"F_CAL_2_DEV", 0, FftModeNoise);
+        spectrum(kTime);
+        m_writer.reset();
+        QCOMPARE(files(), (QStringList{"F_CAL_1_DEV.txt", "F_CAL_2_DEV.txt"}));
     }
 
     void finishFileAndCloseFile()
@@ -154,47 +324,31 @@ private Q_SLOTS:
         m_writer->finishFile();
         m_writer->closeFile();
         QCOMPARE(m_writer->errorCode(), SpecErrNone);
-        QVERIFY(record(kTime, 0));
+        header(kTime, L"Spec");
+        spectrum(kTime);
         m_writer->finishFile();
         QCOMPARE(m_writer->numRecs(), 0);
-        QVERIFY(record(kTime, 1));
+        spectrum(kTime);
         m_writer->closeFile();
-        QVERIFY(record(kTime, 2));
+        QCOMPARE(m_writer->numRecs(), 0);
+        spectrum(kTime);
         QCOMPARE(m_newFiles.size(), 3);
     }
 
-    void settersAreKept()
+    void pathIsOfTheNextFile()
     {
-        QVERIFY(!m_writer->timeType());
-        m_writer->setTimeType(true);
-        QVERIFY(m_writer->timeType());
-        m_writer->setUpdateRate(0.5F);
-        QCOMPARE(m_writer->updateRate(), 0.5F);
         QVERIFY(QDir(m_dir->path()).mkdir("below"));
-        m_writer->setlogPath(m_dir->filePath("below").toStdWString());
-        QVERIFY(record(kTime, 0));
-        QCOMPARE(QFileInfo(m_newFiles.first()).path(), m_dir->filePath("below"));
+        m_writer->setlogPath(path("below").toStdWString());
+        header(kTime, L"Spec");
+        spectrum(kTime);
+        QCOMPARE(m_newFiles, QStringList{path("below/Spec.txt")});
+    }
+
+    void eventKeepsItsLogType()
+    {
         SpecStreamEvent event(nullptr);
         event.setLogType(SensorLogBattery);
         QCOMPARE(event.logType(), SensorLogBattery);
-    }
-
-    void headerKeepsItsTexts()
-    {
-        NvxSpectrumFileHeader header;
-        header.setComputerName("computer");
-        header.setUserName("user");
-        header.setJobName("job");
-        header.setPersonnel("people");
-        header.setFirmware("2.1");
-        header.setDevModel("model");
-        const QByteArray text = QByteArray::fromStdString(header.text());
-        for (const char* line : {"Computer:\tcomputer\n", "User:\tuser\n", "Job:\tjob\n",
-                                 "Personnel:\tpeople\n", "Firmware:\t2.1\n", "Model:\tmodel\n"})
-            QVERIFY2(text.contains(line), line);
-        QVERIFY((std::is_base_of_v<NvxSpectrumEventData, NvxSpectrumFileHeader>));
-        QVERIFY((std::is_base_of_v<NvxComSpectrumEventData, NvxWavTimeData>));
-        QVERIFY((std::is_base_of_v<NvxSpectrumEventData, NvxComSpectrumEventData>));
     }
 
     void modesHaveTheirNumbers()
@@ -206,128 +360,24 @@ private Q_SLOTS:
         QCOMPARE(int(SensorLogBattery), 1);
     }
 
-    // --- rainy day flows
-    void foreignEventsAreTaken()
-    {
-        SpecStreamEvent empty(nullptr);
-        m_writer->dispatch(&empty);
-        QVERIFY(empty.isConsumed());
-        class Other : public StateEvent
-        {
-        } other;
-        m_writer->dispatch(&other);
-        QCOMPARE(m_writer->errorCode(), SpecErrNone);
-        QVERIFY(NvxWavTimeData::fromWavTestData(nullptr) == nullptr);
-    }
-
-    void directoryThatIsNotThere()
-    {
-        m_writer->setlogPath(L"/nowhere/at/all");
-        QVERIFY(record(kTime, 0));
-        QCOMPARE(m_writer->errorCode(), SpecErrCannotOpen);
-        QVERIFY(m_newFiles.isEmpty());
-        // The error stays, and everything is taken, until the file is finished.
-        m_writer->setlogPath(m_dir->path().toStdWString());
-        QVERIFY(record(kTime, 1));
-        QCOMPARE(m_writer->errorCode(), SpecErrCannotOpen);
-        m_writer->finishFile();
-        QCOMPARE(m_writer->errorCode(), SpecErrNone);
-        QVERIFY(record(kTime, 2));
-        QCOMPARE(m_newFiles.size(), 1);
-    }
-
-    void fullDiskInTheHeaderLeavesNoFile_data()
-    {
-        QTest::addColumn<int>("room");
-        for (int room : {0, 1, 50})
-            QTest::addRow("%d bytes", room) << room;
-        QTest::newRow("all but the last byte of the first record") << -1;
-    }
-    void fullDiskInTheHeaderLeavesNoFile()
-    {
-        QFETCH(int, room);
-        QVERIFY(record(kTime, 0));
-        const auto whole = QFileInfo(m_newFiles.first()).size();
-        m_writer->finishFile();
-        rlimit limits{};
-        QCOMPARE(getrlimit(RLIMIT_FSIZE, &limits), 0);
-        const rlimit full{rlim_t(room < 0 ? whole - 1 : room), limits.rlim_max};
-        QCOMPARE(setrlimit(RLIMIT_FSIZE, &full), 0);
-        const bool consumed = record(kTime + 1, 0);
-        QCOMPARE(setrlimit(RLIMIT_FSIZE, &limits), 0);
-        QVERIFY(consumed);
-        QCOMPARE(m_writer->errorCode(), SpecErrDiskFull);
-        QVERIFY(!m_writer->isNewFile());
-        QCOMPARE(m_newFiles.size(), 1);
-        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), 1);
-        QCOMPARE(QFileInfo(m_newFiles.first()).size(), whole);
-        // Once there is room again the next record has its file.
-        m_writer->finishFile();
-        QVERIFY(record(kTime + 2, 0));
-        QCOMPARE(m_newFiles.size(), 2);
-        QCOMPARE(QFileInfo(m_newFiles.last()).size(), whole);
-    }
-
-    void fullDiskLeavesWholeLines()
-    {
-        QVERIFY(record(kTime, 0));
-        const auto before = QFileInfo(m_newFiles.first()).size();
-        rlimit limits{};
-        QCOMPARE(getrlimit(RLIMIT_FSIZE, &limits), 0);
-        const rlimit full{rlim_t(before) + 10, limits.rlim_max};
-        QCOMPARE(setrlimit(RLIMIT_FSIZE, &full), 0);
-        const bool consumed = record(kTime, 1);
-        QCOMPARE(setrlimit(RLIMIT_FSIZE, &limits), 0);
-        QVERIFY(consumed);
-        QCOMPARE(m_writer->errorCode(), SpecErrDiskFull);
-        QCOMPARE(QFileInfo(m_newFiles.first()).size(), before);
-    }
-
-    void failedWrite_data()
-    {
-        QTest::addColumn<QString>("device");
-        QTest::addColumn<int>("mode");
-        QTest::addColumn<int>("error");
-        // A file that may only be read refuses each write.
-        QTest::newRow("of a disk that answers no more")
-            << QStringLiteral("/dev/null") << int(O_RDONLY) << int(SpecErrWriteFailed);
-        QTest::newRow("on a full disk")
-            << QStringLiteral("/dev/full") << int(O_WRONLY) << int(SpecErrDiskFull);
-    }
-    void failedWrite()
-    {
-        QFETCH(QString, device);
-        QFETCH(int, mode);
-        QFETCH(int, error);
-        QVERIFY(record(kTime, 0));
-        const auto before = QFileInfo(m_newFiles.first()).size();
-        QVERIFY(swapOpenFile(m_newFiles.first(), qPrintable(device), mode));
-        QVERIFY(record(kTime, 1));
-        QCOMPARE(int(m_writer->errorCode()), error);
-        QCOMPARE(descriptorOf(m_newFiles.first()), -1);
-        QCOMPARE(QFileInfo(m_newFiles.first()).size(), before);
-    }
-
 private:
-    bool process(NvxSpectrumEventData& data)
+    static std::unique_ptr<NvxComSpectrumEventData> recordOf(FFTMode kind)
     {
-        SpecStreamEvent event(&data);
-        for (int i = 0; i < 10 && !event.isConsumed(); ++i) {
-            m_writer->dispatch(&event);
-            if (m_writer->isNewFile())
-                m_newFiles.append(QString::fromStdWString(m_writer->outputFileName()));
+        switch (kind) {
+        case FftModeWavStats:
+            return std::make_unique<NvxSpectrumStatsData>(makeStatistics(kTime));
+        case FftModeImpulse:
+            return std::make_unique<NvxImpulseData>(makeImpulse(kTime));
+        case FftModeClick:
+            return std::make_unique<NvxClickData>(makeClick(kTime));
+        case FftModeAccMag:
+            return NvxAccMagData::fromStreamData(makeSensorStatus());
+        case FftModeBattery:
+            return NvxBatteryData::fromStreamData(makeSensorStatus());
+        default:
+            return std::make_unique<NvxSpectrumFileData>();
         }
-        return event.isConsumed();
     }
-    bool record(uint32_t time, uint64_t sequence)
-    {
-        const auto data = NvxWavTimeData::fromWavTestData(makeTiming(time, sequence));
-        return process(*data);
-    }
-
-    std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<NvxSpecWriter> m_writer;
-    QStringList m_newFiles;
 };
 
 QTEST_GUILESS_MAIN(tst_NvxSpecWriter)

@@ -1,14 +1,55 @@
 #include "NvxQtCommon/contract/recording/NvxSpecWriter.h"
 
+#include "NvxQtCommon/contract/base/NvxLog.h"
 #include "NvxQtCommon/contract/base/Utf8.h"
 #include "NvxQtCommon/contract/recording/HydUtil.h"
 #include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
-const char* unnamedFilePrefix(FFTMode mode)
+constexpr const char* kExtension = ".txt";
+constexpr const char* kUnfinishedExtension = ".txt.part";
+
+/// What begins the name of a file whose header names none.
+const char* unnamedFilePrefix(FFTMode kind)
 {
-    return mode == FftModeWavTime ? "Test_Time_" : "Spectrum_";
+    switch (kind) {
+    case FftModeSpectrum:
+        break;
+    case FftModeWavStats:
+        return "Stats_";
+    case FftModeImpulse:
+        return "Impulse_";
+    case FftModeAccMag:
+        return "AccMag_";
+    case FftModeBattery:
+        return "Battery_";
+    case FftModeWavTime:
+        return "Time_";
+    case FftModeClick:
+        return "Click_";
+    case FftModeNoise:
+        return "Noise_";
+    }
+    return "Spectrum_";
+}
+
+SpecWriteErr errorOf(RecordingFile::Failure failure)
+{
+    switch (failure) {
+    case RecordingFile::Failure::None:
+        break;
+    case RecordingFile::Failure::CannotOpen:
+        return SpecErrCannotOpen;
+    case RecordingFile::Failure::WriteFailed:
+        return SpecErrWriteFailed;
+    case RecordingFile::Failure::DiskFull:
+        return SpecErrDiskFull;
+    }
+    return SpecErrNone;
 }
 
 } // namespace
@@ -18,7 +59,10 @@ NvxSpecWriter::NvxSpecWriter(int maxNumRecs, std::wstring path)
 {
 }
 
-NvxSpecWriter::~NvxSpecWriter() = default;
+NvxSpecWriter::~NvxSpecWriter()
+{
+    closeFile();
+}
 
 void NvxSpecWriter::finishFile()
 {
@@ -28,8 +72,14 @@ void NvxSpecWriter::finishFile()
 
 void NvxSpecWriter::closeFile()
 {
-    m_file.close();
     m_numRecs = 0;
+    if (!m_file.isOpen())
+        return;
+    const auto failure = m_fileKind == FftModeNoise ? m_file.closeAs(m_path) : m_file.close();
+    if (failure == RecordingFile::Failure::None)
+        return;
+    nvxLog(NvxLogLevel::Warning, "A file could not be completed: " + toUtf8(m_file.path()));
+    fail(failure);
 }
 
 int NvxSpecWriter::handleEvent(int state, StateEvent& event)
@@ -42,12 +92,11 @@ int NvxSpecWriter::handleEvent(int state, StateEvent& event)
     if (m_error != SpecErrNone)
         return Idle;
     if (const auto* header = dynamic_cast<const NvxSpectrumFileHeader*>(specEvent->data())) {
-        closeFile();
         m_header = *header;
     } else if (const auto* record = dynamic_cast<const NvxComSpectrumEventData*>(specEvent->data())) {
-        if (m_maxNumRecs > 0 && m_numRecs >= m_maxNumRecs)
+        if (m_file.isOpen() && endsBefore(*record))
             closeFile();
-        if (!m_file.isOpen())
+        if (m_error == SpecErrNone && !m_file.isOpen())
             open(*record);
         if (m_error == SpecErrNone)
             writeRecord(*record);
@@ -55,59 +104,93 @@ int NvxSpecWriter::handleEvent(int state, StateEvent& event)
     return m_file.isOpen() ? Recording : Idle;
 }
 
+bool NvxSpecWriter::endsBefore(const NvxComSpectrumEventData& record) const
+{
+    if (!m_header.fitsFileOf(m_fileHeader) || record.fileKind(m_header.typeMode()) != m_fileKind ||
+        record.columnLayout() != m_columnLayout) {
+        if (m_fileKind == FftModeNoise)
+            nvxLog(NvxLogLevel::Warning,
+                   "The parameters of the noise spectra changed, the file ends: " + toUtf8(m_path));
+        return true;
+    }
+    if (m_fileKind == FftModeNoise || m_maxNumRecs <= 0)
+        return false;
+    if (!m_timeType)
+        return m_numRecs >= m_maxNumRecs;
+    return record.dataTime() / secondsPerFile() != m_firstTime / secondsPerFile();
+}
+
+uint64_t NvxSpecWriter::secondsPerFile() const
+{
+    const double perRecord = m_updateRate > 0.0F ? double{m_updateRate} : 1.0;
+    const double seconds = std::round(m_maxNumRecs * perRecord);
+    constexpr double longest = 1e12;
+    return static_cast<uint64_t>(std::clamp(seconds, 1.0, longest));
+}
+
 void NvxSpecWriter::open(const NvxComSpectrumEventData& record)
 {
-    std::string name = toUtf8(m_header.fname());
-    if (name.empty())
-        name = HydUtil::dateTimeFname(std::string(unnamedFilePrefix(m_header.typeMode())),
-                                      static_cast<long long>(m_header.startDt()));
-    const auto failure = m_file.create(m_directory, name, ".txt");
+    const bool sameHeader =
+        m_header.fname() == m_fileHeader.fname() && m_header.startDt() == m_fileHeader.startDt();
+    m_fileHeader = m_header;
+    NvxSpectrumFileHeader stated = m_header;
+    if (sameHeader) {
+        stated.setStartDt(record.dataTime());
+        stated.setStartSample(record.seqNum());
+        stated.setFname(fromUtf8(
+            HydUtil::replaceDateTime(toUtf8(m_header.fname()), static_cast<long long>(record.dataTime()))));
+    }
+    m_fileKind = record.fileKind(m_header.typeMode());
+    m_columnLayout = record.columnLayout();
+    m_firstTime = record.dataTime();
+    if (stated.fname().empty())
+        stated.setFname(fromUtf8(HydUtil::dateTimeFname(std::string(unnamedFilePrefix(m_fileKind)),
+                                                        static_cast<long long>(stated.startDt()))));
+    const bool replaces = m_fileKind == FftModeNoise;
+    const std::string name = toUtf8(stated.fname());
+    const auto failure = m_file.create(m_directory, name, replaces ? kUnfinishedExtension : kExtension);
     if (failure != RecordingFile::Failure::None) {
         fail(failure);
         return;
     }
+    m_path = replaces ? RecordingFile::joined(m_directory, name, kExtension) : m_file.path();
     m_numRecs = 0;
-    m_newFile = true;
-    append(m_header.text() + record.columnTitles() + "\n");
+    m_text.clear();
+    stated.appendLines(m_text, record);
+    record.appendTitles(m_text, stated);
+    m_text += '\n';
+    m_newFile = append(m_text);
 }
 
 void NvxSpecWriter::writeRecord(const NvxComSpectrumEventData& record)
 {
-    append(record.line() + "\n");
-    ++m_numRecs;
+    m_text.clear();
+    record.appendLine(m_text);
+    m_text += '\n';
+    if (append(m_text))
+        ++m_numRecs;
 }
 
-void NvxSpecWriter::append(const std::string& text)
+/// After a failure the file is closed without what found no room: half a line is worth nothing, and no file
+/// is left where not even the header did.
+bool NvxSpecWriter::append(const std::string& text)
 {
     const uint64_t before = m_file.size();
     auto failure = m_file.append({reinterpret_cast<const uint8_t*>(text.data()), text.size()});
     if (failure == RecordingFile::Failure::None)
         failure = m_file.flush();
     if (failure == RecordingFile::Failure::None)
-        return;
-    // Half a line is worth nothing, and a file without a record neither.
+        return true;
     if (m_numRecs == 0)
         m_file.discard();
     else
         m_file.closeCutTo(before);
     fail(failure);
+    return false;
 }
 
 void NvxSpecWriter::fail(RecordingFile::Failure failure)
 {
-    switch (failure) {
-    case RecordingFile::Failure::None:
-        m_error = SpecErrNone;
-        break;
-    case RecordingFile::Failure::CannotOpen:
-        m_error = SpecErrCannotOpen;
-        break;
-    case RecordingFile::Failure::WriteFailed:
-        m_error = SpecErrWriteFailed;
-        break;
-    case RecordingFile::Failure::DiskFull:
-        m_error = SpecErrDiskFull;
-        break;
-    }
+    m_error = errorOf(failure);
     m_newFile = false;
 }

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "NvxQtCommon/contract/base/Export.h"
+#include "NvxQtCommon/contract/recording/RecordingEnums.h"
 
 #include <cstdint>
 #include <string>
+
+class NvxSpectrumFileHeader;
 
 /// Base of everything that a SpecStreamEvent can carry. Made by the caller, dispatched, and deleted by the
 /// caller: whoever wants to keep it copies it.
@@ -34,15 +37,23 @@ public:
     void setDataTime(unsigned long long time) { m_dataTime = time; }
     unsigned long long dataTime() const { return m_dataTime; }
 
-    /// Titles of the columns of a file of such records, the first one "Time", with tabs between them.
-    virtual std::string columnTitles() const = 0;
-    /// The record as a line of such a file, with tabs between the columns and without a line end.
-    virtual std::string line() const = 0;
+    /// Kind of the files that hold such records, whatever the header says; spectra are of the kind that a
+    /// header asks for, as far as it is one of spectra.
+    virtual FFTMode fileKind(FFTMode headerMode) const = 0;
+    /// Tells records of one kind apart that don't fit the same columns.
+    virtual uint32_t columnLayout() const { return 0; }
+    /// Appends the titles of the columns, the first one "Time", with tabs between them.
+    virtual void appendTitles(std::string& out, const NvxSpectrumFileHeader& header) const = 0;
+    /// Appends the record as a line of its file, with tabs between the columns and without a line end.
+    virtual void appendLine(std::string& out) const = 0;
 
 protected:
     NvxComSpectrumEventData() = default;
     NvxComSpectrumEventData(const NvxComSpectrumEventData&) = default;
     NvxComSpectrumEventData& operator=(const NvxComSpectrumEventData&) = default;
+
+    /// Appends the first two columns of every kind, time and comment.
+    void appendTimeAndComment(std::string& out) const;
 
 private:
     std::string m_comment;

@@ -1,14 +1,15 @@
 #include "NvxQtCommon/contract/recording/NvxWavTimeData.h"
 
 #include "NvxQtCommon/contract/base/Utf8.h"
-#include "NvxQtCommon/contract/identity/HydDeviceId.h"
-#include "NvxQtCommon/contract/recording/HydUtil.h"
+#include "NvxQtCommon/contract/recording/RecordText.h"
 
 namespace {
 
-std::string numberOrNothing(const std::optional<int>& value)
+void appendKnown(std::string& out, const std::optional<int>& value)
 {
-    return value ? std::to_string(*value) : std::string();
+    out += '\t';
+    if (value)
+        RecordText::appendNumber(out, *value);
 }
 
 } // namespace
@@ -27,17 +28,24 @@ NvxWavTimeData::fromWavTestData(const std::shared_ptr<NvxWavTestInfoData>& info)
     return record;
 }
 
-std::string NvxWavTimeData::columnTitles() const
+FFTMode NvxWavTimeData::fileKind(FFTMode /*headerMode*/) const
 {
-    return "Time\tDate\tComputer time (ms)\tSequence\tSamples\tElapsed (ms)\tDevice\tSerial\tName\tComment";
+    return FftModeWavTime;
 }
 
-std::string NvxWavTimeData::line() const
+void NvxWavTimeData::appendTitles(std::string& out, const NvxSpectrumFileHeader& /*header*/) const
 {
-    const auto time = static_cast<long long>(dataTime());
-    return HydUtil::specTimeStamp(time) + '\t' + HydUtil::specDateStamp(time) + '\t' +
-           std::to_string(m_info.curTime) + '\t' + std::to_string(seqNum()) + '\t' +
-           numberOrNothing(m_sizeData) + '\t' + numberOrNothing(m_procTime) + '\t' +
-           deviceTypeText(m_info.deviceType) + '\t' + std::to_string(m_info.serialNo) + '\t' +
-           toUtf8(m_info.filename) + '\t' + comment();
+    out += "Time\tComment\tDevice\tSerial\tComputer time (ms)\tSequence\tSamples\tElapsed (ms)\tName";
+}
+
+void NvxWavTimeData::appendLine(std::string& out) const
+{
+    appendTimeAndComment(out);
+    RecordText::appendDevice(out, HydDeviceId(m_info.deviceType, m_info.serialNo));
+    RecordText::appendField(out, m_info.curTime);
+    RecordText::appendField(out, seqNum());
+    appendKnown(out, m_sizeData);
+    appendKnown(out, m_procTime);
+    out += '\t';
+    RecordText::appendText(out, toUtf8(m_info.filename));
 }

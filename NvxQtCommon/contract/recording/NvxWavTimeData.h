@@ -23,8 +23,9 @@ public:
     std::optional<int> procTime() const { return m_procTime; }
     const NvxWavTestInfoData& info() const { return m_info; }
 
-    std::string columnTitles() const override;
-    std::string line() const override;
+    FFTMode fileKind(FFTMode headerMode) const override;
+    void appendTitles(std::string& out, const NvxSpectrumFileHeader& header) const override;
+    void appendLine(std::string& out) const override;
 
 private:
     NvxWavTestInfoData m_info;

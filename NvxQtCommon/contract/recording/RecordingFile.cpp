@@ -3,7 +3,6 @@
 #include "NvxQtCommon/contract/base/Utf8.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <system_error>
 
 namespace {
@@ -12,15 +11,6 @@ constexpr int kMaxSameName = 10000;
 constexpr size_t kGatherSize = size_t{64} * 1024;
 // From here on a system call costs less than one more copy.
 constexpr size_t kDirectSize = size_t{16} * 1024;
-
-std::filesystem::path systemPath(const std::wstring& path)
-{
-#ifdef _WIN32
-    return std::filesystem::path(path);
-#else
-    return std::filesystem::path(toUtf8(path));
-#endif
-}
 
 /// Null with errno EEXIST when the file exists.
 std::FILE* openExclusively(const std::wstring& path)
@@ -63,16 +53,31 @@ RecordingFile::~RecordingFile()
     close();
 }
 
+std::filesystem::path RecordingFile::systemPath(const std::wstring& path)
+{
+#ifdef _WIN32
+    return std::filesystem::path(path);
+#else
+    return std::filesystem::path(toUtf8(path));
+#endif
+}
+
+std::wstring RecordingFile::joined(const std::wstring& directory, const std::string& name,
+                                   const char* extension)
+{
+    std::wstring path = directory;
+    if (!path.empty() && path.back() != L'/')
+        path += L'/';
+    return path + fromUtf8(name) + fromUtf8(extension);
+}
+
 RecordingFile::Failure RecordingFile::create(const std::wstring& directory, const std::string& name,
                                              const char* extension)
 {
     close();
-    std::wstring place = directory;
-    if (!place.empty() && place.back() != L'/')
-        place += L'/';
     for (int number = 1; number <= kMaxSameName; ++number) {
         const std::string numbered = number == 1 ? name : name + '_' + std::to_string(number);
-        const std::wstring path = place + fromUtf8(numbered + extension);
+        const std::wstring path = joined(directory, numbered, extension);
         errno = 0;
         m_file.reset(openExclusively(path));
         if (m_file) {
@@ -165,4 +170,17 @@ void RecordingFile::discard()
     close();
     std::error_code ignored;
     std::filesystem::remove(systemPath(m_path), ignored);
+}
+
+RecordingFile::Failure RecordingFile::closeAs(const std::wstring& target)
+{
+    const Failure closed = close();
+    if (closed != Failure::None)
+        return closed;
+    std::error_code error;
+    std::filesystem::rename(systemPath(m_path), systemPath(target), error);
+    if (error)
+        return Failure::WriteFailed;
+    m_path = target;
+    return Failure::None;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <span>
 #include <string>
@@ -43,6 +44,14 @@ public:
     void closeCutTo(uint64_t size);
     /// Closes and removes the file.
     void discard();
+    /// Closes the file and gives it the path `target`, in place of a file that is there. After a failure it
+    /// keeps its name.
+    Failure closeAs(const std::wstring& target);
+
+    /// `path` as the system takes it.
+    static std::filesystem::path systemPath(const std::wstring& path);
+    /// `directory`/`name``extension`.
+    static std::wstring joined(const std::wstring& directory, const std::string& name, const char* extension);
 
     /// Bytes in the open file, gathered ones included.
     uint64_t size() const { return m_written + m_gathered.size(); }
