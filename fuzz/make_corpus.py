@@ -32,7 +32,21 @@ def seeds(target, messages):
     write(target, "all-cut", together[:-3])
 
 
+def spectrum_files():
+    header = (b"Nerivox spectrum file\t1\nType\t0\nName\tSpec_20240229_123456\nClient\tclient\nDevice type\t5\nSerial\t42\n"
+              b"Start\t2024-02-29 12:34:56\nStart sample\t4886718345\nContinued\t1\nContinued from\tSpec\n"
+              b"Continued from time\t2024-02-29 12:33:56\nSpectra by\tcomputer\nSample rate (Hz)\t48000\nPoints\t1024\n"
+              b"Points between\t512\nAccumulations\t20\nPower calculation\t3\nReference level (dB re 1 V)\t-180\n"
+              b"Sensitivity (dB re 1 V/uPa)\t-170.4\n")
+    titles = b"Time\tComment\tTemperature (C)\tHumidity (%)\tSequence\t0\t46.875\n"
+    yield "bytes", header + titles + b"2024-02-29 12:34:56\tquiet\t12.3\t45.6\t5000000001\t0\t255\n"
+    yield "decimals", header + titles + b"2024-02-29 12:34:56\t\t12.3\t45.6\t1\t-0.5\t1e-300\n"
+    yield "time-of-day", header + b"12:34:56\t\t0\t0\t0\t1\n00:00:01\t\t0\t0\t0\t2\n"
+    yield "broken-rows", header + titles + b"2024-02-30 12:34:56\t\t0\t0\t0\t1\n12:34:56\t\tnan\t0\t0\t2\n\n\t\t\t\t\t\n"
+
+
 if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
     seeds("marco", make_golden.marco_messages())
     seeds("stream", make_golden.stream_messages())
+    seeds("spectrum", spectrum_files())
