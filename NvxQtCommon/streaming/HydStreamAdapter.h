@@ -10,6 +10,7 @@
 #include "NvxQtCommon/contract/stream/HydStreamType.h"
 #include "NvxQtCommon/settings/CSignalPowerSettings.h"
 #include "NvxQtCommon/streaming/NvxDataScale.h"
+#include "NvxQtCommon/streaming/NvxNoiseFilter.h"
 #include "NvxQtCommon/streaming/PowerTable.h"
 
 #include <QAbstractSocket>
@@ -92,6 +93,7 @@ public:
     void disConnectStreamConnections();
 
     /// Takes the sample rate from the settings: the wave rate for wave streams, the spectrum rate for others.
+    /// A noise filter that doesn't fit it is given up with signalNoNoiseFltr.
     void setSampleRate(const HydJobSettings& settings);
     /// Takes over `dev` as the device of this stream when it has this stream's device id: the whole record,
     /// so that what `dev` doesn't hold, such as job settings or an alias, is forgotten here. The job settings
@@ -103,15 +105,26 @@ public:
     void handleDataCollectMessage(std::shared_ptr<HydDataCollectCmd const> cmd);
     /// Passes a notification on, and ends the stream unless its code is for information (2 and 4).
     void notifyProc(std::shared_ptr<HydStreamNotifyPayload> payload);
-    /// Turns a spectrum's byte values from half dB into dB (unless the stream is a spectrum file), emits
-    /// signalTotalPower and passes it on. It works in place: a payload goes through it once. Null is ignored;
-    /// a spectrum without values has the power 0.
+    /// Turns a spectrum's byte values from half dB into dB (unless the stream is a spectrum file), subtracts
+    /// the noise filter into its double values, emits signalTotalPower and passes it on. It works in place: a
+    /// payload goes through it once. Null is ignored; a spectrum without values has the power 0.
     void dataProcFFT(std::shared_ptr<HydStreamDataPayload> payload);
 
     /// Takes all words but the reference type, which becomes 0. This is intended.
     void setDeviceScale(NvxDataScale const& scale);
     /// Sets the reference type to 0 whatever it is given. This is intended.
     void setRefType(eReferenceType type);
+    /// Copies the filter onto the adapter's own; null changes nothing.
+    void setNoiseFilter(std::shared_ptr<NvxNoiseFilter> filter);
+    /// What spectra do with the ambient noise. For a mode that is on, where the adapter has no filter yet, it
+    /// is read from the device's file in `folder`; a filter that can't be read or whose rate isn't that of
+    /// the device is told by signalNoNoiseFltr, and the mode is off. A filter that was made once stays. This
+    /// is intended.
+    void setNoiseFiltMode(NOISE_FILTER_MODE mode, QString folder);
+    NOISE_FILTER_MODE noiseFiltMode() const { return m_noiseFiltMode; }
+    /// True for a spectrum-like stream whose mode is on.
+    bool ifNoiseFilterSuitable() const;
+
     /// Which bins count towards total power; all of them until it is called.
     void setSignalPowerSet(CSignalPowerSettings const& settings);
 
@@ -151,6 +164,7 @@ Q_SIGNALS:
     /// Level in dB of the sum of a spectrum's powers, 0 for a sum of 1e-9 or less. `devId` is that of the
     /// device record.
     void signalTotalPower(HydDeviceId const& devId, double val);
+    /// The noise filter doesn't fit; spectra pass unfiltered from here on.
     void signalNoNoiseFltr(std::string mes, HydDeviceId devId);
 
 public Q_SLOTS:
@@ -218,7 +232,11 @@ private:
     void handleData(std::shared_ptr<HydStreamDataPayload> data);
     void emitHeader(std::shared_ptr<HydStreamEventHeaderPayload> header);
     void emitData(std::shared_ptr<HydStreamDataPayload> data);
-    double processBins(const HydStreamDataChunk& chunk, float offset);
+    bool isSpectrumLike() const;
+    bool isNoiseFiltOn() const;
+    bool filters(const HydStreamDataChunk* chunk) const;
+    double processBins(const HydStreamDataChunk& chunk, bool filtering);
+    void giveUpNoiseFilter(const std::string& reason);
 
     CircularByteBuffer m_rxBuffer{kBufferSize};
     std::unique_ptr<unsigned char[]> m_readBuffer;
@@ -246,5 +264,7 @@ private:
     int32_t m_minBin = 0;
     int32_t m_maxBin = 0;
     PowerTable m_powerTable;
+    NOISE_FILTER_MODE m_noiseFiltMode = NoiseFilterOff;
+    std::shared_ptr<NvxNoiseFilter> m_noiseFilter;
     Clock m_clock;
 };

@@ -130,16 +130,15 @@ int32_t HydStreamAdapter::rateOf(const HydJobSettings& settings) const
     return static_cast<int32_t>(m_streamType == StreamWave ? settings.wavRate() : settings.fftRate());
 }
 
-void HydStreamAdapter::setSampleRate(const HydJobSettings& settings)
-{
-    m_sampleRate = rateOf(settings);
-}
-
 void HydStreamAdapter::handleHeader(std::shared_ptr<HydStreamEventHeaderPayload> header)
 {
     const HydJobSettings& settings = m_device.jobSettings();
-    if (m_sampleRate != rateOf(settings))
+    if (m_sampleRate != rateOf(settings)) {
+        QPointer<HydStreamAdapter> self(this);
         setSampleRate(settings);
+        if (self.isNull())
+            return;
+    }
     if (const auto& key = header->eventKey(); key != nullptr && !checkSequence(*key))
         return;
     emitHeader(std::move(header));

@@ -114,6 +114,7 @@ private Q_SLOTS:
     void leastPower_data();
     void leastPower();
     void spectraWithoutValues();
+    void fewerBytesThanBins();
     void spectrumOf65535Bins();
     void strangeRanges_data();
     void strangeRanges();
@@ -377,6 +378,21 @@ void tst_HydStreamAdapterSpectra::spectraWithoutValues()
     }
     QCOMPARE(spectra.powers.size(), 4);
     QCOMPARE(spectra.data.size(), 4);
+}
+
+void tst_HydStreamAdapterSpectra::fewerBytesThanBins()
+{
+    Spectra spectra;
+    spectra.setOffset(0.0F);
+    const auto payload = std::make_shared<HydStreamDataPayload>(
+        key(1, 0),
+        std::make_shared<HydStreamDataChunkV0>(0U, static_cast<unsigned char>(1),
+                                               static_cast<unsigned char>(131), uint16_t{65535}, 2U, false));
+    payload->data()->bytes()[0] = 20;
+    payload->data()->bytes()[1] = 20;
+    spectra.adapter.dataProcFFT(payload);
+    QCOMPARE(static_cast<int>(payload->data()->bytes()[1]), 10);
+    QVERIFY(isNear(spectra.powers.last()[1].toDouble(), 10 * std::log10(20.0)));
 }
 
 void tst_HydStreamAdapterSpectra::spectrumOf65535Bins()

@@ -4,6 +4,7 @@
 #include "tests/streaming/StreamFixture.h"
 #include "tests/streaming/StreamFrames.h"
 #include "tests/support/FftParamsGuard.h"
+#include "tests/support/TestSeed.h"
 
 #include <QRandomGenerator>
 
@@ -78,9 +79,7 @@ void tst_PowerTable::offsetsMayAlternate()
 
 void tst_PowerTable::totalPowerHasTheBitsOfThePlainLoop()
 {
-    const quint32 seed = QRandomGenerator::global()->generate();
-    qInfo("seed %u", seed);
-    QRandomGenerator random(seed);
+    QRandomGenerator random(testSeed());
     FFT_Params_FFT.setNumBins(65535);
     HydStreamAdapter adapter(StreamSpectrumFile, 1, kDevice, kLongPeriod, false);
     double total = 0.0;
