@@ -4,6 +4,7 @@
 #include "tests/support/NvxTestCase.h"
 
 #include <algorithm>
+#include <type_traits>
 
 class tst_HydStreamDataChunk : public NvxTestCase
 {
@@ -35,6 +36,8 @@ private Q_SLOTS:
 
 void tst_HydStreamDataChunk::virtualFunctionsKeepTheirPlaces()
 {
+    static_assert(
+        std::is_same_v<decltype(&HydStreamDataChunk::numSamples), uint16_t (HydStreamDataChunk::*)() const>);
     QCOMPARE(virtualPlace(&HydStreamDataChunk::numSamples), size_t(9));
     QCOMPARE(virtualPlace(&HydStreamDataChunk::bytes), size_t(10));
     QCOMPARE(virtualPlace(&HydStreamDataChunk::doubles), size_t(14));

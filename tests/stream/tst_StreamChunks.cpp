@@ -101,6 +101,10 @@ void tst_StreamChunks::keyReadsItsRecord()
 
 void tst_StreamChunks::virtualFunctionsOfTheKeyKeepTheirPlaces()
 {
+    static_assert(
+        std::is_same_v<decltype(&HydEventKeyChunk::eventId), uint64_t (HydEventKeyChunk::*)() const>);
+    static_assert(
+        std::is_same_v<decltype(&HydEventKeyChunk::sequence), int64_t (HydEventKeyChunk::*)() const>);
     QCOMPARE(virtualPlace(&HydEventKeyChunk::eventId), size_t(5));
     QCOMPARE(virtualPlace(&HydEventKeyChunk::sequence), size_t(6));
 }

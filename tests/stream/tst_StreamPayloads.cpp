@@ -15,6 +15,7 @@ private Q_SLOTS:
     void adjacentIsSetLater();
     void payloadsAreToldApartByTheirClass();
     void streamTypeIsWritable();
+    void streamTypeStandsAtTheFront();
     void lastEventStandsOnKeyAndPayload_data();
     void lastEventStandsOnKeyAndPayload();
     void noiseFilteredIsAFlag();
@@ -132,6 +133,23 @@ void tst_StreamPayloads::streamTypeIsWritable()
     static_assert(sizeof(payload.streamType) == 1);
     payload.streamType = StreamEpoch;
     QCOMPARE(payload.streamType, StreamEpoch);
+}
+
+void tst_StreamPayloads::streamTypeStandsAtTheFront()
+{
+    // Right behind the pointer to the virtual functions, in every class: makers of payloads write it there.
+    const auto front = [](auto& payload) {
+        payload.streamType = StreamSpectrumFile;
+        return reinterpret_cast<const unsigned char*>(&payload)[sizeof(void*)];
+    };
+    auto header = makeHeader(1);
+    HydStreamDataPayload data(nullptr, nullptr);
+    HydStreamNotifyPayload notify(3);
+    HydStatusDataPayload status;
+    QCOMPARE(int(front(header)), int(StreamSpectrumFile));
+    QCOMPARE(int(front(data)), int(StreamSpectrumFile));
+    QCOMPARE(int(front(notify)), int(StreamSpectrumFile));
+    QCOMPARE(int(front(status)), int(StreamSpectrumFile));
 }
 
 void tst_StreamPayloads::lastEventStandsOnKeyAndPayload_data()

@@ -378,6 +378,24 @@ private Q_SLOTS:
         NOTHING_SENT(stream);
     }
 
+    void silenceOfAStoppedLimitedStreamIsForgotten()
+    {
+        Stream stream;
+        stream.adapter.setDuration(120);
+        CONNECT_STREAM(stream);
+        stream.adapter.startStream();
+        FEED_STREAM(stream);
+        stream.adapter.stopStream();
+        // It is silent since it was stopped: that says nothing about the next stream.
+        stream.now += 3;
+        stream.adapter.streamAliveTimeOut();
+        stream.now -= 3;
+        stream.adapter.startStream();
+        QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
+        stream.adapter.streamAliveTimeOut();
+        QVERIFY(spyStaysEmpty(started, 30));
+    }
+
     void limitedStreamThatIsStillAliveIsLeftAlone()
     {
         Stream stream;

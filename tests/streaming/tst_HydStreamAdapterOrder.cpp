@@ -93,8 +93,15 @@ private Q_SLOTS:
         Stream stream;
         START_STREAM(stream);
         stream.signalsSeen.clear();
+        qint64 waiting = -1;
+        connect(
+            &stream.adapter, &HydStreamAdapter::streamStopped, this,
+            [&] { waiting = stream.socket->bytesToWrite(); }, Qt::SingleShotConnection);
         stream.adapter.stopStream();
         QCOMPARE(stream.signalsSeen, QStringList{QStringLiteral("stopped c")});
+        // The message has left: no turn of the event loop was needed.
+        QCOMPARE(waiting, qint64{0});
+        QTRY_COMPARE(stream.peer.received(), kStop);
     }
 
     void durationIsTakenAheadOfItsSignal()
