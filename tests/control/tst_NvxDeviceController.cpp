@@ -376,6 +376,9 @@ void tst_NvxDeviceController::failedTimeChangesNothing()
     QCOMPARE(spies.total(), 1);
     QCOMPARE(controller.device()->timeUtc(), 77);
     QVERIFY(!controller.findChild<QTimer*>()->isActive());
+    // Every other number is a time.
+    controller.handleAdapterResponse(std::make_shared<HydSetTimeCmd>(-2));
+    QCOMPARE(controller.device()->timeUtc(), -2);
 }
 
 void tst_NvxDeviceController::oneEqualTimeIsNotEnough()
