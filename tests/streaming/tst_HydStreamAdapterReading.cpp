@@ -184,7 +184,7 @@ private Q_SLOTS:
         stream.peer.send(frame(std::make_shared<HydStreamDataPayload>(key(1, 0), bins)));
         QTRY_COMPARE(stream.data.size(), 1);
         const auto payload = stream.data[0][0].value<std::shared_ptr<HydStreamDataPayload>>();
-        QCOMPARE(payload->data()->numSamples(), quint16{3});
+        QCOMPARE(valuesOf(*payload), (std::vector<unsigned char>{0, 127, 1}));
         QCOMPARE(payload->streamType, StreamSpectrum);
     }
 

@@ -1,6 +1,9 @@
 // How NvxNoiseFilter reads a spectrum file.
+#include "NvxQtCommon/contract/recording/NvxSpecWriter.h"
+#include "NvxQtCommon/contract/recording/SpecStreamEvent.h"
 #include "NvxQtCommon/streaming/NvxNoiseFilter.h"
 #include "tests/streaming/NoiseFile.h"
+#include "tests/streaming/StreamFrames.h"
 #include "tests/support/NvxTestCase.h"
 
 namespace {
@@ -15,6 +18,13 @@ struct FileFilter
     NoiseFile file;
     NvxNoiseFilter filter{HydDeviceId(DevTypeRecorderA, 7), file.folder(), SampRate{1}};
 };
+
+void write(NvxSpecWriter& writer, NvxSpectrumEventData& data)
+{
+    SpecStreamEvent event(&data);
+    while (!event.isConsumed())
+        writer.dispatch(&event);
+}
 
 std::vector<float> floats(const QList<float>& values)
 {
@@ -33,6 +43,7 @@ private Q_SLOTS:
     void headerIsTakenOver();
     void fileOfTheKindIsTaken();
     void decimalSpectraAreReadAsBytes();
+    void filesOfTheWriterAreRead();
     void readingAddsToWhatIsThere();
     void lastLineNeedsNoEnd();
     void emptyLines_data();
@@ -94,6 +105,32 @@ void tst_NvxNoiseFilterFile::decimalSpectraAreReadAsBytes()
                  "2024-02-29 12:34:57\t\t11.5\t40\t0\t10.4\t-3.5\t300.25\n");
     QVERIFY(f.filter.read(2000));
     QCOMPARE(f.filter.data(), floats({10, 0, 255}));
+}
+
+void tst_NvxNoiseFilterFile::filesOfTheWriterAreRead()
+{
+    FileFilter f("an older file");
+    NvxSpectrumFileHeader header;
+    header.setFname(f.filter.fileNameForm().toStdWString());
+    header.setTypeMode(FftModeNoise);
+    header.setStartDt(NoiseFile::kStart);
+    header.setSampleRate(96000);
+    header.setNumPts(4096);
+    NvxSpecWriter writer(1, f.file.folder().toStdWString());
+    write(writer, header);
+    for (const unsigned char value : {10, 20, 33}) {
+        const auto spectrum =
+            streamframes::spectrum(std::vector<unsigned char>{value, 255, 0}, NoiseFile::kStart);
+        write(writer, *NvxSpectrumFileData::fromStreamData(*spectrum));
+    }
+    QVERIFY(!f.filter.read(96000));
+    writer.finishFile();
+    QCOMPARE(writer.errorCode(), SpecErrNone);
+    QVERIFY(f.filter.read(96000));
+    QCOMPARE(f.filter.data(), floats({63, 765, 0}));
+    QCOMPARE(f.filter.count(), 3);
+    QCOMPARE(f.filter.numPts(), 4096U);
+    QCOMPARE(f.filter.dateTime().toSecsSinceEpoch(), NoiseFile::kStart);
 }
 
 void tst_NvxNoiseFilterFile::readingAddsToWhatIsThere()
