@@ -12,6 +12,8 @@
 #include "NvxQtCommon/contract/message/HydDataCollectCmd.h"
 #include "NvxQtCommon/contract/message/HydMarcoPayloads.h"
 #include "NvxQtCommon/contract/message/HydTrigger.h"
+#include "NvxQtCommon/contract/recording/DetectorRecords.h"
+#include "NvxQtCommon/contract/recording/DetectorSettings.h"
 #include "NvxQtCommon/contract/recording/NvxWavTestInfoData.h"
 #include "NvxQtCommon/contract/stream/HydStreamType.h"
 #include "NvxQtCommon/contract/stream/StreamPayloads.h"
@@ -46,6 +48,8 @@ Q_DECLARE_METATYPE(NvxDevice)
 Q_DECLARE_METATYPE(HydDevice)
 Q_DECLARE_METATYPE(HydJobSettings)
 Q_DECLARE_METATYPE(NvxWavTestInfoData)
+Q_DECLARE_METATYPE(SImpDetectSettings)
+Q_DECLARE_METATYPE(SSELSettings)
 Q_DECLARE_METATYPE(std::string)
 Q_DECLARE_METATYPE(std::vector<HydDeviceId>)
 
@@ -65,6 +69,9 @@ Q_DECLARE_METATYPE(std::shared_ptr<HydStreamEventHeaderPayload>)
 Q_DECLARE_METATYPE(std::shared_ptr<HydStreamDataPayload>)
 Q_DECLARE_METATYPE(std::shared_ptr<HydStreamNotifyPayload>)
 Q_DECLARE_METATYPE(std::shared_ptr<HydStatusDataPayload>)
+Q_DECLARE_METATYPE(std::shared_ptr<SWavStatistics>)
+Q_DECLARE_METATYPE(std::shared_ptr<SImpulseStatistics>)
+Q_DECLARE_METATYPE(std::shared_ptr<SClickStatistics>)
 
 /// Registers the types above by name, for connections made with SIGNAL() and SLOT() and for
 /// QMetaType::fromName(). Cheap to call again; from any thread. Controllers and adapters call it.

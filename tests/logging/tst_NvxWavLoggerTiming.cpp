@@ -162,8 +162,7 @@ private Q_SLOTS:
         for (uint32_t i = 0; i < 7; ++i)
             header(kTime + i, 1000 * i);
         QCOMPARE(newFile.size(), 3);
-        QCOMPARE(newFile[1].first().toString(),
-                 m_dir->filePath(QStringLiteral("Time_20240229_123459.txt")));
+        QCOMPARE(newFile[1].first().toString(), m_dir->filePath(QStringLiteral("Time_20240229_123459.txt")));
         QCOMPARE(rowsOf(newFile[1].first().toString()).size(), 3);
     }
 
