@@ -491,6 +491,20 @@ private Q_SLOTS:
         QCOMPARE(story.name, QStringLiteral("ABC0042_20240229_124002.wav"));
     }
 
+    void setupAloneEndsTheFileBehindItsLastSample()
+    {
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->info(kTime + 1, 1000));
+        QVERIFY(m_feeder->block(kTime + 1, 1000, 300));
+        m_feeder->rate = 2000;
+        QVERIFY(m_feeder->setup(kTime + 2, 1000));
+        QVERIFY(m_feeder->block(kTime + 2, 1000, 10));
+        m_writer->finishFile();
+        QCOMPARE(m_feeder->newFiles.size(), 2);
+        QCOMPARE(storyOf(m_feeder->newFiles.first()).frames, 1300);
+        QCOMPARE(storyOf(m_feeder->newFiles.last()).startSample, uint64_t{1300});
+    }
+
     void keylessInfoBeforeTheSetupLeavesTimeAndStart()
     {
         QVERIFY(m_feeder->second(kTime, 0));

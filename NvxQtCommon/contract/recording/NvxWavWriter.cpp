@@ -97,7 +97,6 @@ void NvxWavWriter::finishFile()
     if (m_stopped) {
         m_error = WavErrNone;
         m_info.reset();
-        m_setup.reset();
     }
     m_reopening = false;
     completeFile();
@@ -159,7 +158,7 @@ void NvxWavWriter::handleSetup(int state, const NvxWavSetupData& setup, const Wa
         static_cast<uint32_t>(event.timeStamp()) == m_headerTime && event.sequence() == m_headerStart;
     const bool mayClose = eventHasKey(event) && (!belongsToInfo || m_headerMayClose);
     if (state == Recording && mayClose && (isInOtherSpan(event) || isOtherFormat(setup)))
-        return endForReopening(event, m_infoSinceOpen ? m_info->startSample() : nextSample());
+        return endForReopening(event, nextSample());
     m_setup = std::make_shared<NvxWavSetupData>(setup);
     if (state == Reopening)
         openNext();
@@ -186,7 +185,6 @@ void NvxWavWriter::handleData(int state, const NvxWavDataChunk& chunk, const Wav
 void NvxWavWriter::keepInfo(const NvxWavInfoData& info, const WavStreamEvent& event, bool mayClose)
 {
     m_info = info.clone();
-    m_infoSinceOpen = true;
     m_headerMayClose = mayClose;
     if (eventHasKey(event)) {
         m_headerTime = static_cast<uint32_t>(event.timeStamp());
@@ -234,7 +232,6 @@ void NvxWavWriter::open(uint32_t eventTime)
     m_fileTime = m_info->timestamp();
     m_fileStart = m_info->startSample();
     m_openEventTime = eventTime;
-    m_infoSinceOpen = false;
     m_samples = 0;
     m_sizesWritten = false;
     m_samplesInHeader = 0;

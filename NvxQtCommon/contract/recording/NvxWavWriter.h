@@ -116,7 +116,6 @@ private:
     uint32_t m_headerTime = 0;     ///< event time of the latest info that had a key
     uint64_t m_headerStart = 0;    ///< its start sample
     bool m_headerMayClose = false; ///< what holds for the latest info and for the setup that belongs to it
-    bool m_infoSinceOpen = false;  ///< an info has come since the file was opened
 
     // A file has ended, and the next one waits for its setup or its first block.
     bool m_reopening = false;
