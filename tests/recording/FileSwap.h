@@ -23,6 +23,12 @@ inline int descriptorOf(const QString& path)
     return -1;
 }
 
+/// Whether the descriptor leads anywhere.
+inline bool isOpenDescriptor(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
 /// Puts `other` in the place of the open file `path`: whoever has that open goes on with `other` from now on,
 /// without knowing. What is there is left as it is. False when nobody has it open.
 inline bool swapOpenFile(const QString& path, int other)

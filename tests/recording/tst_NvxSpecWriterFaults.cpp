@@ -145,10 +145,12 @@ private Q_SLOTS:
         header(kTime, L"Spec");
         spectrum(kTime);
         const auto before = QFileInfo(m_newFiles.first()).size();
+        const int descriptor = descriptorOf(m_newFiles.first());
+        QVERIFY(isOpenDescriptor(descriptor));
         QVERIFY(swapOpenFile(m_newFiles.first(), qPrintable(device), mode));
         spectrum(kTime);
         QCOMPARE(int(m_writer->errorCode()), error);
-        QCOMPARE(descriptorOf(m_newFiles.first()), -1);
+        QVERIFY(!isOpenDescriptor(descriptor));
         QCOMPARE(QFileInfo(m_newFiles.first()).size(), before);
     }
 };

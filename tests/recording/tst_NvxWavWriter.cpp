@@ -237,6 +237,19 @@ private Q_SLOTS:
         QCOMPARE(judgeWav(m_feeder->newFiles.first()).frames, 100);
     }
 
+    void eachFileBeginsAnew()
+    {
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->header(kTime + 600, 1000));
+        QCOMPARE(m_feeder->newFiles.size(), 2);
+        const QString path = m_feeder->newFiles.last();
+        QCOMPARE(m_writer->length(), 0U);
+        QCOMPARE(viewRiff(path).chunk("data")->size, 0U);
+        // The first block shows at once in this file, too.
+        QVERIFY(m_feeder->block(kTime + 600, 1000, 100));
+        QCOMPARE(viewRiff(path).chunk("data")->size, 200U);
+    }
+
     void sizesFollowEachSecondOfAudio()
     {
         QVERIFY(m_feeder->header(kTime, 0));
@@ -385,6 +398,26 @@ private Q_SLOTS:
         QVERIFY(m_feeder->block(kTime, 0, 10));
         QCOMPARE(filesIn(*m_dir).size(), 1);
         QCOMPARE(judgeWav(m_feeder->newFiles.first()).frames, 1000);
+    }
+
+    void eachRecordingHasItsOwnWarning()
+    {
+        for (uint32_t i = 0; i < 2; ++i) {
+            QVERIFY(m_feeder->header(kTime + i, 1000 * i));
+            m_writer->finishFile();
+            QTest::ignoreMessage(QtWarningMsg, "NvxWavWriter: samples before any header are dropped");
+            QVERIFY(m_feeder->block(kTime + i, 1000 * i, 10));
+        }
+    }
+
+    void blockThatDoesNotFitARolledFileIsTakenAtOnce()
+    {
+        QVERIFY(m_feeder->second(kTime, 0));
+        QVERIFY(m_feeder->block(kTime + 600, 0, 100));
+        m_feeder->bits = 24;
+        QVERIFY(m_feeder->block(kTime + 600, 0, 100));
+        QCOMPARE(m_feeder->dispatches, 1);
+        QCOMPARE(m_writer->errorCode(), WavErrBadFormat);
     }
 
     void setupWithoutInfoOpensNothing()

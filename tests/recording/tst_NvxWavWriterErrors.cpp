@@ -153,12 +153,14 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 101));
         const QString path = m_feeder->newFiles.first();
+        const int descriptor = descriptorOf(path);
+        QVERIFY(isOpenDescriptor(descriptor));
         // A file that may only be read refuses each write.
         const int mode = error == WavErrWriteFailed ? O_RDONLY : O_WRONLY;
         QVERIFY(swapOpenFile(path, qPrintable(device), mode));
         QVERIFY(m_feeder->block(kTime, 0, 10000));
         QCOMPARE(int(m_writer->errorCode()), error);
-        QCOMPARE(descriptorOf(path), -1);
+        QVERIFY(!isOpenDescriptor(descriptor));
         // What was on the disk before is whole.
         QCOMPARE(wholeFileObjection(path), QString());
         QCOMPARE(judgeWav(path).frames, 101);
@@ -169,11 +171,14 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 101));
         const QString path = m_feeder->newFiles.first();
+        const int descriptor = descriptorOf(path);
+        QVERIFY(isOpenDescriptor(descriptor));
         QVERIFY(m_feeder->block(kTime, 0, 10));
         QVERIFY(swapOpenFile(path, "/dev/null", O_RDONLY));
         QTest::ignoreMessage(QtWarningMsg, incomplete("The samples cannot be written to the wave file."));
         m_writer->finishFile();
         QCOMPARE(m_writer->errorCode(), WavErrWriteFailed);
+        QVERIFY(!isOpenDescriptor(descriptor));
         QCOMPARE(judgeWav(path).frames, 101);
     }
 
@@ -182,11 +187,13 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 100));
         const QString path = m_feeder->newFiles.first();
+        const int descriptor = descriptorOf(path);
+        QVERIFY(isOpenDescriptor(descriptor));
         QVERIFY(swapWithPipe(path));
         // The samples go through, but nobody gets back to the header.
         QVERIFY(m_feeder->block(kTime, 0, 1000));
         QCOMPARE(m_writer->errorCode(), WavErrHeaderUpdate);
-        QCOMPARE(descriptorOf(path), -1);
+        QVERIFY(!isOpenDescriptor(descriptor));
         QCOMPARE(wholeFileObjection(path), QString());
         QCOMPARE(judgeWav(path).frames, 100);
     }
@@ -196,12 +203,14 @@ private Q_SLOTS:
         QVERIFY(m_feeder->header(kTime, 0));
         QVERIFY(m_feeder->block(kTime, 0, 100));
         const QString path = m_feeder->newFiles.first();
+        const int descriptor = descriptorOf(path);
+        QVERIFY(isOpenDescriptor(descriptor));
         QVERIFY(m_feeder->block(kTime, 0, 10));
         QVERIFY(swapWithPipe(path));
         QTest::ignoreMessage(QtWarningMsg, incomplete("The header of the wave file cannot be updated."));
         m_writer->finishFile();
         QCOMPARE(m_writer->errorCode(), WavErrHeaderUpdate);
-        QCOMPARE(descriptorOf(path), -1);
+        QVERIFY(!isOpenDescriptor(descriptor));
         QCOMPARE(judgeWav(path).frames, 100);
     }
 

@@ -232,6 +232,26 @@ private Q_SLOTS:
         QCOMPARE(qint64{view.riffSize} + 8, view.fileSize);
     }
 
+    void badFormatOnAFullDisk()
+    {
+        QTemporaryDir dir;
+        NvxWavWriter writer(600, dir.path().toStdWString());
+        WavFeeder feeder(writer);
+        const qint64 headerSize = headerSizeFor(feeder);
+        QVERIFY(feeder.block(kTime, 0, 100));
+        QVERIFY(feeder.block(kTime, 0, 10));
+        feeder.bits = 24;
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("is not complete")));
+        {
+            // Two of the gathered samples find room, and a half.
+            const FileSizeLimit full(static_cast<rlim_t>(headerSize + 205));
+            QVERIFY(feeder.block(kTime, 0, 10));
+        }
+        QCOMPARE(writer.errorCode(), WavErrBadFormat);
+        QCOMPARE(wholeFileObjection(feeder.newFiles.first()), QString());
+        QCOMPARE(judgeWav(feeder.newFiles.first()).frames, 102);
+    }
+
     void failureOfFinishFileAfterStopIsKept()
     {
         QTemporaryDir dir;
