@@ -10,6 +10,7 @@
 namespace {
 
 constexpr size_t kMaxBins = 65535;
+constexpr int kFixedColumns = 5;
 constexpr long long kDay = 86400;
 constexpr uint32_t kDecimalLayout = uint32_t{1} << 31;
 
@@ -39,7 +40,27 @@ constexpr std::array<ByteField, 256> kByteFields = makeByteFields();
 
 unsigned char toByte(double value)
 {
-    return static_cast<unsigned char>(std::lround(std::clamp(value, 0.0, 255.0)));
+    const double inside = std::clamp(value, 0.0, 255.0);
+    const auto whole = static_cast<int>(inside);
+    return static_cast<unsigned char>(whole + (inside - whole >= 0.5 ? 1 : 0));
+}
+
+/// Reads fields that are numbers of a kind, all of them; false as soon as one is none, or has no room in
+/// `out`.
+template <class Number> bool takeNumbers(std::string_view fields, std::vector<Number>& out, size_t& count)
+{
+    count = 0;
+    const char* const end = fields.data() + fields.size();
+    for (const char* begin = fields.data(); count < out.size();) {
+        const auto [next, error] = std::from_chars(begin, end, out[count]);
+        if (error != std::errc() || (next != end && *next != '\t'))
+            return false;
+        ++count;
+        if (next == end)
+            return true;
+        begin = next + 1;
+    }
+    return false;
 }
 
 /// The moment of a time of day that lies nearest to another moment.
@@ -75,8 +96,12 @@ bool NvxSpectrumFileData::deserialise(std::string& line, unsigned long long star
     std::string_view rest = line;
     if (!rest.empty() && rest.back() == '\r')
         rest.remove_suffix(1);
-    if (std::count(rest.begin(), rest.end(), '\t') < 4)
-        return false;
+    size_t tab = 0;
+    for (int column = 1; column < kFixedColumns; ++column) {
+        tab = rest.find('\t', tab) + 1;
+        if (tab == 0)
+            return false;
+    }
     const std::string_view timeText = RecordText::takeField(rest);
     auto time = RecordText::dateTime(timeText);
     if (const auto timeOfDay = RecordText::timeOfDay(timeText)) {
@@ -108,42 +133,24 @@ bool NvxSpectrumFileData::deserialise(std::string& line, unsigned long long star
 
 bool NvxSpectrumFileData::takeBins(std::string_view fields)
 {
-    if (static_cast<size_t>(std::count(fields.begin(), fields.end(), '\t')) >= kMaxBins)
+    // A bin takes a digit and a tab at least.
+    const size_t most = std::min(fields.size() / 2 + 1, kMaxBins);
+    m_readBytes.resize(most);
+    size_t count = 0;
+    if (takeNumbers(fields, m_readBytes, count)) {
+        m_readBytes.resize(count);
+        return true;
+    }
+    m_readValues.resize(most);
+    if (!takeNumbers(fields, m_readValues, count))
         return false;
-    return takeBytes(fields) || takeDecimals(fields);
-}
-
-/// False as soon as a field is no whole number of 0 to 255.
-bool NvxSpectrumFileData::takeBytes(std::string_view fields)
-{
-    const char* const end = fields.data() + fields.size();
-    for (const char* begin = fields.data();;) {
-        uint8_t value = 0;
-        const auto [next, error] = std::from_chars(begin, end, value);
-        if (error != std::errc() || (next != end && *next != '\t'))
-            return false;
-        m_readBytes.push_back(value);
-        if (next == end)
-            return true;
-        begin = next + 1;
-    }
-}
-
-bool NvxSpectrumFileData::takeDecimals(std::string_view fields)
-{
-    m_readBytes.clear();
-    const char* const end = fields.data() + fields.size();
-    for (const char* begin = fields.data();;) {
-        double value = 0.0;
-        const auto [next, error] = std::from_chars(begin, end, value);
-        if (error != std::errc() || (next != end && *next != '\t') || !std::isfinite(value))
-            return false;
-        m_readValues.push_back(value);
-        m_readBytes.push_back(toByte(value));
-        if (next == end)
-            return true;
-        begin = next + 1;
-    }
+    m_readValues.resize(count);
+    if (!std::all_of(m_readValues.begin(), m_readValues.end(),
+                     [](double value) { return std::isfinite(value); }))
+        return false;
+    m_readBytes.resize(count);
+    std::transform(m_readValues.begin(), m_readValues.end(), m_readBytes.begin(), toByte);
+    return true;
 }
 
 FFTMode NvxSpectrumFileData::fileKind(FFTMode headerMode) const

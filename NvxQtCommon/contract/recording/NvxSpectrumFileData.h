@@ -49,8 +49,6 @@ public:
 
 private:
     bool takeBins(std::string_view fields);
-    bool takeBytes(std::string_view fields);
-    bool takeDecimals(std::string_view fields);
 
     float m_temperature = 0.0F;
     float m_humidity = 0.0F;
