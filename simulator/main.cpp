@@ -60,14 +60,22 @@ void addOptions(QCommandLineParser& parser)
     option("order", QStringLiteral("Byte order of the samples: little or big."), "order",
            QStringLiteral("little"));
     option("channels", QStringLiteral("Channels, 1 to 8."), "N", QString::number(defaults.channels));
-    option("signal", QStringLiteral("tone, sweep, noise, or ramp (each sample is its sample number)."),
+    option("signal",
+           QStringLiteral("tone, sweep, noise, ramp (each sample is its sample number), or impulses (noise "
+                          "with sine bursts at known samples)."),
            "kind", QStringLiteral("tone"));
-    option("frequency", QStringLiteral("Frequency of the tone, or where the sweep starts."), "Hz",
-           QString::number(defaults.signal.frequency));
+    option("frequency", QStringLiteral("Frequency of the tone and of bursts, or where the sweep starts."),
+           "Hz", QString::number(defaults.signal.frequency));
     option("end-frequency", QStringLiteral("Where the sweep ends."), "Hz",
            QString::number(defaults.signal.endFrequency));
     option("level", QStringLiteral("Level of the signal; a sine wave of full scale has 0."), "dBFS",
            QString::number(defaults.signal.levelDb));
+    option("impulse-seconds", QStringLiteral("Seconds from one burst to the next."), "s",
+           QString::number(defaults.signal.impulseSeconds));
+    option("impulse-length", QStringLiteral("Seconds that a burst lasts."), "s",
+           QString::number(defaults.signal.impulseLength));
+    option("impulse-level", QStringLiteral("Level of the sine wave in a burst."), "dBFS",
+           QString::number(defaults.signal.impulseLevelDb));
     option("ports",
            QStringLiteral("Ports of the wave, spectrum, sensor and epoch streams. A single 0 takes "
                           "free ones, which are printed."),
@@ -179,10 +187,13 @@ RecorderSettings readSettings(const QCommandLineParser& parser, OptionReader& re
     settings.channels = static_cast<unsigned>(reader.number("channels", 1, SignalSource::kMaxChannels));
     settings.signal.kind = static_cast<SignalSettings::Kind>(
         reader.choice("signal", {QStringLiteral("tone"), QStringLiteral("sweep"), QStringLiteral("noise"),
-                                 QStringLiteral("ramp")}));
+                                 QStringLiteral("ramp"), QStringLiteral("impulses")}));
     settings.signal.frequency = reader.real("frequency");
     settings.signal.endFrequency = reader.real("end-frequency");
     settings.signal.levelDb = reader.real("level");
+    settings.signal.impulseSeconds = reader.real("impulse-seconds");
+    settings.signal.impulseLength = reader.real("impulse-length");
+    settings.signal.impulseLevelDb = reader.real("impulse-level");
     readPorts(parser.value(QStringLiteral("ports")), settings, reader);
     settings.blocksPerSecond = static_cast<unsigned>(reader.number("blocks", 1, 1000));
     settings.backlogLimit = static_cast<int64_t>(reader.number("backlog", 0, 1ULL << 40));

@@ -45,6 +45,18 @@ inline int32_t roundToSample(double value)
     return static_cast<int32_t>(value < 0.0 ? value - 0.5 : value + 0.5);
 }
 
+double amplitudeOf(double levelDb)
+{
+    return std::pow(10.0, std::clamp(levelDb, -200.0, 0.0) / 20.0);
+}
+
+/// At least one.
+uint64_t samplesOf(long double seconds, long double rate)
+{
+    constexpr long double kMost = 1e15L;
+    return static_cast<uint64_t>(std::fmin(std::fmax(std::round(seconds * rate), 1.0L), kMost));
+}
+
 constexpr uint64_t kChannelPhase = uint64_t{1} << 60;
 
 template <unsigned Bytes, bool BigEndian>
@@ -80,12 +92,15 @@ PackFunction packFunction(const SampleFormat& format)
 SignalSource::SignalSource(const SignalSettings& settings, uint32_t sampleRate) : m_settings(settings)
 {
     const long double rate = std::max<uint32_t>(sampleRate, 1);
-    m_amplitude = std::pow(10.0, std::clamp(settings.levelDb, -200.0, 0.0) / 20.0);
+    m_amplitude = amplitudeOf(settings.levelDb);
     m_phaseStep = phaseUnits(settings.frequency / rate);
     const long double seconds = std::max<long double>(settings.sweepSeconds, 1.0L / rate);
     m_sweepSamples = std::max<uint64_t>(1, static_cast<uint64_t>(seconds * rate));
     m_phaseStepStep = phaseUnits((static_cast<long double>(settings.endFrequency) - settings.frequency) /
                                  (rate * rate * seconds));
+    m_impulseAmplitude = amplitudeOf(settings.impulseLevelDb);
+    m_impulsePeriod = samplesOf(settings.impulseSeconds, rate);
+    m_impulseSamples = std::min(samplesOf(settings.impulseLength, rate), m_impulsePeriod);
 }
 
 int32_t SignalSource::rampValue(uint64_t sampleNumber, unsigned channel, unsigned bits)
@@ -96,7 +111,8 @@ int32_t SignalSource::rampValue(uint64_t sampleNumber, unsigned channel, unsigne
 
 void SignalSource::values(uint64_t first, size_t frames, unsigned channels, unsigned bits, int32_t* out) const
 {
-    const double scale = m_amplitude * ((uint64_t{1} << (bits - 1)) - 1);
+    const double fullScale = static_cast<double>((uint64_t{1} << (bits - 1)) - 1);
+    const double scale = m_amplitude * fullScale;
     switch (m_settings.kind) {
     case SignalSettings::Tone:
         toneValues(first, frames, channels, scale, out);
@@ -111,6 +127,10 @@ void SignalSource::values(uint64_t first, size_t frames, unsigned channels, unsi
         for (size_t i = 0; i < frames; ++i)
             for (unsigned c = 0; c < channels; ++c)
                 *out++ = rampValue(first + i, c, bits);
+        break;
+    case SignalSettings::Impulses:
+        noiseValues(first, frames, channels, scale, out);
+        putBursts(first, frames, channels, m_impulseAmplitude * fullScale, out);
         break;
     }
 }
@@ -164,6 +184,20 @@ void SignalSource::noiseValues(uint64_t first, size_t frames, unsigned channels,
                                                   ((bits >> 32) & 0xFFFF) + (bits >> 48));
             *out++ = roundToSample(std::clamp(factor * (sum - 131070), -fullScale, fullScale));
         }
+    }
+}
+
+/// Replaces the samples of bursts, and leaves the others as they are.
+void SignalSource::putBursts(uint64_t first, size_t frames, unsigned channels, double scale,
+                             int32_t* out) const
+{
+    const double* table = sineTable().data();
+    uint64_t position = first % m_impulsePeriod;
+    for (size_t i = 0; i < frames; ++i, out += channels) {
+        if (position < m_impulseSamples)
+            std::fill_n(out, channels, roundToSample(scale * sineOfPhase(table, position * m_phaseStep)));
+        if (++position == m_impulsePeriod)
+            position = 0;
     }
 }
 

@@ -99,6 +99,7 @@ private Q_SLOTS:
         QTest::newRow("sweep") << int(SignalSettings::Sweep);
         QTest::newRow("noise") << int(SignalSettings::Noise);
         QTest::newRow("ramp") << int(SignalSettings::Ramp);
+        QTest::newRow("impulses") << int(SignalSettings::Impulses);
     }
     void sampleDependsOnItsNumberAlone()
     {
@@ -106,6 +107,7 @@ private Q_SLOTS:
         SignalSettings settings;
         settings.kind = SignalSettings::Kind(kind);
         settings.sweepSeconds = 0.05;
+        settings.impulseSeconds = 0.05;
         const auto whole = samplesOf(settings, 1000, 9000, 24);
         for (const size_t from : {size_t{1}, size_t{1399}, size_t{1400}, size_t{1401}, size_t{8999}}) {
             const auto part = samplesOf(settings, 1000 + from, whole.size() - from, 24);
@@ -163,6 +165,64 @@ private Q_SLOTS:
         QVERIFY(samplesOf(settings, 7, 1000, 24) != first);
     }
 
+    void burstsStandAtTheirSamples()
+    {
+        SignalSettings settings;
+        settings.kind = SignalSettings::Impulses;
+        settings.levelDb = -40.0;
+        settings.frequency = 1000.0;
+        settings.impulseSeconds = 0.5;
+        settings.impulseLength = 0.02;
+        settings.impulseLevelDb = -6.0;
+        const SignalSource source(settings, kRate);
+        QCOMPARE(source.impulsePeriod(), uint64_t{24000});
+        QCOMPARE(source.impulseSamples(), uint64_t{960});
+        // Two bursts and the noise between them, from a sample number on that is no multiple of the period.
+        constexpr uint64_t kFirst = uint64_t{1000} * 24000 - 5000;
+        const auto samples = samplesOf(settings, kFirst, 48000, 24);
+        settings.kind = SignalSettings::Noise;
+        const auto noise = samplesOf(settings, kFirst, 48000, 24);
+        settings.kind = SignalSettings::Tone;
+        settings.levelDb = -6.0;
+        const auto tone = samplesOf(settings, 0, 960, 24);
+        for (size_t i = 0; i < samples.size(); ++i) {
+            const size_t position = (kFirst + i) % 24000;
+            QCOMPARE(samples[i], position < 960 ? tone[position] : noise[i]);
+        }
+    }
+
+    void burstsAreTheSameOnAllChannels()
+    {
+        SignalSettings settings;
+        settings.kind = SignalSettings::Impulses;
+        std::vector<int32_t> frames(3 * 480);
+        SignalSource(settings, kRate).values(48000, 480, 3, 24, frames.data());
+        const auto burst = samplesOf(settings, 48000, 480, 24);
+        for (size_t i = 0; i < frames.size(); ++i)
+            QCOMPARE(frames[i], burst[i / 3]);
+    }
+
+    void burstHasItsLevelPeakAndExposure()
+    {
+        SignalSettings settings;
+        settings.kind = SignalSettings::Impulses;
+        const SignalSource source(settings, kRate);
+        // The figures that the guide gives for the signal as it comes.
+        QCOMPARE(source.impulsePeriod(), uint64_t{48000});
+        QCOMPARE(source.impulseSamples(), uint64_t{480});
+        auto burst = samplesOf(settings, 3 * 48000, 480, 24);
+        QVERIFY(std::abs(effectiveLevel(burst, 24) + 6.0) < 0.001);
+        const auto peak = double(*std::max_element(burst.begin(), burst.end())) / std::ldexp(1.0, 23);
+        QVERIFY(std::abs(20.0 * std::log10(peak) + 6.0) < 0.001);
+        // 3 V at full scale and -170 dB re 1 V/µPa: exposure in dB re 1 µPa²s.
+        double energy = 0.0;
+        for (const int32_t sample : burst)
+            energy += std::pow(double(sample) / std::ldexp(1.0, 23) * 3.0, 2) / kRate;
+        QVERIFY(std::abs(10.0 * std::log10(energy) + 170.0 - 150.53) < 0.01);
+        const auto between = samplesOf(settings, 3 * 48000 + 480, 48000 - 480, 24);
+        QVERIFY(std::abs(effectiveLevel(between, 24) + 20.0) < 0.1);
+    }
+
     void rampIsTheSampleNumber_data()
     {
         QTest::addColumn<unsigned>("bits");
@@ -197,7 +257,8 @@ private Q_SLOTS:
         settings.kind = SignalSettings::Kind(kind);
         const SignalSource source(settings, kRate);
         std::vector<int32_t> frames(8 * 64);
-        source.values(100, 64, 8, 24, frames.data());
+        // Between two bursts.
+        source.values(1000, 64, 8, 24, frames.data());
         for (unsigned a = 0; a < 8; ++a) {
             for (unsigned b = a + 1; b < 8; ++b) {
                 int equal = 0;
@@ -254,6 +315,32 @@ private Q_SLOTS:
         std::vector<unsigned char> packed(1000, 0xA5);
         SignalSource(SignalSettings{}, kRate).fill(0, 10, {bytes, false, channels}, packed.data());
         QCOMPARE(packed, std::vector<unsigned char>(1000, 0xA5));
+    }
+
+    void impulseTimesOutOfRangeAreBroughtInside_data()
+    {
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<double>("length");
+        QTest::addColumn<quint64>("period");
+        QTest::addColumn<quint64>("samples");
+        QTest::newRow("longer than the period") << 0.5 << 2.0 << quint64{24000} << quint64{24000};
+        QTest::newRow("nothing") << 0.0 << 0.0 << quint64{1} << quint64{1};
+        QTest::newRow("negative") << -1.0 << -1.0 << quint64{1} << quint64{1};
+        QTest::newRow("no number") << std::nan("") << std::nan("") << quint64{1} << quint64{1};
+        QTest::newRow("endless") << HUGE_VAL << 0.01 << quint64{1000000000000000} << quint64{480};
+    }
+    void impulseTimesOutOfRangeAreBroughtInside()
+    {
+        QFETCH(double, seconds);
+        QFETCH(double, length);
+        SignalSettings settings;
+        settings.kind = SignalSettings::Impulses;
+        settings.impulseSeconds = seconds;
+        settings.impulseLength = length;
+        const SignalSource source(settings, kRate);
+        QTEST(quint64(source.impulsePeriod()), "period");
+        QTEST(quint64(source.impulseSamples()), "samples");
+        QCOMPARE(samplesOf(settings, 1, 100, 24).size(), size_t{100});
     }
 
     void levelsAboveFullScaleAreHeldThere()

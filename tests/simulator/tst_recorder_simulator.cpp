@@ -73,10 +73,11 @@ private Q_SLOTS:
         for (const QString& name : FaultRule::names())
             QVERIFY2(help.contains(name), qPrintable(name));
         for (const char* option :
-             {"--address",  "--count",          "--serial",        "--rate",  "--depth",  "--order",
-              "--channels", "--signal",         "--fault",         "--seed",  "--ports",  "--duration",
-              "--type",     "--frequency",      "--end-frequency", "--level", "--blocks", "--backlog",
-              "--unpaced",  "--stream-seconds", "--no-discovery"})
+             {"--address",      "--count",           "--serial",         "--rate",         "--depth",
+              "--order",        "--channels",        "--signal",         "--fault",        "--seed",
+              "--ports",        "--duration",        "--type",           "--frequency",    "--end-frequency",
+              "--level",        "--blocks",          "--backlog",        "--unpaced",      "--stream-seconds",
+              "--no-discovery", "--impulse-seconds", "--impulse-length", "--impulse-level"})
             QVERIFY2(help.contains(QLatin1String(option)), option);
     }
 
@@ -144,6 +145,16 @@ private Q_SLOTS:
         row("sweep", "--signal sweep --frequency 100 --end-frequency 3000", SignalSettings::Sweep, 100.0,
             3000.0, -20.0);
         row("noise", "--signal noise", SignalSettings::Noise, 1000.0, 8000.0, -20.0);
+        row("impulses", "--signal impulses", SignalSettings::Impulses, 1000.0, 8000.0, -20.0);
+        SignalSettings bursts;
+        bursts.kind = SignalSettings::Impulses;
+        bursts.seed = 5;
+        bursts.impulseSeconds = 0.05;
+        bursts.impulseLength = 0.025;
+        bursts.impulseLevelDb = -1.5;
+        QTest::newRow("bursts") << QStringLiteral("--signal impulses --impulse-seconds 0.05 --impulse-length "
+                                                  "0.025 --impulse-level -1.5")
+                                << bursts << 24 << false << 1;
         row("depth 16", "--depth 16", SignalSettings::Tone, 1000.0, 8000.0, -20.0, 16);
         row("depth 32", "--depth 32", SignalSettings::Tone, 1000.0, 8000.0, -20.0, 32);
         row("order", "--order big", SignalSettings::Tone, 1000.0, 8000.0, -20.0, 24, true);
@@ -284,7 +295,10 @@ private Q_SLOTS:
         row("--frequency", "nan", "--frequency takes a number.");
         row("--end-frequency", "1k", "--end-frequency takes a number.");
         row("--end-frequency", "inf", "--end-frequency takes a number.");
-        row("--signal", "song", "--signal takes one of: tone, sweep, noise, ramp.");
+        row("--signal", "song", "--signal takes one of: tone, sweep, noise, ramp, impulses.");
+        row("--impulse-seconds", "x", "--impulse-seconds takes a number.");
+        row("--impulse-length", "x", "--impulse-length takes a number.");
+        row("--impulse-level", "x", "--impulse-level takes a number.");
         row("--level", "loud", "--level takes a number.");
         row("--address", "somewhere", "--address takes an IPv4 address.");
         row("--ports", "1,2,3", "--ports takes four numbers with commas between, or a single 0.");
