@@ -18,6 +18,14 @@ void appendScaled(std::string& out, const Chunk& chunk, double unit, Value value
 
 } // namespace
 
+NvxSensorEventData::~NvxSensorEventData() = default;
+
+void NvxSensorEventData::appendOrigin(std::string& out) const
+{
+    appendTimeAndComment(out);
+    RecordText::appendDevice(out, m_devId);
+}
+
 NvxAccMagData::~NvxAccMagData() = default;
 NvxBatteryData::~NvxBatteryData() = default;
 
@@ -41,16 +49,15 @@ void NvxAccMagData::appendTitles(std::string& out, const NvxSpectrumFileHeader& 
 
 void NvxAccMagData::appendLine(std::string& out) const
 {
-    appendTimeAndComment(out);
-    RecordText::appendDevice(out, m_devId);
-    const auto& accMag = m_payload.accMagChunk();
+    appendOrigin(out);
+    const auto& accMag = payload().accMagChunk();
     for (size_t axis = 0; axis < 3; ++axis)
         appendScaled(out, accMag, kPerThousand,
                      [axis](const HydAccMagChunk& chunk) { return chunk.record().acceleration[axis]; });
     for (size_t axis = 0; axis < 3; ++axis)
         appendScaled(out, accMag, kPerTen,
                      [axis](const HydAccMagChunk& chunk) { return chunk.record().magnetic[axis]; });
-    const auto& head = m_payload.headChunk();
+    const auto& head = payload().headChunk();
     appendScaled(out, head, kPerTen, [](const HydStreamHeadStatusChunk& chunk) { return chunk.heading(); });
     appendScaled(out, head, kPerTen, [](const HydStreamHeadStatusChunk& chunk) { return chunk.pitch(); });
     appendScaled(out, head, kPerTen, [](const HydStreamHeadStatusChunk& chunk) { return chunk.roll(); });
@@ -75,9 +82,8 @@ void NvxBatteryData::appendTitles(std::string& out, const NvxSpectrumFileHeader&
 
 void NvxBatteryData::appendLine(std::string& out) const
 {
-    appendTimeAndComment(out);
-    RecordText::appendDevice(out, m_devId);
-    const auto& battery = m_payload.batteryChunk();
+    appendOrigin(out);
+    const auto& battery = payload().batteryChunk();
     appendScaled(out, battery, kPerThousand,
                  [](const HydBatteryChunk& chunk) { return chunk.record().millivolts; });
     appendScaled(out, battery, kPerThousand,
