@@ -305,7 +305,8 @@ size_t ControlSession::addSpectrum(HydDataCollectCmd& reply)
     chunk->accum = static_cast<uint16_t>(job.fftAccum());
     chunk->weight = static_cast<uint16_t>(job.fftWeight());
     SpectrumMaker maker(m_state->settings().signal, job.fftRate(), job.fftPoints(), job.fftPointsBtw());
-    chunk->bins = maker.bins(static_cast<uint64_t>(m_state->currentSample()), 1, job.fftRef());
+    chunk->bins =
+        maker.bins(static_cast<uint64_t>(m_state->currentSample()), 1, m_state->spectrumReference(job));
     reply.setChunk(DataCollSpecTime, std::make_shared<DataCollSpecTimeChunk>(
                                          static_cast<uint32_t>(m_state->deviceTime()), m_spectra++));
     reply.setChunk(DataCollSpec, chunk);

@@ -44,6 +44,8 @@ struct RecorderSettings
     static constexpr uint16_t kSpectrumPort = 51002;
     static constexpr uint16_t kSensorPort = 51003;
     static constexpr uint16_t kEpochPort = 51004;
+    /// Voltage at full scale, in each direction.
+    static constexpr int32_t kFullScaleMicrovolts = 3000000;
 
     RecorderIdentity identity;
     /// The recorder's own address. Control and discovery ports are fixed by the protocol, so each recorder
@@ -73,7 +75,7 @@ struct RecorderSettings
     unsigned blocksPerSecond = 25;
     /// Send streams as fast as the reader takes them, not by the clock.
     bool unpaced = false;
-    /// Seconds of samples after which each wave stream has sent all it had; 0 for no end.
+    /// Seconds of samples after which each wave and spectrum stream has sent all it had; 0 for no end.
     uint32_t streamSeconds = 0;
     /// Bytes that may wait for a slow reader on one stream. A paced stream drops blocks beyond it and counts
     /// them, an unpaced one stops producing.

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
+#include <numbers>
 
 namespace {
 
 constexpr uint32_t kMaxSampleRate = 512000;
 constexpr size_t kMaxTriggers = 64;
 constexpr uint16_t kFftPoints = 1024;
+// dB re 1 V. A sine wave of full scale gives a byte of 253, the least that is told from nothing is -126 dBFS.
+constexpr int kFftRef = -120;
 
 // Answers to a job setup that the recorder can't run.
 enum SetupRefusal : uint16_t {
@@ -53,7 +57,7 @@ HydJobSettings initialJob(const RecorderSettings& settings)
     job.setFftPoints(kFftPoints);
     job.setFftPointsBtw(kFftPoints / 2);
     job.setFftAccum(std::max<uint32_t>(1, settings.sampleRate / (kFftPoints / 2) / 4));
-    job.setFftRef(-127);
+    job.setFftRef(kFftRef);
     return job;
 }
 
@@ -127,6 +131,14 @@ SampleFormat RecorderState::sampleFormat() const
     return {m_job.wavBitDepth() / 8U, m_job.wavByteOrder() == OrderBigEndian, m_settings.channels};
 }
 
+double RecorderState::spectrumReference(const HydJobSettings& job)
+{
+    constexpr double kVolts = RecorderSettings::kFullScaleMicrovolts / 1e6;
+    // A sine wave of full scale has 0 dBFS, and this effective voltage.
+    const double fullScale = 20.0 * std::log10(kVolts / std::numbers::sqrt2);
+    return job.fftRef() - fullScale + job.wavGain();
+}
+
 int64_t RecorderState::deviceTime() const
 {
     return QDateTime::currentSecsSinceEpoch() + m_clockOffset;
@@ -144,6 +156,13 @@ int64_t RecorderState::currentSample() const
     const int64_t rate = waveRate();
     const int64_t taken = nanoseconds / kSecond * rate + nanoseconds % kSecond * rate / kSecond;
     return std::max(m_baseSample + taken, m_highestSample);
+}
+
+int64_t RecorderState::currentSample(uint32_t rate) const
+{
+    const int64_t sample = currentSample();
+    const int64_t own = waveRate();
+    return sample / own * rate + sample % own * rate / own;
 }
 
 void RecorderState::rebaseSampleCounter()

@@ -36,6 +36,8 @@ public:
     void setWaveRate(uint32_t rate);
     uint32_t waveRate() const { return m_job.wavRate(); }
     SampleFormat sampleFormat() const;
+    /// Reference level of the spectra of a setup in dBFS. The setup has it in dB re 1 V ahead of the gain.
+    static double spectrumReference(const HydJobSettings& job);
 
     /// Device time, seconds since the epoch.
     int64_t deviceTime() const;
@@ -44,6 +46,8 @@ public:
 
     /// Running number of the sample that is taken now; never behind one that was sent.
     int64_t currentSample() const;
+    /// The same moment as a number of samples of another rate in Hz, above 0.
+    int64_t currentSample(uint32_t rate) const;
     void noteSampleSent(int64_t sample) { m_highestSample = std::max(m_highestSample, sample + 1); }
 
     std::vector<std::shared_ptr<HydTrigger>> triggers() const;

@@ -15,13 +15,15 @@ SpectrumMaker::SpectrumMaker(const SignalSettings& signal, uint32_t sampleRate, 
         m_turns[i] = std::polar(1.0, -2.0 * std::numbers::pi * i / points);
 }
 
-std::vector<uint8_t> SpectrumMaker::bins(uint64_t first, unsigned transforms, int referenceDb)
+std::vector<uint8_t> SpectrumMaker::bins(uint64_t first, unsigned accum, double referenceDb)
 {
     constexpr unsigned kBits = 24;
     constexpr double kFullScale = 1 << (kBits - 1);
+    const unsigned transforms = std::min(accum, kMaxPoints / m_points);
     std::vector<double> power(m_points / 2, 0.0);
     for (unsigned t = 0; t < transforms; ++t) {
-        m_source.values(first + uint64_t{t} * m_step, m_points, 1, kBits, m_samples.data());
+        m_source.values(first + uint64_t{t} * accum / transforms * m_step, m_points, 1, kBits,
+                        m_samples.data());
         for (unsigned i = 0; i < m_points; ++i)
             m_work[i] = m_window[i] * m_samples[i] / kFullScale;
         transform();

@@ -14,9 +14,12 @@ public:
     /// `points`, a power of two from 128 to 16384, and `step` points between transforms.
     SpectrumMaker(const SignalSettings& signal, uint32_t sampleRate, unsigned points, unsigned step);
 
-    /// points / 2 bins of the samples from `first` on, averaged over `transforms` transforms. A bin is
+    /// Points that go into one spectrum; where more are wanted, fewer transforms are spread over their time.
+    static constexpr unsigned kMaxPoints = 65536;
+
+    /// points / 2 bins of the samples from `first` on, averaged over `accum` transforms, at least 1. A bin is
     /// 2 x (level in dBFS - `referenceDb`), kept within 0 to 255; a sine wave of full scale has 0 dBFS.
-    std::vector<uint8_t> bins(uint64_t first, unsigned transforms, int referenceDb);
+    std::vector<uint8_t> bins(uint64_t first, unsigned accum, double referenceDb);
 
 private:
     void transform();

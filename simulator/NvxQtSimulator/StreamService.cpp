@@ -2,6 +2,7 @@
 
 #include "NvxQtCommon/contract/stream/HydStreamMessage.h"
 #include "NvxQtSimulator/SlowStreams.h"
+#include "NvxQtSimulator/SpectrumStream.h"
 #include "NvxQtSimulator/WaveStream.h"
 
 #include <QtEndian>

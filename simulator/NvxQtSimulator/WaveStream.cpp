@@ -145,8 +145,8 @@ void WaveStream::sendHeader()
     scaling.bitsPerSample = static_cast<uint8_t>(bits);
     scaling.maxValue = static_cast<int32_t>((int64_t{1} << (bits - 1)) - 1);
     scaling.minValue = static_cast<int32_t>(-(int64_t{1} << (bits - 1)));
-    scaling.maxMicrovolts = 3000000;
-    scaling.minMicrovolts = -3000000;
+    scaling.maxMicrovolts = RecorderSettings::kFullScaleMicrovolts;
+    scaling.minMicrovolts = -RecorderSettings::kFullScaleMicrovolts;
 
     // With several channels the recorder is their master, and each bears a serial number behind its own.
     std::shared_ptr<HydDeviceInfoChunk const> master;

@@ -361,14 +361,14 @@ private Q_SLOTS:
         const RawStreamFrame header = m_peer->streamFrames(kHeader).front();
         QCOMPARE(RawStreamFrame::word<quint32>(header.chunk(5), 0), 64000U);
         QCOMPARE(RawStreamFrame::word<quint16>(header.chunk(5), 4), quint16{1024});
-        QCOMPARE(RawStreamFrame::word<qint16>(header.chunk(5), 6), qint16{-127});
+        QCOMPARE(RawStreamFrame::word<qint16>(header.chunk(5), 6), qint16{-120});
         for (const RawStreamFrame& frame : m_peer->streamFrames(kData)) {
             QVERIFY(frame.checksumFits);
             const QByteArray bins = frame.sampleBytes();
             QCOMPARE(bins.size(), 512);
-            // Half dB above the reference level.
-            QCOMPARE(int(uchar(bins.at(100))), 2 * (127 - 20));
-            QVERIFY(uchar(bins.at(110)) < 2 * (127 - 80));
+            // Half dB above the reference level: -20 dBFS of 3 V are -13.5 dB re 1 V.
+            QCOMPARE(int(uchar(bins.at(100))), 2 * 120 - 27);
+            QVERIFY(uchar(bins.at(110)) < 2 * (120 - 74));
         }
     }
 

@@ -152,14 +152,15 @@ private Q_SLOTS:
 
         int64_t second = -1;
         RawStreamFrame header;
-        uint32_t position = 0;
+        int64_t next = frames.front().sequence();
         for (const RawStreamFrame& frame : frames) {
             QVERIFY(frame.checksumFits);
             if (frame.kind == 2) {
-                // Spectra bear the key of their event and count on from 0 in it.
+                // Spectra bear the key of their event and the place of their first sample in it.
                 QCOMPARE(frame.sequence(), header.sequence());
                 QCOMPARE(frame.time(), header.time());
-                QCOMPARE(frame.position(), position++);
+                QCOMPARE(frame.sequence() + frame.position(), next);
+                next += 20 * 700;
                 QCOMPARE(frame.samples(), quint16{1024});
                 QCOMPARE(frame.sampleBytes().size(), 1024);
                 continue;
@@ -193,7 +194,6 @@ private Q_SLOTS:
             }
             second = frame.time();
             header = frame;
-            position = 0;
         }
     }
 
