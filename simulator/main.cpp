@@ -90,10 +90,12 @@ void addOptions(QCommandLineParser& parser)
     option("fault", kFaultHelp + FaultRule::names().join(QStringLiteral(", ")) + QLatin1Char('.'), "fault",
            {});
     parser.addOption({QStringLiteral("unpaced"),
-                      QStringLiteral("Send waves as fast as the reader takes them, not by the clock.")});
-    parser.addOption({QStringLiteral("stream-seconds"),
-                      QStringLiteral("Seconds of samples that each wave stream has; 0 for no end."),
-                      QStringLiteral("s"), QStringLiteral("0")});
+                      QStringLiteral("Send streams as fast as the reader takes them, not by the clock.")});
+    parser.addOption(
+        {QStringLiteral("stream-seconds"),
+         QStringLiteral("Seconds of samples or readings that each wave, spectrum and sensor stream "
+                        "has; 0 for no end."),
+         QStringLiteral("s"), QStringLiteral("0")});
     parser.addOption({QStringLiteral("no-discovery"), QStringLiteral("Do not answer discovery datagrams.")});
 }
 

@@ -75,7 +75,8 @@ struct RecorderSettings
     unsigned blocksPerSecond = 25;
     /// Send streams as fast as the reader takes them, not by the clock.
     bool unpaced = false;
-    /// Seconds of samples after which each wave and spectrum stream has sent all it had; 0 for no end.
+    /// Seconds of samples or readings after which each wave, spectrum and sensor stream has sent all it had;
+    /// 0 for no end.
     uint32_t streamSeconds = 0;
     /// Bytes that may wait for a slow reader on one stream. A paced stream drops blocks beyond it and counts
     /// them, an unpaced one stops producing.

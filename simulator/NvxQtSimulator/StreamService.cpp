@@ -1,7 +1,8 @@
 #include "NvxQtSimulator/StreamService.h"
 
 #include "NvxQtCommon/contract/stream/HydStreamMessage.h"
-#include "NvxQtSimulator/SlowStreams.h"
+#include "NvxQtSimulator/EpochStream.h"
+#include "NvxQtSimulator/SensorStream.h"
 #include "NvxQtSimulator/SpectrumStream.h"
 #include "NvxQtSimulator/WaveStream.h"
 

@@ -16,7 +16,6 @@ namespace {
 constexpr uint8_t kHeader = 1;
 constexpr uint8_t kData = 2;
 constexpr uint8_t kNotification = 3;
-constexpr uint8_t kStatus = 4;
 
 RecorderSettings rampSettings(const char* address)
 {
@@ -370,34 +369,6 @@ private Q_SLOTS:
             QCOMPARE(int(uchar(bins.at(100))), 2 * 120 - 27);
             QVERIFY(uchar(bins.at(110)) < 2 * (120 - 74));
         }
-    }
-
-    void sensorsAnswerWhatWasAsked_data()
-    {
-        QTest::addColumn<int>("bits");
-        QTest::addColumn<QList<int>>("chunks");
-        QTest::newRow("temperature and humidity") << 1 << QList<int>{3};
-        QTest::newRow("motion") << 2 << QList<int>{7, 13};
-        QTest::newRow("clock") << 4 << QList<int>{14};
-        QTest::newRow("battery") << 8 << QList<int>{12};
-        QTest::newRow("triggers") << 16 << QList<int>{15};
-        QTest::newRow("all") << 31 << QList<int>{3, 7, 12, 13, 14, 15};
-        QTest::newRow("nothing") << 0 << QList<int>{};
-    }
-    void sensorsAnswerWhatWasAsked()
-    {
-        QFETCH(int, bits);
-        QFETCH(QList<int>, chunks);
-        QVERIFY(openStream(rampSettings("127.92.0.12"), StreamSensor));
-        m_peer->startStream(0, uint16_t(bits));
-        QVERIFY(m_peer->waitForFrames(kStatus, 1));
-        const RawStreamFrame frame = m_peer->streamFrames(kStatus).front();
-        QVERIFY(frame.checksumFits);
-        QCOMPARE(frame.count(1), 1);
-        for (const int type : {3, 7, 12, 13, 14, 15})
-            QCOMPARE(frame.count(uint16_t(type)), chunks.contains(type) ? 1 : 0);
-        if (bits & 1)
-            QCOMPARE(RawStreamFrame::word<qint16>(frame.chunk(3), 0), qint16{123});
     }
 
     void epochLinesComeWithoutAStart()

@@ -2,22 +2,6 @@
 
 #include "NvxQtSimulator/StreamService.h"
 
-/// The sensor stream of one reader: each second one message with what its start message asked for.
-class SensorStream : public StreamSession
-{
-    Q_OBJECT
-
-public:
-    SensorStream(QTcpSocket* socket, RecorderState* state, QObject* parent);
-
-protected:
-    void begin() override;
-    void proceed() override;
-
-private:
-    uint32_t m_messages = 0;
-};
-
 /// The epoch stream of one reader: text lines of trigger events from the connection on, without a start
 /// message.
 class EpochStream : public StreamSession
