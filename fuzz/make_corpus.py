@@ -4,6 +4,7 @@
     fuzz/make_corpus.py        run from anywhere; replaces the seeds under fuzz/corpus
 """
 import pathlib
+import struct
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -45,8 +46,49 @@ def spectrum_files():
     yield "broken-rows", header + titles + b"2024-02-30 12:34:56\t\t0\t0\t0\t1\n12:34:56\t\tnan\t0\t0\t2\n\n\t\t\t\t\t\n"
 
 
+def text(content):
+    return bytes([len(content)]) + content
+
+
+def info_record(kind):
+    slot = struct.pack(">BHhhhB", 15, 4711, -170, -15, 400, 7) + text(b"1.2") + text(b"Model 7 1.3")
+    common = struct.pack(">HBIQfi", 1, kind, 1709210096, 0x123456789ABC, 2.5, 0x800000) + text(b"ABC_20240229_123456") + text(b"Nerivox'")
+    if kind == 1:
+        return common + slot + b"\1" + struct.pack(">IHhh", 1709210000, 3599, -123, 321)
+    return common + b"\2" + 3 * slot
+
+
+def chunk(order, name, content):
+    return name + struct.pack(order + "I", len(content)) + content + b"\0" * (len(content) % 2)
+
+
+def wave_files():
+    def head(order):
+        return (b"RIFX" if order == ">" else b"RIFF") + bytes(4) + b"WAVE"
+
+    def fmt(order, channels, bits, tag=1, extension=b""):
+        align = channels * bits // 8
+        return chunk(order, b"fmt ", struct.pack(order + "HHIIHH", tag, channels, 48000, 48000 * align, align, bits) + extension)
+
+    def info(order, kind):
+        return chunk(order, b"LIST", b"INFO" + chunk(order, b"ICMT", b"abc") + chunk(order, b"INVX", info_record(kind)))
+
+    data = chunk("<", b"data", bytes(range(1, 49)))
+    guid = struct.pack("<HHIIHH", 22, 24, 3, 1, 0, 16) + bytes.fromhex("800000aa00389b71")
+    yield "one-recorder", head("<") + fmt("<", 1, 16) + info("<", 1) + data
+    yield "array-big-endian", head(">") + fmt(">", 2, 24) + info(">", 2) + chunk(">", b"data", bytes(48))
+    yield "extensible", head("<") + fmt("<", 2, 24, 0xFFFE, guid) + data
+    yield "list-at-tail", head("<") + fmt("<", 1, 32) + data + info("<", 1)
+    yield "two-lists-at-tail", head("<") + fmt("<", 2, 16) + data + chunk("<", b"LIST", b"adtl") + info("<", 2)
+    yield "foreign-chunks", (head("<") + chunk("<", b"bext", bytes(101)) + chunk("<", b"LIST", b"INFO" + chunk("<", b"ISFT", b"tool"))
+                             + fmt("<", 1, 16) + chunk("<", b"fact", bytes(4)) + data)
+    yield "record-one", info_record(1)
+    yield "record-array", info_record(2)
+
+
 if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
     seeds("marco", make_golden.marco_messages())
     seeds("stream", make_golden.stream_messages())
     seeds("spectrum", spectrum_files())
+    seeds("wav_header", wave_files())

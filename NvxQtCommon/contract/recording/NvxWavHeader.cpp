@@ -78,6 +78,14 @@ NvxWavFmtData::NvxWavFmtData(uint16_t numChannels, uint32_t sampleRate, uint16_t
     : m_numChannels(numChannels), m_sampleRate(sampleRate), m_bitsPerSample(bitsPerSample),
       m_blockAlign(static_cast<uint16_t>(numChannels * (bitsPerSample / 8)))
 {
+    m_bytesPerSec = m_sampleRate * m_blockAlign;
+}
+
+NvxWavFmtData::NvxWavFmtData(uint16_t numChannels, uint32_t sampleRate, uint32_t bytesPerSec,
+                             uint16_t blockAlign, uint16_t bitsPerSample)
+    : m_numChannels(numChannels), m_sampleRate(sampleRate), m_bytesPerSec(bytesPerSec),
+      m_bitsPerSample(bitsPerSample), m_blockAlign(blockAlign)
+{
 }
 
 bool NvxWavFmtData::isValid() const

@@ -12,13 +12,16 @@ class NVXQTCOMMON_EXPORT NvxWavFmtData
 public:
     NvxWavFmtData() = default;
     NvxWavFmtData(uint16_t numChannels, uint32_t sampleRate, uint16_t bitsPerSample);
+    /// The fields as a file has them, whether they fit each other or not.
+    NvxWavFmtData(uint16_t numChannels, uint32_t sampleRate, uint32_t bytesPerSec, uint16_t blockAlign,
+                  uint16_t bitsPerSample);
 
     uint16_t numChannels() const { return m_numChannels; }
     /// Hz.
     uint32_t sampleRate() const { return m_sampleRate; }
     uint16_t bitsPerSamp() const { return m_bitsPerSample; }
     /// Of all channels together.
-    uint32_t bytesPerSec() const { return m_sampleRate * m_blockAlign; }
+    uint32_t bytesPerSec() const { return m_bytesPerSec; }
     /// Bytes of one sample of every channel.
     uint16_t blockAlign() const { return m_blockAlign; }
     /// False for what no wave file of this library holds: depths but 16, 24 and 32 bits, no channels, no
@@ -28,6 +31,7 @@ public:
 private:
     uint16_t m_numChannels = 0;
     uint32_t m_sampleRate = 0;
+    uint32_t m_bytesPerSec = 0;
     uint16_t m_bitsPerSample = 0;
     uint16_t m_blockAlign = 0;
 };

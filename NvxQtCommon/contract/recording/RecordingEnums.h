@@ -30,6 +30,16 @@ enum WavWriteErr : uint8_t {
     WavErrBadFormat = 5,    ///< samples that don't fit the file, or a format that no wave file holds
 };
 
+/// What reading the header of a wave file came to; 0 is good.
+enum WavHeaderErr : uint8_t {
+    WavHeaderGood = 0,
+    WavHeaderNoWave = 1,    ///< not a wave file
+    WavHeaderNoInfo = 2,    ///< no information chunk ahead of the samples; the header is there nevertheless
+    WavHeaderTruncated = 3, ///< it isn't whole, or nothing was read so far
+    WavHeaderBadFormat = 4, ///< samples that can't be played
+    WavHeaderBadSize = 5,   ///< sizes that can't be
+};
+
 /// Error of a spectrum writer; 0 is health.
 enum SpecWriteErr : uint8_t {
     SpecErrNone = 0,
