@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace {
 
@@ -14,7 +15,6 @@ constexpr size_t kCommandBufferSize = 4096;
 // Samples and bins of a collect reply, which has to stay under 64 KiB.
 constexpr size_t kCollectBytes = 60000;
 constexpr size_t kBurstSamples = 16;
-constexpr int64_t kCollectMemorySeconds = 4;
 constexpr uint16_t kPlainRefusal = 1;
 
 /// A payload of any bytes, for replies that no correct device makes.
@@ -233,9 +233,9 @@ void ControlSession::answerCollect(const HydDataCollectCmd& request)
     uint8_t mask = 0;
     HydDataCollectCmd chunks;
     size_t room = kCollectBytes;
-    if (spectra) {
+    if (const size_t bins = spectra ? addSpectrum(chunks) : 0) {
         mask |= DataCollSpec;
-        room -= addSpectrum(chunks);
+        room -= bins;
     }
     if (waves) {
         mask |= DataCollWav;
@@ -265,7 +265,7 @@ bool ControlSession::addWaves(HydDataCollectCmd& reply, size_t room)
     }
     const int64_t taken = m_collectClock.nsecsElapsed() / 1000 * rate / 1000000;
     // What the recorder can't hold any longer is lost.
-    if (taken - m_collected > kCollectMemorySeconds * rate)
+    if (taken - m_collected > int64_t{m_state->settings().scanMemorySeconds} * rate)
         m_collected = (taken / rate - 1) * rate;
 
     const SampleFormat format = m_state->sampleFormat();
@@ -292,10 +292,15 @@ bool ControlSession::addWaves(HydDataCollectCmd& reply, size_t room)
     return count < waiting;
 }
 
-/// Gives the number of bins that it added, one byte each.
+/// Adds the spectrum that the recorder works on, unless this client has it already. Its number says which
+/// samples it is of. Gives the number of bins that it added, one byte each.
 size_t ControlSession::addSpectrum(HydDataCollectCmd& reply)
 {
     const HydJobSettings& job = m_state->jobSettings();
+    const int64_t step = int64_t{job.fftAccum()} * job.fftPointsBtw();
+    const int64_t number = m_state->currentSample(job.fftRate()) / step;
+    if (std::exchange(m_collectedSpectrum, number) == number)
+        return 0;
     auto chunk = std::make_shared<DataCollSpecChunk>();
     chunk->sampleRate = job.fftRate();
     chunk->points = static_cast<uint16_t>(job.fftPoints());
@@ -305,10 +310,11 @@ size_t ControlSession::addSpectrum(HydDataCollectCmd& reply)
     chunk->accum = static_cast<uint16_t>(job.fftAccum());
     chunk->weight = static_cast<uint16_t>(job.fftWeight());
     SpectrumMaker maker(m_state->settings().signal, job.fftRate(), job.fftPoints(), job.fftPointsBtw());
-    chunk->bins =
-        maker.bins(static_cast<uint64_t>(m_state->currentSample()), 1, m_state->spectrumReference(job));
-    reply.setChunk(DataCollSpecTime, std::make_shared<DataCollSpecTimeChunk>(
-                                         static_cast<uint32_t>(m_state->deviceTime()), m_spectra++));
+    chunk->bins = maker.bins(static_cast<uint64_t>(number * step), job.fftAccum(),
+                             RecorderState::spectrumReference(job));
+    reply.setChunk(DataCollSpecTime,
+                   std::make_shared<DataCollSpecTimeChunk>(static_cast<uint32_t>(m_state->deviceTime()),
+                                                           static_cast<uint32_t>(number)));
     reply.setChunk(DataCollSpec, chunk);
     return chunk->bins.size();
 }

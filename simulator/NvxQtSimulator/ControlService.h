@@ -64,5 +64,5 @@ private:
     int64_t m_collectFirst = 0;
     int64_t m_collected = 0;
     uint32_t m_collectTime = 0;
-    uint32_t m_spectra = 0;
+    int64_t m_collectedSpectrum = -1;
 };

@@ -81,6 +81,8 @@ struct RecorderSettings
     /// Bytes that may wait for a slow reader on one stream. A paced stream drops blocks beyond it and counts
     /// them, an unpaced one stops producing.
     int64_t backlogLimit = 4 * 1024 * 1024;
+    /// Seconds of samples, at least 1, that wait for the next data collect request; what is older is lost.
+    unsigned scanMemorySeconds = 4;
     /// Seconds between the starts of two trigger events on the epoch stream, and how long each lasts.
     unsigned epochPeriod = 60;
     unsigned epochSeconds = 30;

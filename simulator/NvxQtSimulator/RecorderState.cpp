@@ -40,6 +40,7 @@ RecorderSettings withinLimits(RecorderSettings settings)
     if (settings.bitDepth != 16 && settings.bitDepth != 32)
         settings.bitDepth = 24;
     settings.blocksPerSecond = std::clamp<unsigned>(settings.blocksPerSecond, 1, 1000);
+    settings.scanMemorySeconds = std::max(settings.scanMemorySeconds, 1U);
     settings.epochPeriod = std::max(settings.epochPeriod, 1U);
     return settings;
 }

@@ -279,18 +279,6 @@ private Q_SLOTS:
         QVERIFY(expected >= 68100);
     }
 
-    void spectraAreCollected()
-    {
-        QVERIFY(openControl(settingsAt("127.91.0.10")));
-        const RawControlFrame reply = m_peer.ask('C', QByteArray(1, 0x10));
-        QCOMPARE(reply.payload.at(0), char{0x10});
-        QCOMPARE(collectChunk(reply.payload, 4096).size(), 8);
-        const QByteArray data = collectChunk(reply.payload, 16);
-        QCOMPARE(RawStreamFrame::word<quint32>(data, 0), 48000U);
-        QCOMPARE(RawStreamFrame::word<quint16>(data, 4), quint16{1024});
-        QCOMPARE(data.size(), 16 + 512);
-    }
-
     void discoveryAnswersUnicast()
     {
         RecorderSettings settings = settingsAt("127.91.0.11");
