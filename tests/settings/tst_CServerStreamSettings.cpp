@@ -210,8 +210,5 @@ void tst_CServerStreamSettings::withoutAStoreNothingHappens()
     QVERIFY(settings == CServerStreamSettings());
 }
 
-Q_DECLARE_METATYPE(Set)
-Q_DECLARE_METATYPE(Get)
-
 QTEST_APPLESS_MAIN(tst_CServerStreamSettings)
 #include "tst_CServerStreamSettings.moc"
