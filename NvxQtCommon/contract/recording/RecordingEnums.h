@@ -14,6 +14,12 @@ enum FFTMode : uint8_t {
     FftModeNoise = 10, ///< calibration spectra of the noise filter
 };
 
+/// Wave logging mode of the application, one byte.
+enum WAVEMode : uint8_t {
+    WaveModeOff = 0,
+    WaveModeLog = 1,
+};
+
 /// What a sensor log holds.
 enum SENSOR_LOG_TYPE : uint8_t {
     SensorLogAccMag = 0,
