@@ -48,16 +48,12 @@ Spectrogram::Spectrogram(WaveFile& file, unsigned channel, int columns)
         for (size_t bin = 0; bin < levels.size(); ++bin)
             levels[bin] =
                 std::max(kFloor, float(10.0 * std::log10(power[bin] / (unit * double(transforms)) + 1e-30)));
-        m_levels.push_back(std::move(levels));
+        m_levels.columns.push_back(std::move(levels));
     }
-}
-
-float Spectrogram::highestLevel() const
-{
-    float highest = kFloor;
-    for (const auto& column : m_levels)
-        highest = std::max(highest, *std::max_element(column.begin(), column.end()));
-    return highest;
+    m_levels.bins = int(m_length / 2);
+    m_levels.seconds = file.seconds();
+    m_levels.kilohertz = file.sampleRate() / 2000.0;
+    m_levels.unit = QStringLiteral("dBFS");
 }
 
 void Spectrogram::addTransform(const std::vector<float>& samples, std::vector<double>& power)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "shared/LevelGrid.h"
 #include "shared/WaveFile.h"
 
 #include <complex>
@@ -13,12 +14,8 @@ public:
     /// is the mean power of Hann-windowed transforms that are spread over its time.
     Spectrogram(WaveFile& file, unsigned channel, int columns);
 
-    int columns() const { return int(m_levels.size()); }
-    /// Bins of a column, from 0 Hz to half of the sample rate.
-    int bins() const { return int(m_length / 2); }
-    /// dBFS in a bin; a sine wave of full scale has 0.
-    float level(int column, int bin) const { return m_levels[size_t(column)][size_t(bin)]; }
-    float highestLevel() const;
+    /// Levels in dBFS from 0 Hz to half of the sample rate; a sine wave of full scale has 0.
+    const LevelGrid& levels() const { return m_levels; }
 
 private:
     void addTransform(const std::vector<float>& samples, std::vector<double>& power);
@@ -28,5 +25,5 @@ private:
     std::vector<double> m_window;
     std::vector<std::complex<double>> m_turns;
     std::vector<std::complex<double>> m_work;
-    std::vector<std::vector<float>> m_levels;
+    LevelGrid m_levels;
 };

@@ -1,7 +1,7 @@
 // Draws the spectrogram of a wave file: spectrogram FILE.wav OUT.png
 
 #include "spectrogram/Spectrogram.h"
-#include "spectrogram/SpectrogramPicture.h"
+#include "shared/LevelPicture.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>
@@ -47,8 +47,8 @@ int main(int argc, char* argv[])
         return spectrogramFailure(
             QStringLiteral("%1: the channels are 1 to %2.").arg(names[0]).arg(file.channels()));
 
-    const Spectrogram spectrogram(file, channel - 1, SpectrogramPicture::kPlotWidth);
-    const SpectrogramPicture picture(spectrogram, file.seconds(), file.sampleRate() / 2000.0);
+    const Spectrogram spectrogram(file, channel - 1, LevelPicture::kPlotWidth);
+    const LevelPicture picture(spectrogram.levels());
     const QString title = QStringLiteral("%1    %2 Hz, %3 bit, channel %4 of %5")
                               .arg(QFileInfo(names[0]).fileName())
                               .arg(file.sampleRate())

@@ -1,3 +1,4 @@
+#include "ExampleRun.h"
 #include "NvxQtSimulator/SimulatedRecorder.h"
 #include "tests/recording/WavJudge.h"
 #include "tests/support/NvxTestCase.h"
@@ -19,13 +20,6 @@ private:
     std::unique_ptr<QTemporaryDir> m_folder;
     std::unique_ptr<SimulatedRecorder> m_recorder;
 
-    struct Ended
-    {
-        int code = -1;
-        QString output;
-        QString errors;
-    };
-
     /// A recorder of 16000 Hz that gives this many seconds of samples at once.
     static RecorderSettings recorderAt(const char* address, uint32_t seconds = 1)
     {
@@ -42,22 +36,11 @@ private:
         m_recorder = std::make_unique<SimulatedRecorder>(settings);
         return m_recorder->start();
     }
-    /// Runs a program to its end; the recorder in this process goes on meanwhile.
-    static Ended run(const char* program, const QStringList& arguments)
+    ExampleRun record(const QStringList& arguments)
     {
-        QProcess process;
-        process.start(QLatin1String(program), arguments);
-        if (!QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, 20000))
-            return {};
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
-    }
-    Ended record(const QStringList& arguments)
-    {
-        return run(NVX_RECORD_WAVES, QStringList{QStringLiteral("--out"), out(), QStringLiteral("--patience"),
-                                                 QStringLiteral("2")} +
-                                         arguments);
+        return runExample(NVX_RECORD_WAVES, QStringList{QStringLiteral("--out"), out(),
+                                                        QStringLiteral("--patience"), QStringLiteral("2")} +
+                                                arguments);
     }
     QString out() const { return m_folder->filePath(QStringLiteral("some/where")); }
     QStringList files() const
@@ -82,7 +65,7 @@ private Q_SLOTS:
     // --- happy flows
     void recordsFromARecorderOfItsOwn()
     {
-        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1")});
+        const ExampleRun ended = record({QStringLiteral("--seconds"), QStringLiteral("1")});
         QVERIFY2(ended.code == 0, qPrintable(ended.errors));
         QVERIFY2(ended.output.contains(QStringLiteral("Simulating a recorder at 127.0.0.")),
                  qPrintable(ended.output));
@@ -102,8 +85,8 @@ private Q_SLOTS:
         settings.identity.model = "Model A";
         settings.signal.levelDb = -12.0;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
-                                    QStringLiteral("--address"), QStringLiteral("127.99.0.1")});
+        const ExampleRun ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
+                                         QStringLiteral("--address"), QStringLiteral("127.99.0.1")});
         QVERIFY2(ended.code == 0, qPrintable(ended.errors));
         for (const char* text :
              {"Recorder A 77, Model A", "1.0 of 2021-03-04", "16000 Hz, 24 bit, little-endian"})
@@ -124,7 +107,7 @@ private Q_SLOTS:
     void filesEndAtTheirLength()
     {
         QVERIFY(startRecorder(recorderAt("127.99.0.2", 2)));
-        const Ended ended =
+        const ExampleRun ended =
             record({QStringLiteral("--seconds"), QStringLiteral("2"), QStringLiteral("--address"),
                     QStringLiteral("127.99.0.2"), QStringLiteral("--file-seconds"), QStringLiteral("1")});
         QCOMPARE(ended.code, 0);
@@ -139,8 +122,8 @@ private Q_SLOTS:
         settings.channels = 2;
         settings.bitDepth = 16;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
-                                    QStringLiteral("--address"), QStringLiteral("127.99.0.3")});
+        const ExampleRun ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
+                                         QStringLiteral("--address"), QStringLiteral("127.99.0.3")});
         QCOMPARE(ended.code, 0);
         QVERIFY2(ended.output.contains(
                      QStringLiteral("16 bit  2 channels  -20.0 dBFS = 156.5 dB re 1 µPa, -20.0 dBFS")),
@@ -173,8 +156,8 @@ private Q_SLOTS:
         plan.add(FaultRule::fromText(QStringLiteral("loss:after=10,times=1,on=wave")).value());
         settings.faults = plan;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
-                                    QStringLiteral("--address"), QStringLiteral("127.99.0.5")});
+        const ExampleRun ended = record({QStringLiteral("--seconds"), QStringLiteral("1"),
+                                         QStringLiteral("--address"), QStringLiteral("127.99.0.5")});
         QCOMPARE(ended.code, 0);
         QVERIFY2(ended.output.contains(QStringLiteral("Lost 640 samples from number ")),
                  qPrintable(ended.output));
@@ -191,7 +174,7 @@ private Q_SLOTS:
                      .code,
                  0);
         const QString picture = m_folder->filePath(QStringLiteral("tone.png"));
-        const Ended drawn = run(NVX_SPECTROGRAM, {pathOf(0), picture});
+        const ExampleRun drawn = runExample(NVX_SPECTROGRAM, {pathOf(0), picture});
         QVERIFY2(drawn.code == 0, qPrintable(drawn.errors));
         const QImage image(picture);
         QVERIFY(image.width() > 1000 && image.height() > 480);
@@ -224,8 +207,8 @@ private Q_SLOTS:
     // --- rainy day flows
     void nothingFound()
     {
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.9.9"),
-                                    QStringLiteral("--patience"), QStringLiteral("1")});
+        const ExampleRun ended = record({QStringLiteral("--address"), QStringLiteral("127.99.9.9"),
+                                         QStringLiteral("--patience"), QStringLiteral("1")});
         QCOMPARE(ended.code, 2);
         QCOMPARE(ended.errors.trimmed().split(QLatin1Char('\n')).last(),
                  QStringLiteral("record-waves: no recorder answers at 127.99.9.9."));
@@ -236,7 +219,7 @@ private Q_SLOTS:
         RecorderSettings settings = recorderAt("127.99.0.7");
         settings.roles = RoleDiscovery;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.7")});
+        const ExampleRun ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.7")});
         QCOMPARE(ended.code, 3);
         QVERIFY(
             ended.errors.contains(QStringLiteral("record-waves: the recorder refuses the command channel")));
@@ -247,7 +230,7 @@ private Q_SLOTS:
         RecorderSettings settings = recorderAt("127.99.0.8");
         settings.roles = RoleDiscovery | RoleControl;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.8")});
+        const ExampleRun ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.8")});
         QCOMPARE(ended.code, 3);
         QVERIFY(ended.errors.contains(
             QStringLiteral("record-waves: the recorder refuses its wave stream on port 51001.")));
@@ -260,8 +243,8 @@ private Q_SLOTS:
         plan.add(FaultRule::fromText(QStringLiteral("loss:on=wave")).value());
         settings.faults = plan;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.9"),
-                                    QStringLiteral("--patience"), QStringLiteral("1")});
+        const ExampleRun ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.9"),
+                                         QStringLiteral("--patience"), QStringLiteral("1")});
         QCOMPARE(ended.code, 4);
         QVERIFY(ended.errors.contains(QStringLiteral("record-waves: no samples came for 1 s.")));
         QVERIFY(files().isEmpty());
@@ -275,8 +258,8 @@ private Q_SLOTS:
         plan.add(FaultRule::fromText(QStringLiteral("loss:times=1,on=wave")).value());
         settings.faults = plan;
         QVERIFY(startRecorder(settings));
-        const Ended ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.11"),
-                                    QStringLiteral("--patience"), QStringLiteral("1")});
+        const ExampleRun ended = record({QStringLiteral("--address"), QStringLiteral("127.99.0.11"),
+                                         QStringLiteral("--patience"), QStringLiteral("1")});
         QCOMPARE(ended.code, 4);
         QVERIFY2(ended.output.contains(QRegularExpression(QStringLiteral("\n       \\? s +48000 bytes +"))),
                  qPrintable(ended.output));
@@ -287,7 +270,7 @@ private Q_SLOTS:
     {
         QFile file(m_folder->filePath(QStringLiteral("some")));
         QVERIFY(file.open(QIODevice::WriteOnly));
-        const Ended ended = record({});
+        const ExampleRun ended = record({});
         QCOMPARE(ended.code, 5);
         QCOMPARE(ended.errors, QStringLiteral("record-waves: the directory %1 can't be made.\n").arg(out()));
     }
@@ -297,9 +280,9 @@ private Q_SLOTS:
         QVERIFY(startRecorder(recorderAt("127.99.0.10", 10)));
         // No file of the program may pass 40 kB; as on a full disk, its writes fail from there on.
         const QString command = QStringLiteral("trap '' XFSZ; ulimit -f 40; exec \"$0\" \"$@\"");
-        const Ended ended = run("bash", {QStringLiteral("-c"), command, QStringLiteral(NVX_RECORD_WAVES),
-                                         QStringLiteral("--out"), out(), QStringLiteral("--address"),
-                                         QStringLiteral("127.99.0.10")});
+        const ExampleRun ended = runExample(
+            "bash", {QStringLiteral("-c"), command, QStringLiteral(NVX_RECORD_WAVES), QStringLiteral("--out"),
+                     out(), QStringLiteral("--address"), QStringLiteral("127.99.0.10")});
         QCOMPARE(ended.code, 5);
         QVERIFY2(ended.errors.contains(QStringLiteral("Please ensure that there is space on the disk")),
                  qPrintable(ended.errors));
@@ -318,7 +301,7 @@ private Q_SLOTS:
     void wrongUse()
     {
         QFETCH(QStringList, arguments);
-        const Ended ended = record(arguments);
+        const ExampleRun ended = record(arguments);
         QCOMPARE(ended.code, 1);
         QVERIFY(ended.errors.startsWith(QStringLiteral("record-waves: ") + arguments.first()));
     }
@@ -349,7 +332,8 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(bytes);
         file.close();
-        const Ended ended = run(NVX_SPECTROGRAM, {path, m_folder->filePath(QStringLiteral("odd.png"))});
+        const ExampleRun ended =
+            runExample(NVX_SPECTROGRAM, {path, m_folder->filePath(QStringLiteral("odd.png"))});
         QCOMPARE(ended.code, 1);
         QVERIFY2(ended.errors.contains(QStringLiteral("spectrogram: %1: %2").arg(path, complaint)),
                  qPrintable(ended.errors));

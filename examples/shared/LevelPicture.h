@@ -1,20 +1,22 @@
 #pragma once
 
-#include "spectrogram/Spectrogram.h"
+#include "shared/LevelGrid.h"
 
 #include <QImage>
 #include <QPainter>
 #include <QRect>
 #include <QString>
 
-/// Draws a spectrogram with its axes: time in seconds, frequency in kHz, level in dBFS.
-class SpectrogramPicture
+/// Draws levels with their axes: time in seconds, frequency in kHz, and the colours of the levels. Times of
+/// which nothing is known are grey.
+class LevelPicture
 {
 public:
     static constexpr int kPlotWidth = 1000;
     static constexpr int kPlotHeight = 480;
 
-    SpectrogramPicture(const Spectrogram& spectrogram, double seconds, double highestKilohertz);
+    /// `grid` has bins, a length in time and a highest frequency, and outlives the picture.
+    explicit LevelPicture(const LevelGrid& grid);
 
     QImage draw(const QString& title) const;
 
@@ -25,8 +27,6 @@ private:
     void drawFrequencyAxis(QPainter& painter) const;
     void drawScale(QPainter& painter) const;
 
-    const Spectrogram& m_spectrogram;
-    double m_seconds;
-    double m_kilohertz;
-    float m_top;
+    const LevelGrid& m_grid;
+    float m_top; ///< level of the brightest colour
 };

@@ -1,18 +1,29 @@
-#include "spectrogram/SpectrogramPicture.h"
+#include "shared/LevelPicture.h"
 
 #include <QColor>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 
 namespace {
 
-constexpr QRect kPlot(70, 40, SpectrogramPicture::kPlotWidth, SpectrogramPicture::kPlotHeight);
-constexpr QRect kScale(kPlot.right() + 25, kPlot.top(), 18, SpectrogramPicture::kPlotHeight);
+constexpr QRect kPlot(70, 40, LevelPicture::kPlotWidth, LevelPicture::kPlotHeight);
+constexpr QRect kScale(kPlot.right() + 25, kPlot.top(), 18, LevelPicture::kPlotHeight);
 constexpr QSize kPicture(kScale.right() + 70, kPlot.bottom() + 60);
 constexpr float kRangeDb = 100.0F;
 constexpr int kTick = 5;
+constexpr QRgb kUnknown = qRgb(225, 225, 225);
+
+float highestLevel(const LevelGrid& grid)
+{
+    std::optional<float> highest;
+    for (const auto& column : grid.columns)
+        for (const float level : column)
+            highest = std::max(highest.value_or(level), level);
+    return highest.value_or(0.0F);
+}
 
 /// A step of 1, 2 or 5 times a power of ten that divides `range` into at most `most` parts.
 double axisStep(double range, int most)
@@ -26,15 +37,13 @@ double axisStep(double range, int most)
 
 } // namespace
 
-SpectrogramPicture::SpectrogramPicture(const Spectrogram& spectrogram, double seconds,
-                                       double highestKilohertz)
-    : m_spectrogram(spectrogram), m_seconds(seconds), m_kilohertz(highestKilohertz),
-      m_top(10.0F * std::ceil(spectrogram.highestLevel() / 10.0F))
+LevelPicture::LevelPicture(const LevelGrid& grid)
+    : m_grid(grid), m_top(10.0F * std::ceil(highestLevel(grid) / 10.0F))
 {
 }
 
 /// Dark blue over violet and red to yellow, in even steps of brightness.
-QRgb SpectrogramPicture::colour(float level) const
+QRgb LevelPicture::colour(float level) const
 {
     static constexpr std::array<std::array<float, 3>, 6> kStops{
         {{0, 0, 20}, {45, 10, 100}, {130, 25, 120}, {210, 60, 80}, {250, 145, 40}, {255, 250, 180}}};
@@ -47,7 +56,7 @@ QRgb SpectrogramPicture::colour(float level) const
     return qRgb(mix(0), mix(1), mix(2));
 }
 
-QImage SpectrogramPicture::draw(const QString& title) const
+QImage LevelPicture::draw(const QString& title) const
 {
     QImage picture(kPicture, QImage::Format_RGB32);
     picture.fill(Qt::white);
@@ -65,32 +74,31 @@ QImage SpectrogramPicture::draw(const QString& title) const
     return picture;
 }
 
-void SpectrogramPicture::drawLevels(QPainter& painter) const
+void LevelPicture::drawLevels(QPainter& painter) const
 {
     QImage levels(kPlot.size(), QImage::Format_RGB32);
     for (int y = 0; y < levels.height(); ++y) {
         auto* line = reinterpret_cast<QRgb*>(levels.scanLine(y));
         // Rows that hold several bins show the loudest of them, so that a thin line isn't lost.
         const int rows = levels.height();
-        const int low = (rows - 1 - y) * m_spectrogram.bins() / rows;
-        const int high = std::max(low + 1, (rows - y) * m_spectrogram.bins() / rows);
+        const int low = (rows - 1 - y) * m_grid.bins / rows;
+        const int high = std::max(low + 1, (rows - y) * m_grid.bins / rows);
         for (int x = 0; x < levels.width(); ++x) {
-            const int column = x * m_spectrogram.columns() / levels.width();
-            float level = m_spectrogram.level(column, low);
-            for (int bin = low + 1; bin < high; ++bin)
-                level = std::max(level, m_spectrogram.level(column, bin));
-            line[x] = colour(level);
+            const size_t place = size_t(x) * m_grid.columns.size() / size_t(levels.width());
+            const std::vector<float>& column = m_grid.columns[place];
+            line[x] = column.empty() ? kUnknown
+                                     : colour(*std::max_element(column.begin() + low, column.begin() + high));
         }
     }
     painter.drawImage(kPlot.topLeft(), levels);
     painter.drawRect(kPlot.adjusted(-1, -1, 0, 0));
 }
 
-void SpectrogramPicture::drawTimeAxis(QPainter& painter) const
+void LevelPicture::drawTimeAxis(QPainter& painter) const
 {
-    const double step = axisStep(m_seconds, 10);
-    for (int i = 0; i * step <= m_seconds * 1.0001; ++i) {
-        const int x = kPlot.left() + int(i * step / m_seconds * (kPlot.width() - 1));
+    const double step = axisStep(m_grid.seconds, 10);
+    for (int i = 0; i * step <= m_grid.seconds * 1.0001; ++i) {
+        const int x = kPlot.left() + int(i * step / m_grid.seconds * (kPlot.width() - 1));
         painter.drawLine(x, kPlot.bottom() + 1, x, kPlot.bottom() + kTick);
         painter.drawText(QRect(x - 40, kPlot.bottom() + kTick, 80, 20), Qt::AlignCenter,
                          QString::number(i * step, 'g', 6));
@@ -99,11 +107,11 @@ void SpectrogramPicture::drawTimeAxis(QPainter& painter) const
                      QStringLiteral("time in s"));
 }
 
-void SpectrogramPicture::drawFrequencyAxis(QPainter& painter) const
+void LevelPicture::drawFrequencyAxis(QPainter& painter) const
 {
-    const double step = axisStep(m_kilohertz, 8);
-    for (int i = 0; i * step <= m_kilohertz * 1.0001; ++i) {
-        const int y = kPlot.bottom() - int(i * step / m_kilohertz * (kPlot.height() - 1));
+    const double step = axisStep(m_grid.kilohertz, 8);
+    for (int i = 0; i * step <= m_grid.kilohertz * 1.0001; ++i) {
+        const int y = kPlot.bottom() - int(i * step / m_grid.kilohertz * (kPlot.height() - 1));
         painter.drawLine(kPlot.left() - kTick, y, kPlot.left() - 1, y);
         painter.drawText(QRect(20, y - 10, kPlot.left() - 20 - kTick - 2, 20),
                          Qt::AlignVCenter | Qt::AlignRight, QString::number(i * step, 'g', 6));
@@ -116,7 +124,7 @@ void SpectrogramPicture::drawFrequencyAxis(QPainter& painter) const
     painter.restore();
 }
 
-void SpectrogramPicture::drawScale(QPainter& painter) const
+void LevelPicture::drawScale(QPainter& painter) const
 {
     for (int y = 0; y < kScale.height(); ++y) {
         const float level = m_top - kRangeDb * float(y) / float(kScale.height() - 1);
@@ -131,6 +139,5 @@ void SpectrogramPicture::drawScale(QPainter& painter) const
         painter.drawText(QRect(kScale.right() + kTick + 3, y - 10, 60, 20), Qt::AlignVCenter | Qt::AlignLeft,
                          QString::number(int(m_top) - db));
     }
-    painter.drawText(QRect(kScale.left() - 20, 0, 90, kScale.top()), Qt::AlignVCenter | Qt::AlignLeft,
-                     QStringLiteral("dBFS"));
+    painter.drawText(QRect(kScale.left() - 45, 0, 120, kScale.top()), Qt::AlignCenter, m_grid.unit);
 }
