@@ -1,7 +1,9 @@
 #include "record-waves/FileReport.h"
 
+#include "shared/SpectrumFile.h"
 #include "shared/WaveFile.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QStringList>
 
@@ -19,6 +21,20 @@ double effectiveValue(WaveFile& file, unsigned channel)
         for (const float sample : file.read(first, kPiece, channel))
             sum += double(sample) * double(sample);
     return std::sqrt(sum / double(std::max<qint64>(1, file.frames())));
+}
+
+/// Lines behind that of the titles.
+int countReadings(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    while (!file.atEnd() && !file.readLine().startsWith("Time\t"))
+        continue;
+    int lines = 0;
+    for (; !file.atEnd(); ++lines)
+        file.readLine();
+    return lines;
 }
 
 } // namespace
@@ -51,4 +67,31 @@ QString describeWaveFile(const QString& path, const std::optional<SoundScale>& s
         .arg(file.bitsPerSample())
         .arg(file.channels())
         .arg(file.channels() == 1 ? QString() : QStringLiteral("s"), levels.join(QStringLiteral(", ")));
+}
+
+QString describeTextFile(const QString& path)
+{
+    const QString name = QFileInfo(path).fileName();
+    SpectrumFile file;
+    if (!file.open(path) || !file.next())
+        return QStringLiteral("%1  %2 readings").arg(name).arg(countReadings(path));
+    int spectra = 0;
+    int highestBin = 0;
+    double highest = file.level(0);
+    do {
+        ++spectra;
+        for (int bin = 0; bin < file.record().numBins(); ++bin) {
+            if (file.level(bin) > highest) {
+                highest = file.level(bin);
+                highestBin = bin;
+            }
+        }
+    } while (file.next());
+    return QStringLiteral("%1  %2 spectra  %3 bins of %4 Hz  at most %5 dB re 1 µPa, at %6 Hz")
+        .arg(name)
+        .arg(spectra)
+        .arg(file.record().numBins())
+        .arg(file.binWidth(), 0, 'g', 6)
+        .arg(highest, 0, 'f', 1)
+        .arg(highestBin * file.binWidth(), 0, 'f', 0);
 }

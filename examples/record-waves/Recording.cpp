@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QTextStream>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -11,6 +12,7 @@ constexpr int kEnquiries = 3;
 constexpr int kWatchMs = 100;
 constexpr int kProgressMs = 1000;
 constexpr int kAlivePeriodMs = 1000;
+constexpr int kSecondsPerMinute = 60;
 
 QTextStream& recordingOut()
 {
@@ -156,6 +158,9 @@ void Recording::startStream()
             &HydStreamAdapter::startStream,
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::SingleShotConnection));
     m_stream->connectStream();
+    m_side = std::make_unique<SideRecording>(m_order.side, m_order.address, device, m_order.directory,
+                                             std::max(1, m_order.fileSeconds / kSecondsPerMinute));
+    m_side->start();
     m_sinceStart.start();
     m_watch.start();
 }
@@ -200,7 +205,7 @@ void Recording::printProgress(const NvxStreamStats& stats)
                           .arg(stats.bytes, 12)
                           .arg(stats.actualRate, 9, 'f', 0)
                           .arg(stats.samplesMissing)
-                   << Qt::endl;
+                   << m_side->progress() << Qt::endl;
 }
 
 // --- Step 4: stop, close, report.
@@ -222,6 +227,7 @@ void Recording::finish(Outcome outcome, const QString& complaint)
         m_stream->stopStream();
         m_logger->stopLogging();
         m_stream->disconnectStream();
+        m_side->stop();
         const NvxStreamStats stats = m_monitor.total();
         printProgress(stats);
     }
@@ -235,9 +241,12 @@ void Recording::finish(Outcome outcome, const QString& complaint)
 
 void Recording::printFiles() const
 {
-    if (m_files.isEmpty())
+    const QStringList texts = m_side ? m_side->files() : QStringList();
+    if (m_files.isEmpty() && texts.isEmpty())
         return;
     recordingOut() << "Files in " << m_order.directory << ':' << Qt::endl;
     for (const QString& file : m_files)
         recordingOut() << "  " << describeWaveFile(file, m_scale) << Qt::endl;
+    for (const QString& file : texts)
+        recordingOut() << "  " << describeTextFile(file) << Qt::endl;
 }

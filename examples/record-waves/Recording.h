@@ -1,6 +1,7 @@
 #pragma once
 
 #include "record-waves/FileReport.h"
+#include "record-waves/SideRecording.h"
 
 #include "NvxQtCommon/control/NvxDeviceController.h"
 #include "NvxQtCommon/discovery/HydMarcoAdapter.h"
@@ -22,8 +23,9 @@ struct RecordingOrder
 {
     QHostAddress address;
     quint16 wavePort = 51001;
+    SideOrder side;
     int seconds = 10;
-    int fileSeconds = 60;  ///< a file ends at each whole multiple of it
+    int fileSeconds = 60;  ///< a wave file ends at each whole multiple of it
     int patienceMs = 5000; ///< to wait for an answer, or for samples
     QString directory;
 };
@@ -72,6 +74,7 @@ private:
     std::shared_ptr<NvxDeviceController> m_controller;
     std::unique_ptr<HydStreamAdapter> m_stream;
     std::unique_ptr<NvxWavLogger> m_logger;
+    std::unique_ptr<SideRecording> m_side;
     NvxStreamMonitor m_monitor;
     QTimer m_timeout;
     QTimer m_watch;

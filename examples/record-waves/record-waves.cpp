@@ -1,5 +1,6 @@
-// Records the waves of one recorder: finds it, opens its command channel, reads setup and clock, starts its
-// wave stream and writes wave files. Without an address it records from a simulated recorder in this process.
+// Records one recorder: finds it, opens its command channel, reads setup and clock, starts its streams and
+// writes wave files, and text files of its spectra and sensor readings. Without an address it records from a
+// simulated recorder in this process.
 
 #include "record-waves/Recording.h"
 
@@ -66,6 +67,12 @@ QString readOrder(const QCommandLineParser& parser, RecordingOrder& order)
     order.wavePort = parser.value(QStringLiteral("port")).toUShort(&ok);
     if (!ok || order.wavePort == 0)
         return QStringLiteral("--port takes a number from 1 to 65535.");
+    order.side.spectrumPort = parser.value(QStringLiteral("spectrum-port")).toUShort(&ok);
+    if (!ok)
+        return QStringLiteral("--spectrum-port takes a number from 0 to 65535.");
+    order.side.sensorPort = parser.value(QStringLiteral("sensor-port")).toUShort(&ok);
+    if (!ok)
+        return QStringLiteral("--sensor-port takes a number from 0 to 65535.");
     if (parser.isSet(QStringLiteral("address")) &&
         (!order.address.setAddress(parser.value(QStringLiteral("address"))) ||
          order.address.protocol() != QAbstractSocket::IPv4Protocol))
@@ -82,8 +89,9 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationName(QStringLiteral("record-waves"));
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
-        "Records the waves of one recorder into wave files. Without --address it records from a simulated "
-        "recorder in this process.\nExit codes: 0 done, 1 wrong use, 2 nothing found, 3 refused, 4 no data, "
+        "Records one recorder: waves into wave files, spectra and sensor readings into text files. Without "
+        "--address it records from a simulated recorder in this process.\nExit codes: 0 done, 1 wrong use, 2 "
+        "nothing found, 3 refused, 4 no data, "
         "5 "
         "files can't be written."));
     parser.addHelpOption();
@@ -96,7 +104,11 @@ int main(int argc, char* argv[])
     option("out", "Directory of the files; it is made if need be.", "DIR", "recordings");
     option("address", "IPv4 address of the recorder.", "A", "");
     option("port", "TCP port of its wave stream.", "PORT", "51001");
-    option("file-seconds", "A file ends at each whole multiple of this many seconds.", "N", "60");
+    option("spectrum-port", "TCP port of its spectrum stream; 0 records no spectra.", "PORT", "51002");
+    option("sensor-port", "TCP port of its sensor stream; 0 records no readings.", "PORT", "51003");
+    option("file-seconds",
+           "A wave file ends at each whole multiple of this many seconds, a text file at one of its minutes.",
+           "N", "60");
     option("patience", "Seconds to wait for an answer, or for samples.", "N", "5");
     parser.process(app);
 
@@ -115,6 +127,7 @@ int main(int argc, char* argv[])
                         QStringLiteral("the simulated recorder finds no free ports."));
         order.address = simulator->settings().address;
         order.wavePort = simulator->streamPort(StreamWave);
+        order.side = {simulator->streamPort(StreamSpectrum), simulator->streamPort(StreamSensor)};
         QTextStream(stdout) << "Simulating a recorder at " << order.address.toString() << Qt::endl;
     }
 

@@ -43,11 +43,27 @@ private:
                                                 arguments);
     }
     QString out() const { return m_folder->filePath(QStringLiteral("some/where")); }
-    QStringList files() const
+    QStringList files(const char* pattern = "*.wav") const
     {
-        return QDir(out()).entryList({QStringLiteral("*.wav")}, QDir::Files, QDir::Name);
+        return QDir(out()).entryList({QLatin1String(pattern)}, QDir::Files, QDir::Name);
     }
     QString pathOf(int file) const { return out() + QLatin1Char('/') + files().at(file); }
+    /// Sum of a row of a picture whose plot is 1000 x 480 at 70, 40.
+    static qint64 brightness(const QImage& image, int row)
+    {
+        qint64 sum = 0;
+        for (int x = 100; x < 1000; ++x)
+            sum += qGray(image.pixel(x, row));
+        return sum;
+    }
+    static int brightestRow(const QImage& image)
+    {
+        int brightest = 41;
+        for (int row = 41; row < 519; ++row)
+            if (brightness(image, row) > brightness(image, brightest))
+                brightest = row;
+        return brightest;
+    }
 
 private Q_SLOTS:
     void init()
@@ -76,6 +92,60 @@ private Q_SLOTS:
             frames += judgeWav(pathOf(i)).frames;
         }
         QVERIFY2(frames >= 48000, qPrintable(QString::number(frames)));
+    }
+
+    void spectraAndReadingsAreRecordedBesideTheWaves()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.12", 0);
+        settings.unpaced = false;
+        settings.spectrumPort = RecorderSettings::kSpectrumPort;
+        settings.sensorPort = RecorderSettings::kSensorPort;
+        settings.identity.serial = 77;
+        settings.signal.frequency = 4000.0;
+        QVERIFY(startRecorder(settings));
+        const ExampleRun ended = record({QStringLiteral("--seconds"), QStringLiteral("2"),
+                                         QStringLiteral("--address"), QStringLiteral("127.99.0.12")});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        // The bin of the tone has the level that the wave file has, in whole dB rounded up.
+        for (const char* line :
+             {"0 samples lost  [1-9]\\d* spectra  [1-9]\\d* readings\n",
+              "REC0077_\\S+\\.wav .* 156\\.5 dB re 1 µPa\n",
+              "SPC0077_\\S+\\.txt  \\d+ spectra  512 bins of 15\\.625 Hz  at most 157\\.0 dB re 1 µPa, at "
+              "4000 Hz\n",
+              "ACC0077_\\S+\\.txt  [1-9]\\d* readings\n", "BAT0077_\\S+\\.txt  [1-9]\\d* readings\n"})
+            QVERIFY2(ended.output.contains(QRegularExpression(QString::fromUtf8(line))),
+                     qPrintable(ended.output));
+        QVERIFY(!ended.output.contains(QStringLiteral("refuses")));
+        QStringList named;
+        for (const char* pattern : {"SPC0077_2*.txt", "ACC0077_2*.txt", "BAT0077_2*.txt"})
+            named += files(pattern);
+        QCOMPARE(named.size(), files("*.txt").size());
+        for (const QString& name : named)
+            QVERIFY2(ended.output.contains(QStringLiteral("\n  ") + name), qPrintable(name));
+
+        // Its picture: the row of the bin, half way up to 8 kHz, is the brightest.
+        const QString picture = m_folder->filePath(QStringLiteral("spectra.png"));
+        const ExampleRun drawn =
+            runExample(NVX_SPECTRUM_PLOT, {out() + QLatin1Char('/') + files("SPC*.txt").first(), picture});
+        QVERIFY2(drawn.code == 0, qPrintable(drawn.errors));
+        const int brightest = brightestRow(QImage(picture));
+        QVERIFY2(std::abs(brightest - (40 + 240)) <= 3, qPrintable(QString::number(brightest)));
+    }
+
+    void streamsThatAreNotWantedAreLeftOut()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.13");
+        settings.spectrumPort = RecorderSettings::kSpectrumPort;
+        settings.sensorPort = RecorderSettings::kSensorPort;
+        QVERIFY(startRecorder(settings));
+        const ExampleRun ended =
+            record({QStringLiteral("--seconds"), QStringLiteral("1"), QStringLiteral("--address"),
+                    QStringLiteral("127.99.0.13"), QStringLiteral("--spectrum-port"), QStringLiteral("0"),
+                    QStringLiteral("--sensor-port"), QStringLiteral("0")});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        QCOMPARE(m_recorder->counters().streamStarts, 1U);
+        QCOMPARE(files("*.txt"), QStringList());
+        QVERIFY(!ended.output.contains(QStringLiteral("refuses")));
     }
 
     void printsWhatItFound()
@@ -178,19 +248,10 @@ private Q_SLOTS:
         QVERIFY2(drawn.code == 0, qPrintable(drawn.errors));
         const QImage image(picture);
         QVERIFY(image.width() > 1000 && image.height() > 480);
-        // The plot is 1000 x 480 at 70, 40. Its brightest row is the one of the tone, half way up to 8 kHz.
-        const auto brightness = [&](int row) {
-            qint64 sum = 0;
-            for (int x = 100; x < 1000; ++x)
-                sum += qGray(image.pixel(x, row));
-            return sum;
-        };
-        int brightest = 41;
-        for (int row = 41; row < 519; ++row)
-            if (brightness(row) > brightness(brightest))
-                brightest = row;
+        // Its brightest row is the one of the tone, half way up to 8 kHz.
+        const int brightest = brightestRow(image);
         QVERIFY2(std::abs(brightest - (40 + 240)) <= 3, qPrintable(QString::number(brightest)));
-        QVERIFY(brightness(100) * 5 < brightness(brightest));
+        QVERIFY(brightness(image, 100) * 5 < brightness(image, brightest));
         // Axis labels: something dark stands left of the plot and under it.
         const auto isDark = [&](const QRect& area) {
             for (int y = area.top(); y <= area.bottom(); ++y)
@@ -234,6 +295,24 @@ private Q_SLOTS:
         QCOMPARE(ended.code, 3);
         QVERIFY(ended.errors.contains(
             QStringLiteral("record-waves: the recorder refuses its wave stream on port 51001.")));
+    }
+
+    void refusedSideStreamsAreToldAndLeftOut()
+    {
+        RecorderSettings settings = recorderAt("127.99.0.14", 0);
+        settings.unpaced = false;
+        settings.roles = RoleDiscovery | RoleControl | RoleWave;
+        QVERIFY(startRecorder(settings));
+        const ExampleRun ended =
+            record({QStringLiteral("--seconds"), QStringLiteral("1"), QStringLiteral("--address"),
+                    QStringLiteral("127.99.0.14"), QStringLiteral("--sensor-port"), QStringLiteral("51009")});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        for (const char* line :
+             {"The recorder refuses its spectrum stream on port 51002, which is left out\n",
+              "The recorder refuses its sensor stream on port 51009, which is left out\n"})
+            QVERIFY2(ended.output.count(QString::fromUtf8(line)) == 1, qPrintable(ended.output));
+        QCOMPARE(files().size(), 1);
+        QCOMPARE(files("*.txt"), QStringList());
     }
 
     void noData()
@@ -296,6 +375,9 @@ private Q_SLOTS:
         QTest::newRow("file seconds") << QStringList{QStringLiteral("--file-seconds"), QStringLiteral("x")};
         QTest::newRow("patience") << QStringList{QStringLiteral("--patience"), QStringLiteral("0")};
         QTest::newRow("port") << QStringList{QStringLiteral("--port"), QStringLiteral("70000")};
+        QTest::newRow("spectrum port")
+            << QStringList{QStringLiteral("--spectrum-port"), QStringLiteral("65536")};
+        QTest::newRow("sensor port") << QStringList{QStringLiteral("--sensor-port"), QStringLiteral("-1")};
         QTest::newRow("address") << QStringList{QStringLiteral("--address"), QStringLiteral("here")};
     }
     void wrongUse()
