@@ -36,6 +36,8 @@ struct SEventStatistics
     float splPeak = 0.0F;       ///< highest absolute pressure
     float splPeakToPeak = 0.0F; ///< highest less lowest pressure
     float sel = 0.0F;           ///< sound exposure level
+    uint64_t start90Sample = 0; ///< where the middle 90 % of the energy begin
+    uint64_t end90Sample = 0;   ///< first sample behind them
 };
 
 /// One impulse.

@@ -1,0 +1,171 @@
+#include "WavFiles.h"
+#include "WavReplay.h"
+
+#include "tests/support/NvxTestCase.h"
+
+#include <sys/stat.h>
+
+/// Files that can't be replayed, or only in part.
+class tst_NvxWAVFileInput : public NvxTestCase
+{
+    Q_OBJECT
+
+    /// Offset of the first sample that the file believes in.
+    static qint64 firstSample(NvxWAVFile& file)
+    {
+        if (!file.file().open(QIODevice::ReadOnly) || !file.seekToSec(0))
+            return -1;
+        const qint64 position = file.file().pos();
+        file.file().close();
+        return position;
+    }
+
+    WavFolder m_dir;
+
+private Q_SLOTS:
+    // --- rainy day flows
+    void filesThatAreNone_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("nothing there") << m_dir.filePath(QStringLiteral("nothing.wav"));
+        QTest::newRow("no name") << QString();
+        QTest::newRow("directory") << m_dir.path();
+        QTest::newRow("endless zeros") << QStringLiteral("/dev/zero");
+        QTest::newRow("endless noise") << QStringLiteral("/dev/urandom");
+        QTest::newRow("terminal") << QStringLiteral("/dev/tty");
+        const QString pipe = m_dir.filePath(QStringLiteral("pipe"));
+        mkfifo(qPrintable(pipe), 0600);
+        QTest::newRow("pipe that nobody writes to") << pipe;
+    }
+    void filesThatAreNone()
+    {
+        QFETCH(QString, path);
+        const Watchdog watchdog;
+        WavReplay replay(path);
+        QVERIFY(!replay.prepare());
+        QVERIFY(!replay.file.header());
+        QVERIFY(!replay.file.headerEventPrepare());
+        QVERIFY(!replay.file.formDev(0));
+        QVERIFY(!replay.file.seekToSec(0));
+        // It still begins and ends as any replay does.
+        QVERIFY(replay.play());
+        QCOMPARE(replay.events, (QStringList{QStringLiteral("started"), QStringLiteral("finished"),
+                                             QStringLiteral("thread finished")}));
+    }
+
+    void truncatedAnywhere_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("header");
+        const QByteArray ahead = waveFile(*makeInfo(1), {.rate = 100}, 400);
+        QTest::newRow("list ahead") << ahead << int(ahead.indexOf("data") + 8);
+        QTest::newRow("list behind") << WavBytes()
+                                            .head()
+                                            .format({.rate = 100})
+                                            .data(QByteArray(1000, 's'))
+                                            .list(bytesOf(makeInfo(1)->fileBytes()))
+                                            .bytes
+                                     << 44;
+    }
+    void truncatedAnywhere()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, header);
+        const Watchdog watchdog;
+        for (qsizetype size = 0; size < bytes.size(); ++size) {
+            NvxWAVFile file(m_dir.write(bytes.left(size)));
+            QCOMPARE(file.headerPrepare(true), size >= header);
+            if (size >= header)
+                QVERIFY(qint64{file.header()->dataSize()} <= size);
+            QFile::remove(file.fileName());
+        }
+    }
+
+    void filesThatCannotBePlayed_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        const auto info = makeInfo(1);
+        const auto format = [&](const char* name, const WavBytes::Format& fmt) {
+            QTest::newRow(name) << waveFile(*info, fmt, 2000);
+        };
+        format("no channels", {.channels = 0});
+        format("65535 channels", {.channels = 65535, .bits = 8});
+        format("no rate", {.rate = 0});
+        format("no bits", {.bits = 0});
+        format("64 bits", {.bits = 64});
+        format("floating point", {.tag = 3, .bits = 32});
+        format("block align", {.blockAlign = 1});
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("text") << QByteArray(2000, 't');
+        for (const char* name : {"fmt ", "LIST", "junk"}) {
+            for (qint64 claimed : {qint64(0xFFFFFFFF), qint64(20000)})
+                QTest::addRow("%s that claims %lld", name, static_cast<long long>(claimed))
+                    << WavBytes().head().chunk(name, QByteArray(2000, 'x'), claimed).bytes;
+        }
+    }
+    void filesThatCannotBePlayed()
+    {
+        QFETCH(QByteArray, bytes);
+        const Watchdog watchdog;
+        NvxWAVFile file(m_dir.write(bytes));
+        QVERIFY(!file.headerPrepare(true));
+        QVERIFY(!file.header());
+        QVERIFY(file.channelDevices().isEmpty());
+    }
+
+    void failureForgetsTheHeaderBefore()
+    {
+        NvxWAVFile file(m_dir.write(waveFile(*makeInfo(1), {}, 100)));
+        QVERIFY(file.headerPrepare(true));
+        file.setFileName(m_dir.filePath(QStringLiteral("nothing.wav")));
+        QVERIFY(!file.headerPrepare(true));
+        QVERIFY(!file.header());
+        QCOMPARE(file.sampleRate(), 0U);
+    }
+
+    void listsAtTheTailThatAreNone_data()
+    {
+        QTest::addColumn<QByteArray>("tail");
+        QTest::newRow("claims more") << WavBytes().chunk("LIST", "INFO", 5000).bytes;
+        QTest::newRow("2^32 - 1") << WavBytes().chunk("LIST", "INFO", 0xFFFFFFFF).bytes;
+        QTest::newRow("samples") << QByteArray("LISTLISTLISTLIST");
+        QTest::newRow("too large for the scan")
+            << WavBytes().chunk("LIST", "INFO" + WavBytes().chunk("ICMT", QByteArray(1100, 'c')).bytes).bytes;
+    }
+    void listsAtTheTailThatAreNone()
+    {
+        QFETCH(QByteArray, tail);
+        const Watchdog watchdog;
+        NvxWAVFile file(
+            m_dir.write(WavBytes().head().format({}).data(QByteArray(2000, 's')).raw(tail).bytes));
+        QVERIFY(file.headerPrepare(true));
+        QCOMPARE(firstSample(file), qint64{44});
+        QCOMPARE(file.header()->dataSize(), 2000U);
+        QCOMPARE(file.headerSize(), 44U);
+        QCOMPARE(file.channelDevices(), QList<HydDeviceId>{HydDeviceId(DevTypeWavFile, 0)});
+    }
+
+    void listAtTheVeryStartOfTheScan_data()
+    {
+        QTest::addColumn<int>("behind");
+        QTest::addColumn<bool>("found");
+        QTest::newRow("the first byte that is looked at") << 1026 << true;
+        QTest::newRow("one byte ahead of it") << 1027 << false;
+    }
+    void listAtTheVeryStartOfTheScan()
+    {
+        QFETCH(int, behind);
+        QFETCH(bool, found);
+        const QByteArray record = bytesOf(makeInfo(1)->fileBytes());
+        const QByteArray list = WavBytes().list(record).bytes;
+        WavBytes bytes;
+        bytes.head().format({}).data(QByteArray(2000, 's')).raw(list);
+        bytes.raw(QByteArray(behind - list.size(), '\0'));
+        NvxWAVFile file(m_dir.write(bytes.bytes));
+        QVERIFY(file.headerPrepare(true));
+        QCOMPARE(file.channelDevices()[0].serialNo(), uint16_t(found ? 101 : 0));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_NvxWAVFileInput)
+#include "tst_NvxWAVFileInput.moc"
