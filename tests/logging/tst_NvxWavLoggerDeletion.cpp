@@ -2,54 +2,21 @@
 #include "WavJudge.h"
 
 #include "NvxQtCommon/logging/NvxWavLogger.h"
+#include "tests/support/Buried.h"
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QDir>
 #include <QTemporaryDir>
 
-#include <algorithm>
-#include <cstring>
 #include <functional>
-#include <memory>
-#include <new>
 
 namespace {
 
 constexpr uint32_t kTime = 1709210400; // 2024-02-29 12:40:00 UTC
-constexpr unsigned char kGone = 0xEE;
 const HydDeviceId kDeviceId(DevTypeRecorderA, 42);
 
-/// A logger whose memory stays after its deletion, filled with a pattern: who still writes to it is seen, and
-/// who follows a pointer in it crashes.
-class BuriedLogger : public NvxWavLogger
-{
-public:
-    using NvxWavLogger::NvxWavLogger;
-
-    static void* operator new(size_t size)
-    {
-        grave = std::make_unique_for_overwrite<unsigned char[]>(size);
-        graveSize = size;
-        return grave.get();
-    }
-    static void operator delete(void* memory)
-    {
-        std::memset(memory, kGone, graveSize);
-        isGone = true;
-    }
-    static bool isUntouched()
-    {
-        return std::all_of(grave.get(), grave.get() + graveSize, [](unsigned char b) { return b == kGone; });
-    }
-
-    static inline bool isGone = false;
-
-private:
-    static inline std::unique_ptr<unsigned char[]> grave;
-    static inline size_t graveSize = 0;
-};
-
+using BuriedLogger = Buried<NvxWavLogger>;
 using Connect = std::function<void(NvxWavLogger*, const std::function<void()>&)>;
 
 template <class Signal> Connect under(Signal signal)
@@ -105,7 +72,6 @@ private Q_SLOTS:
         QTemporaryDir dir;
         LogStream stream;
         stream.channels = static_cast<uint8_t>(channels);
-        BuriedLogger::isGone = false;
         auto* logger = new BuriedLogger(600, dir.path(), QStringLiteral("ABC0042"));
         logger->setWavTimeLog(timing ? LogOn : LogOff);
         const LogSpy log;
@@ -116,12 +82,12 @@ private Q_SLOTS:
         });
 
         logger->handleWavEventHdr(stream.header(kTime, 0), kDeviceId, makeLogDevice());
-        if (!BuriedLogger::isGone) {
+        if (!BuriedLogger::isGone()) {
             if (badFormat)
                 stream.bits = 24;
             logger->handleWavData(stream.block(kTime, 0, 0, 100));
         }
-        QVERIFY(BuriedLogger::isGone);
+        QVERIFY(BuriedLogger::isGone());
         QVERIFY(BuriedLogger::isUntouched());
         QCOMPARE(log.lines(), QStringList());
         QCOMPARE(calls, 1);
@@ -133,12 +99,11 @@ private Q_SLOTS:
     void deletedAtAHeaderThatFails()
     {
         // The info event opens nothing, the setup event fails: the error comes in the header's second half.
-        BuriedLogger::isGone = false;
         auto* logger = new BuriedLogger(600, QStringLiteral("/nowhere/at/all"), QStringLiteral("ABC0042"));
         connect(logger, &NvxWavLogger::loggingFailed, logger, [logger] { delete logger; });
         LogStream stream;
         logger->handleWavEventHdr(stream.header(kTime, 0), kDeviceId, makeLogDevice());
-        QVERIFY(BuriedLogger::isGone);
+        QVERIFY(BuriedLogger::isGone());
         QVERIFY(BuriedLogger::isUntouched());
     }
 
@@ -147,7 +112,6 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("gone"));
         QVERIFY(QDir().mkdir(path));
-        BuriedLogger::isGone = false;
         auto* logger = new BuriedLogger(600, path, QStringLiteral("ABC0042"));
         connect(logger, &NvxWavLogger::loggingFailed, logger, [logger] { delete logger; });
         LogStream stream;
@@ -155,18 +119,17 @@ private Q_SLOTS:
         logger->handleWavData(stream.block(kTime, 0, 0, 100));
         QVERIFY(QDir(path).removeRecursively());
         logger->handleWavData(stream.block(kTime + 600, 0, 0, 100));
-        QVERIFY(BuriedLogger::isGone);
+        QVERIFY(BuriedLogger::isGone());
         QVERIFY(BuriedLogger::isUntouched());
     }
 
     void deletedByStopLogging()
     {
         QTemporaryDir dir;
-        BuriedLogger::isGone = false;
         auto* logger = new BuriedLogger(600, dir.path(), QStringLiteral("ABC0042"));
         connect(logger, &NvxWavLogger::loggingStopped, logger, [logger] { delete logger; });
         logger->stopLogging();
-        QVERIFY(BuriedLogger::isGone);
+        QVERIFY(BuriedLogger::isGone());
         QVERIFY(BuriedLogger::isUntouched());
     }
 };
