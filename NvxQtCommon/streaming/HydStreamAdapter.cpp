@@ -194,10 +194,13 @@ void HydStreamAdapter::dropConnection()
     stopAliveTimerLater();
     if (m_socket->state() != QAbstractSocket::UnconnectedState)
         m_socket->disconnectFromHost();
-    if (m_socket->state() == QAbstractSocket::ClosingState) {
-        m_socket->flush();
+    if (m_socket->state() != QAbstractSocket::ClosingState)
+        return;
+    // The socket may tell of a dead link at once, and a receiver of that may delete this adapter.
+    QPointer<HydStreamAdapter> self(this);
+    m_socket->flush();
+    if (!self.isNull())
         m_socket->abort();
-    }
 }
 
 // --- starting
@@ -217,16 +220,17 @@ void HydStreamAdapter::startStream()
     const auto state = m_socket->state();
     const auto error = m_socket->error();
     const bool enabled = m_isStreamingEnabled;
-    if (enabled) {
+    const bool connects = enabled || state != QAbstractSocket::ConnectingState;
+    if (!enabled && state == QAbstractSocket::ClosingState)
+        m_socket->abort();
+    // An attempt may fail at once, and a receiver of the error may delete this adapter.
+    QPointer<HydStreamAdapter> self(this);
+    if (connects)
         connectStream();
-    } else if (state == QAbstractSocket::ConnectingState) {
+    if (self.isNull())
+        return;
+    if (!enabled)
         m_startOnConnect.exchange(true);
-    } else {
-        if (state == QAbstractSocket::ClosingState)
-            m_socket->abort();
-        connectStream();
-        m_startOnConnect.exchange(true);
-    }
     qDebug() << "Attempt to start stream before port is connected!: " << m_hostAddress.toString() << ", "
              << "m_socket->state():" << state << "m_socket->error():" << error
              << "m_isStreamingEnabled:" << (enabled ? "true" : "false") << strStreamType()
@@ -261,8 +265,10 @@ void HydStreamAdapter::startStreamDevId(HydDeviceId const& devId, int delay)
 
 void HydStreamAdapter::startSensorsStreamDevId(HydDeviceId const& devId, int delay, uint16_t duration)
 {
+    QPointer<HydStreamAdapter> self(this);
     setDuration(duration);
-    startStreamDevId(devId, delay);
+    if (!self.isNull())
+        startStreamDevId(devId, delay);
 }
 
 void HydStreamAdapter::delayStartStream()
@@ -281,8 +287,9 @@ void HydStreamAdapter::reconnectAndStart(bool start)
         startStream();
         return;
     }
+    QPointer<HydStreamAdapter> self(this);
     connectStream();
-    if (start)
+    if (start && !self.isNull())
         onceAfter(100, this, [this] { startRetryCheck(); });
 }
 
@@ -318,12 +325,16 @@ void HydStreamAdapter::stopStream()
         return;
     resetSequences();
     stopAliveTimerLater();
+    QPointer<HydStreamAdapter> self(this);
     // A socket that the recorder has just closed is open but no longer valid.
     if (m_socket->isOpen() && m_socket->isValid()) {
         m_socket->write(reinterpret_cast<const char*>(stopStreamMsg.data()), stopStreamMsg.size());
         // Flushing a socket that isn't connected yet would abort it; the bytes leave upon connection.
         if (isConnected())
             m_socket->flush();
+        // A link that turns out to be dead is told at once, and a receiver of that may delete this adapter.
+        if (self.isNull())
+            return;
     }
     m_isStreamingEnabled.exchange(false);
     m_startOnConnect.exchange(false);

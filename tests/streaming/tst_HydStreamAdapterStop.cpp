@@ -347,61 +347,6 @@ private Q_SLOTS:
         QVERIFY(connected.wait());
         QTRY_COMPARE(peer.connections(), qsizetype{1});
     }
-
-    void adapterMayGoInItsOwnSignals_data()
-    {
-        QTest::addColumn<int>("signal");
-        QTest::newRow("header") << 0;
-        QTest::newRow("data") << 1;
-        QTest::newRow("notification") << 2;
-        QTest::newRow("stopped") << 3;
-        QTest::newRow("started") << 4;
-        QTest::newRow("error") << 5;
-        QTest::newRow("header error") << 6;
-    }
-
-    void adapterMayGoInItsOwnSignals()
-    {
-        QFETCH(int, signal);
-        StreamPeer peer(kAddress);
-        QPointer<HydStreamAdapter> adapter =
-            new HydStreamAdapter(StreamWave, peer.port(), kAddress, kDevice, kLongPeriod, true);
-        adapter->updateDeviceInfo(waveDevice(100));
-        const auto destroy = [&] { delete adapter.data(); };
-        switch (signal) {
-        case 0:
-            connect(adapter, &HydStreamAdapter::eventHeader, this, destroy);
-            break;
-        case 1:
-            connect(adapter, &HydStreamAdapter::streamDataReady, this, destroy);
-            break;
-        case 2:
-            connect(adapter, &HydStreamAdapter::streamNotify, this, destroy);
-            break;
-        case 3:
-            connect(adapter, &HydStreamAdapter::streamStopped, this, destroy, Qt::SingleShotConnection);
-            break;
-        case 4:
-            connect(adapter, &HydStreamAdapter::streamStarted, this, destroy);
-            break;
-        case 5:
-            connect(adapter, &HydStreamAdapter::socketError, this, destroy);
-            break;
-        default:
-            connect(adapter, &HydStreamAdapter::headerError, this, destroy);
-        }
-        adapter->startStream();
-        QTRY_COMPARE(peer.connections(), qsizetype{1});
-        if (peer.isConnected())
-            peer.send(
-                frame(header(1, 1000)) + frame(block(1, 1000, 0, 10)) + frame(header(2, 9000)) +
-                frame(std::make_shared<HydStreamNotifyPayload>(static_cast<uint16_t>(signal == 5 ? 2 : 1))) +
-                frame(header(3, 9100)));
-        if (signal == 5)
-            peer.socket()->disconnectFromHost();
-        QTRY_VERIFY(adapter.isNull());
-        QTRY_VERIFY(!peer.isConnected());
-    }
 };
 
 QTEST_GUILESS_MAIN(TestHydStreamAdapterStop)
