@@ -83,6 +83,7 @@ NvxWavLogger::NvxWavLogger(int maxLength, QString logPath, QString filePrefix)
       m_filePrefix(std::move(filePrefix)), m_maxLength(static_cast<uint32_t>(std::max(maxLength, 0))),
       m_logPath(std::move(logPath)), m_timeWriter(maxLength, m_logPath.toStdWString())
 {
+    registerNvxMetaTypes();
     m_timeWriter.currHeader()->setTypeMode(FftModeWavTime);
 }
 

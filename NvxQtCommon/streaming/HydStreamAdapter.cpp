@@ -47,6 +47,7 @@ HydStreamAdapter::HydStreamAdapter(HydStreamType streamType, unsigned short port
 {
     // The test for the beginning of a message looks at two bytes, also after a read of one.
     std::fill_n(m_readBuffer.get(), 2, static_cast<unsigned char>(0));
+    registerNvxMetaTypes();
     setSignalPowerSet({});
     prepare(createSocket);
 }

@@ -8,6 +8,7 @@
 #include "NvxQtCommon/contract/stream/HydStreamMessage.h"
 #include "NvxQtCommon/contract/stream/HydStreamProcessor.h"
 #include "NvxQtCommon/contract/stream/HydStreamType.h"
+#include "NvxQtCommon/control/MetaTypes.h"
 #include "NvxQtCommon/settings/CSignalPowerSettings.h"
 #include "NvxQtCommon/streaming/NvxDataScale.h"
 #include "NvxQtCommon/streaming/NvxNoiseFilter.h"
