@@ -5,7 +5,6 @@
 #include <QPointer>
 
 #include <algorithm>
-#include <cmath>
 
 namespace {
 
@@ -21,12 +20,6 @@ void halve(std::span<unsigned char> values)
 {
     for (unsigned char& value : values)
         value = static_cast<unsigned char>(static_cast<unsigned char>(value + 1) >> 1);
-}
-
-double levelOf(double power)
-{
-    constexpr double kLeastPower = 1e-9;
-    return power > kLeastPower ? 10 * std::log10(power) : 0.0;
 }
 
 } // namespace
@@ -60,7 +53,7 @@ void HydStreamAdapter::dataProcFFT(std::shared_ptr<HydStreamDataPayload> payload
         payload->ResetD(chunk->numSamples());
     const double power = chunk != nullptr ? processBins(*chunk, filtering) : 0.0;
     QPointer<HydStreamAdapter> self(this);
-    Q_EMIT signalTotalPower(m_device.deviceId(), levelOf(power));
+    Q_EMIT signalTotalPower(m_device.deviceId(), PowerTable::level(power));
     if (!self.isNull())
         emitData(std::move(payload));
 }
@@ -81,13 +74,7 @@ double HydStreamAdapter::processBins(const HydStreamDataChunk& chunk, bool filte
         for (size_t bin = 0; bin < values.size(); ++bin)
             doubles[static_cast<std::ptrdiff_t>(bin)] = static_cast<float>(values[bin]) - noise[bin];
     }
-    const PowerTable::Powers& powers = m_powerTable.powers(filtering ? 0.0F : m_deviceScale.powerOffset());
-    const auto size = static_cast<int64_t>(values.size());
-    const int64_t end = std::min({size, int64_t{FFT_Params_FFT.numBins()}, int64_t{m_maxBin} + 1});
-    double power = 0.0;
-    for (int64_t bin = std::max(0, m_minBin); bin < end; ++bin)
-        power += powers[values[static_cast<size_t>(bin)]];
-    return power;
+    return m_powerTable.sum(values, filtering ? 0.0F : m_deviceScale.powerOffset(), m_minBin, m_maxBin);
 }
 
 // --- noise filter

@@ -1,5 +1,8 @@
 #include "NvxQtCommon/streaming/PowerTable.h"
 
+#include "NvxQtCommon/contract/stream/FftParams.h"
+
+#include <algorithm>
 #include <cmath>
 
 double PowerTable::power(unsigned char value, float offset)
@@ -17,4 +20,21 @@ const PowerTable::Powers& PowerTable::powers(float offset)
         m_isMade = true;
     }
     return m_powers;
+}
+
+double PowerTable::sum(std::span<const unsigned char> values, float offset, int32_t minBin, int32_t maxBin)
+{
+    const Powers& table = powers(offset);
+    const auto size = static_cast<int64_t>(values.size());
+    const int64_t end = std::min({size, int64_t{FFT_Params_FFT.numBins()}, int64_t{maxBin} + 1});
+    double power = 0.0;
+    for (int64_t bin = std::max(0, minBin); bin < end; ++bin)
+        power += table[values[static_cast<size_t>(bin)]];
+    return power;
+}
+
+double PowerTable::level(double power)
+{
+    constexpr double kLeastPower = 1e-9;
+    return power > kLeastPower ? 10 * std::log10(power) : 0.0;
 }
