@@ -1,0 +1,69 @@
+#include "NvxQtCommon/merge/WavMergeInput.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+
+WavMergeInput::WavMergeInput(const QString& name) : m_file(name)
+{
+    // Without a header there is no recorder(), which says all about the outcome.
+    m_file.headerPrepare(false);
+}
+
+QString WavMergeInput::absolutePath() const
+{
+    return QFileInfo(name()).absoluteFilePath();
+}
+
+std::shared_ptr<NvxWavInfoDataHF> WavMergeInput::recorder() const
+{
+    const auto header = m_file.header();
+    return header && header->fmt() ? std::dynamic_pointer_cast<NvxWavInfoDataHF>(header->info()) : nullptr;
+}
+
+std::shared_ptr<NvxWavFmtData> WavMergeInput::format() const
+{
+    const auto header = m_file.header();
+    return header ? header->fmt() : nullptr;
+}
+
+void WavMergeInput::open(unsigned width)
+{
+    m_width = width;
+    m_block.resize(kBlockSamples * width);
+    if (NvxWAVFile::openForReading(m_file.file()))
+        m_file.seekToSec(0);
+}
+
+void WavMergeInput::close()
+{
+    m_file.file().close();
+    m_block = {};
+}
+
+size_t WavMergeInput::readBlock()
+{
+    m_bytes = 0;
+    if (m_file.file().isOpen()) {
+        const qint64 count =
+            m_file.file().read(reinterpret_cast<char*>(m_block.data()), static_cast<qint64>(m_block.size()));
+        m_bytes = static_cast<size_t>(std::max<qint64>(0, count));
+    }
+    return m_bytes;
+}
+
+const unsigned char* WavMergeInput::block(size_t samples)
+{
+    const size_t whole = m_bytes / m_width * m_width;
+    const size_t wanted = samples * m_width;
+    if (whole < wanted)
+        std::fill(m_block.begin() + static_cast<ptrdiff_t>(whole),
+                  m_block.begin() + static_cast<ptrdiff_t>(wanted), uint8_t{0});
+    return m_block.data();
+}
+
+bool WavMergeInput::atEnd()
+{
+    // A read that fails would fail forever.
+    return m_bytes == 0 || m_file.file().atEnd();
+}

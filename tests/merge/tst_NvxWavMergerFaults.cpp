@@ -1,0 +1,575 @@
+#include "FileSwap.h"
+#include "MergeFiles.h"
+
+#include "WavJudge.h"
+#include "tests/support/NvxTestCase.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QScopeGuard>
+#include <QTimer>
+#include <QtEndian>
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr qint64 kBlock = 4096;
+const QString kOutput = QStringLiteral("MERGED_20240229_124000.wav");
+const QString kAdvice =
+    QStringLiteral("\nPlease ensure that there is space on the disk and that you have permission to write to "
+                   "the destination directory.");
+
+/// No file of this process may grow beyond `bytes` while this lives: a disk that is full at any byte we like.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+/// Two recorders with a file each, 7 on channel 1 and 9 on channel 2.
+class TwoFiles : public MergeRig
+{
+public:
+    explicit TwoFiles(const MergeFile& like = {})
+    {
+        merger->setChannels({7, 9});
+        first = second = like;
+        first.serial = 7;
+        second.serial = 9;
+        firstPath = add(first);
+        secondPath = add(second);
+    }
+    /// Calls `step` once, ahead of the first block.
+    void beforeMerging(const std::function<void()>& step)
+    {
+        QObject::connect(merger.get(), &NvxWavMerger::mergeStatusMsg, merger.get(),
+                         [step](const QString& status) {
+                             if (status == QLatin1String("Starting Merge."))
+                                 step();
+                         });
+    }
+    QByteArray merged() const { return dataOfWav(outputPath(kOutput)); }
+
+    MergeFile first;
+    MergeFile second;
+    QString firstPath;
+    QString secondPath;
+};
+
+/// Files of ten samples, which a merge of length 0 takes.
+MergeFile tinyFile()
+{
+    MergeFile file;
+    file.seconds = 0;
+    file.moreFrames = 10;
+    return file;
+}
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool replaceBy(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+void keepCalling(QObject* context, const std::function<void()>& step)
+{
+    QMetaObject::invokeMethod(
+        context,
+        [context, step] {
+            step();
+            keepCalling(context, step);
+        },
+        Qt::QueuedConnection);
+}
+
+/// Bytes of this process that lie in memory now.
+qint64 residentBytes()
+{
+    QFile file(QStringLiteral("/proc/self/statm"));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+} // namespace
+
+/// Inputs, disks and applications that do what nobody wants. CTest ends a test that doesn't end by itself.
+class tst_NvxWavMergerFaults : public NvxTestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR); }
+
+    // --- happy flows
+    void memoryDoesNotGrowWithTheFiles()
+    {
+        MergeRig rig;
+        QList<uint16_t> serials;
+        for (uint16_t serial = 1; serial <= 4; ++serial) {
+            MergeFile file;
+            file.serial = serial;
+            file.bits = 24;
+            file.rate = 64000;
+            rig.add(file);
+            serials << serial;
+        }
+        rig.merger->setChannels(serials);
+        const qint64 before = residentBytes();
+        qint64 most = before;
+        int blocks = 0;
+        keepCalling(rig.merger.get(), [&] {
+            ++blocks;
+            if (blocks % 16 == 0)
+                most = std::max(most, residentBytes());
+        });
+        rig.merger->startMerge();
+        QCOMPARE(blocks, 938);
+        QVERIFY(QFileInfo(rig.outputPath(kOutput)).size() > 46080000);
+        QVERIFY2(most - before < (8 << 20), qPrintable(QString::number(most - before)));
+    }
+
+    // --- rainy day flows
+    void inputsThatAreNoWaveFiles_data()
+    {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind : {"missing", "directory", "empty", "text", "device without an end",
+                                 "device without bytes", "pipe", "dangling link"})
+            QTest::newRow(kind) << QString::fromLatin1(kind);
+    }
+    void inputsThatAreNoWaveFiles()
+    {
+        QFETCH(QString, kind);
+        TwoFiles rig;
+        const QString path = rig.inputDir() + QStringLiteral("/ABC0007_20240229_124500.wav");
+        if (kind == QLatin1String("directory"))
+            QVERIFY(QDir().mkpath(path));
+        else if (kind == QLatin1String("empty"))
+            QVERIFY(replaceBy(path, {}));
+        else if (kind == QLatin1String("text"))
+            QVERIFY(replaceBy(path, "no wave file"));
+        else if (kind == QLatin1String("device without an end"))
+            QVERIFY(QFile::link(QStringLiteral("/dev/zero"), path));
+        else if (kind == QLatin1String("device without bytes"))
+            QVERIFY(QFile::link(QStringLiteral("/dev/null"), path));
+        else if (kind == QLatin1String("pipe"))
+            QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        else if (kind == QLatin1String("dangling link"))
+            QVERIFY(QFile::link(QStringLiteral("nowhere"), path));
+        rig.merger->addFile(path);
+        rig.merger->startMerge();
+        QCOMPARE(rig.logLinesWith(QStringLiteral("unsupported device")),
+                 QStringList{
+                     QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") +
+                     path});
+        // The others are merged all the same.
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
+    }
+
+    void filesOfArraysAreUnsupported()
+    {
+        TwoFiles rig;
+        rig.merger->startMerge();
+        MergeRig again;
+        again.merger->setChannels({7, 9});
+        const QString path = rig.outputPath(kOutput);
+        again.merger->addFile(path);
+        again.merger->startMerge();
+        QVERIFY(again.logLines().contains(
+            QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") + path));
+        QVERIFY(again.outputs().isEmpty());
+    }
+
+    void everyTruncation()
+    {
+        TwoFiles whole(tinyFile());
+        const QByteArray bytes = bytesOf(whole.secondPath);
+        const qint64 header = viewRiff(whole.secondPath).headerSize();
+        QCOMPARE(bytes.size(), header + 20);
+        for (qsizetype size = 0; size <= bytes.size(); ++size) {
+            TwoFiles rig(tinyFile());
+            rig.merger->setFileLength(0);
+            QVERIFY(replaceBy(rig.secondPath, bytes.left(size)));
+            rig.merger->startMerge();
+            QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+            QCOMPARE(rig.outputs(), QStringList{kOutput});
+            QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+            const bool isKnown = rig.logLinesWith(QStringLiteral("unsupported device")).isEmpty();
+            QCOMPARE(isKnown, size >= header);
+            if (!isKnown) {
+                QVERIFY(rig.merged() == rig.first.samples());
+                continue;
+            }
+            // The sum of both channels, in whole samples, is shared out evenly.
+            const qint64 frames = (20 + size - header) / 2 / 2;
+            QByteArray second = rig.second.samples().left((size - header) / 2 * 2);
+            second = second.leftJustified(frames * 2, '\0', true);
+            QVERIFY(rig.merged() == woven({rig.first.samples().left(frames * 2), second}, 2));
+        }
+    }
+
+    void sizesThatCannotBe_data()
+    {
+        QTest::addColumn<int>("offset");
+        QTest::addColumn<int>("width");
+        QTest::addColumn<quint32>("value");
+        const struct
+        {
+            const char* name;
+            int offset; // below 0: from the samples on backwards
+            int width;
+        } fields[] = {{"RIFF size", 4, 4},
+                      {"format size", 16, 4},
+                      {"format tag", 20, 2},
+                      {"channels", 22, 2},
+                      {"rate", 24, 4},
+                      {"bytes per second", 28, 4},
+                      {"bytes of a frame", 32, 2},
+                      {"bits", 34, 2},
+                      {"list size", 40, 4},
+                      {"size of the first entry", 52, 4},
+                      {"data size", -4, 4}};
+        for (const auto& field : fields) {
+            for (quint32 value : {0U, 1U, 64U, 65535U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU})
+                QTest::addRow("%s %u", field.name, value) << field.offset << field.width << value;
+        }
+    }
+    void sizesThatCannotBe()
+    {
+        QFETCH(int, offset);
+        QFETCH(int, width);
+        QFETCH(quint32, value);
+        for (const bool isFirst : {true, false}) {
+            TwoFiles rig(tinyFile());
+            rig.merger->setFileLength(0);
+            const QString path = isFirst ? rig.firstPath : rig.secondPath;
+            const auto at =
+                static_cast<qsizetype>(offset < 0 ? viewRiff(path).headerSize() + offset : offset);
+            QByteArray bytes = bytesOf(path);
+            QByteArray field(4, '\0');
+            qToLittleEndian(value, field.data());
+            bytes.replace(at, width, field.left(width));
+            QVERIFY(replaceBy(path, bytes));
+            rig.merger->startMerge();
+            // Merged, merged without this one, or refused by the writer: an end in any case.
+            const QString last = rig.signalsSeen.last();
+            QVERIFY2(last == QLatin1String("complete") ||
+                         last == QStringLiteral("failed: The format of the samples does not fit the wave "
+                                                "file.") +
+                                     kAdvice,
+                     qPrintable(last));
+            for (const QString& name : rig.outputs())
+                QVERIFY2(QFileInfo(rig.outputPath(name)).size() < 100000, qPrintable(name));
+        }
+    }
+
+    void inputsThatVanishAheadOfTheMerge_data()
+    {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind : {"missing", "directory", "empty", "device without an end", "pipe"})
+            QTest::newRow(kind) << QString::fromLatin1(kind);
+    }
+    void inputsThatVanishAheadOfTheMerge()
+    {
+        QFETCH(QString, kind);
+        TwoFiles rig;
+        rig.beforeMerging([&rig, kind] {
+            QVERIFY(QFile::remove(rig.secondPath));
+            if (kind == QLatin1String("directory"))
+                QVERIFY(QDir().mkpath(rig.secondPath));
+            else if (kind == QLatin1String("empty"))
+                QVERIFY(replaceBy(rig.secondPath, {}));
+            else if (kind == QLatin1String("device without an end"))
+                QVERIFY(QFile::link(QStringLiteral("/dev/zero"), rig.secondPath));
+            else if (kind == QLatin1String("pipe"))
+                QCOMPARE(mkfifo(QFile::encodeName(rig.secondPath).constData(), 0600), 0);
+        });
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        // A block with nothing from one channel is half as long, and the last one.
+        const qint64 bytes = kBlock / 2 * 2;
+        QVERIFY(rig.merged() == woven({rig.first.samples().left(bytes), QByteArray(bytes, '\0')}, 2));
+    }
+
+    void inputsThatAllVanish()
+    {
+        TwoFiles rig;
+        rig.beforeMerging([&rig] {
+            QVERIFY(QFile::remove(rig.firstPath));
+            QVERIFY(QFile::remove(rig.secondPath));
+        });
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+        QVERIFY(rig.merged().isEmpty());
+    }
+
+    void inputThatCannotBeReadAnyMore()
+    {
+        TwoFiles rig;
+        const int directory = open("/", O_RDONLY | O_DIRECTORY);
+        const auto closeIt = qScopeGuard([directory] { close(directory); });
+        bool isSwapped = false;
+        QTimer::singleShot(0, rig.merger.get(), [&] { isSwapped = swapOpenFile(rig.secondPath, directory); });
+        rig.merger->startMerge();
+        QVERIFY(isSwapped);
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        // The first block is whole, the next one has only the first channel.
+        const qint64 frames = kBlock + kBlock / 2;
+        QVERIFY(rig.merged() == woven({rig.first.samples().left(frames * 2),
+                                       rig.second.samples().left(kBlock * 2) + QByteArray(kBlock, '\0')},
+                                      2));
+    }
+
+    void inputThatShrinks()
+    {
+        TwoFiles rig;
+        bool isCut = false;
+        QTimer::singleShot(0, rig.merger.get(), [&] { isCut = QFile::resize(rig.secondPath, 1000); });
+        rig.merger->startMerge();
+        QVERIFY(isCut);
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+        QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, kBlock + kBlock / 2);
+    }
+
+    void fullDisk_data()
+    {
+        QTest::addColumn<qint64>("room");
+        QTest::newRow("in the header") << qint64{200};
+        QTest::newRow("in the first block") << qint64{10001};
+        QTest::newRow("in the second block") << qint64{60003};
+        QTest::newRow("for all but the padding") << qint64{-1};
+    }
+    void fullDisk()
+    {
+        QFETCH(qint64, room);
+        MergeFile like;
+        like.bits = 24;
+        like.moreFrames = 1;
+        qint64 size = 0;
+        {
+            MergeRig one;
+            one.merger->setChannels({7});
+            like.serial = 7;
+            one.add(like);
+            one.merger->startMerge();
+            size = QFileInfo(one.outputPath(kOutput)).size();
+            QVERIFY(size > 36000);
+        }
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        rig.add(like);
+        like.stamp = QStringLiteral("20240229_124100");
+        rig.add(like);
+        qint64 seen = 0;
+        {
+            if (room < 0)
+                QTest::ignoreMessage(QtWarningMsg,
+                                     QRegularExpression(QStringLiteral(
+                                         "MERGED_20240229_124000.wav is not complete: The disk")));
+            const FileSizeLimit full(static_cast<rlim_t>(room < 0 ? size - 1 : std::min(room, size - 5000)));
+            rig.merger->startMerge();
+            seen = rig.outputs().isEmpty() ? 0 : QFileInfo(rig.outputPath(kOutput)).size();
+        }
+        // One signal, and nothing behind it: no line of the log, no further file.
+        QCOMPARE(rig.signalsAfterLog(),
+                 (QStringList{QStringLiteral("status: Building merge plan..."),
+                              QStringLiteral("status: Starting Merge."),
+                              QStringLiteral("status: Merging file: MERGED_20240229_124000"),
+                              QStringLiteral("failed: The disk is full.") + kAdvice}));
+        QVERIFY(rig.logLinesWith(QStringLiteral("merged.")).isEmpty());
+        QVERIFY(rig.logLinesWith(QStringLiteral("Complete")).isEmpty());
+        if (room == 200) {
+            QVERIFY(rig.outputs().isEmpty());
+            return;
+        }
+        QCOMPARE(rig.outputs(), QStringList{kOutput});
+        // What found room can be played.
+        const JudgedWav wav = judgeWav(rig.outputPath(kOutput));
+        QCOMPARE(wav.error, QString());
+        QVERIFY(wav.frames > 0);
+        QVERIFY(seen - qint64(dataOfWav(rig.outputPath(kOutput)).size()) < 1000);
+    }
+
+    void noDirectoryForTheOutput()
+    {
+        TwoFiles rig;
+        rig.merger->setOutputDir(rig.outputDir() + QStringLiteral("/missing"));
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(),
+                 QStringLiteral("failed: The wave file cannot be created in the recording directory.") +
+                     kAdvice);
+        QVERIFY(!rig.signalsSeen.contains(QStringLiteral("complete")));
+    }
+
+    void directoryThatVanishesAheadOfTheMerge()
+    {
+        TwoFiles rig;
+        rig.beforeMerging(
+            [&rig] { QVERIFY(QDir().rename(rig.outputDir(), rig.outputDir() + QStringLiteral("-gone"))); });
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(),
+                 QStringLiteral("failed: The wave file cannot be created in the recording directory.") +
+                     kAdvice);
+    }
+
+    void aSecondStartIsIgnored()
+    {
+        TwoFiles rig;
+        NvxWavMerger* const merger = rig.merger.get();
+        QTimer::singleShot(0, merger, [merger] { merger->startMerge(); });
+        connect(merger, &NvxWavMerger::mergeComplete, merger, [merger] { merger->startMerge(); });
+        merger->startMerge();
+        QCOMPARE(rig.logLinesWith(QStringLiteral("A merge is already running.")).size(), 2);
+        QCOMPARE(rig.signalsSeen.filter(QStringLiteral("Merge Log File")).size(), 1);
+        QCOMPARE(rig.signalsSeen.count(QStringLiteral("complete")), 1);
+        QCOMPARE(rig.outputs(), QStringList{kOutput});
+        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
+    }
+
+    void removingFilesInTheMiddle_data()
+    {
+        QTest::addColumn<bool>("inEvents");
+        QTest::newRow("between blocks") << true;
+        QTest::newRow("ahead of the first block") << false;
+    }
+    void removingFilesInTheMiddle()
+    {
+        QFETCH(bool, inEvents);
+        TwoFiles rig;
+        const auto removeAll = [&rig] {
+            for (int i = 0; i < 2; ++i) {
+                rig.merger->removeFile(rig.firstPath);
+                rig.merger->removeFile(rig.secondPath);
+            }
+        };
+        if (inEvents)
+            QTimer::singleShot(0, rig.merger.get(), removeAll);
+        else
+            rig.beforeMerging(removeAll);
+        rig.merger->startMerge();
+        // The plan stands.
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
+        QCOMPARE(rig.merger->numFiles(), 2);
+        // They are no longer among the opened ones: a second build takes them for new.
+        rig.merger->startMerge();
+        QCOMPARE(rig.logLinesWith(QStringLiteral("Adding file to merge plan")).size(), 4);
+    }
+
+    void removedByItsAbsolutePathOnly_data()
+    {
+        QTest::addColumn<bool>("isAbsolute");
+        QTest::addColumn<bool>("removesAbsolute");
+        QTest::addColumn<bool>("isRemoved");
+        QTest::newRow("both absolute") << true << true << true;
+        QTest::newRow("removed by a relative name") << true << false << true;
+        QTest::newRow("added by a relative name") << false << true << false;
+        QTest::newRow("both relative") << false << false << false;
+    }
+    void removedByItsAbsolutePathOnly()
+    {
+        QFETCH(bool, isAbsolute);
+        QFETCH(bool, removesAbsolute);
+        QFETCH(bool, isRemoved);
+        MergeRig rig;
+        const QString before = QDir::currentPath();
+        const auto goBack = qScopeGuard([before] { QDir::setCurrent(before); });
+        QVERIFY(QDir::setCurrent(rig.inputDir()));
+        const QString path = writeMergeFile(rig.inputDir(), {});
+        const QString name = QFileInfo(path).fileName();
+        rig.merger->addFile(isAbsolute ? path : name);
+        rig.merger->startMerge();
+        rig.merger->removeFile(removesAbsolute ? path : name);
+        rig.merger->startMerge();
+        QCOMPARE(rig.logLinesWith(QStringLiteral("Adding file to merge plan")).size(), isRemoved ? 2 : 1);
+    }
+
+    void deletionUnderASignal_data()
+    {
+        QTest::addColumn<QString>("trigger");
+        for (const char* trigger :
+             {"status: Merge Log File: ", "status: Building", "status: Starting", "status: Merging",
+              "complete", "aborted", "failed: No files", "failed: The"})
+            QTest::newRow(trigger) << QString::fromLatin1(trigger);
+    }
+    void deletionUnderASignal()
+    {
+        QFETCH(QString, trigger);
+        TwoFiles rig;
+        NvxWavMerger* const merger = rig.merger.get();
+        if (trigger == QLatin1String("aborted"))
+            merger->abortMerge();
+        MergeRig empty;
+        MergeRig& used = trigger.startsWith(QLatin1String("failed: No")) ? empty : rig;
+        if (trigger == QLatin1String("failed: The"))
+            used.merger->setOutputDir(QStringLiteral("/nowhere"));
+        NvxWavMerger* const victim = used.merger.get();
+        const auto look = [&used, trigger] {
+            if (!used.signalsSeen.isEmpty() && used.signalsSeen.last().startsWith(trigger))
+                used.merger.reset();
+        };
+        connect(victim, &NvxWavMerger::mergeStatusMsg, victim, look);
+        connect(victim, &NvxWavMerger::mergeFailed, victim, look);
+        connect(victim, &NvxWavMerger::mergeAborted, victim, look);
+        connect(victim, &NvxWavMerger::mergeComplete, victim, look);
+        victim->startMerge();
+        QVERIFY(!used.merger);
+        QVERIFY(used.signalsSeen.last().startsWith(trigger));
+    }
+
+    void deletionBetweenBlocks_data()
+    {
+        QTest::addColumn<int>("block");
+        QTest::newRow("first") << 1;
+        QTest::newRow("second") << 2;
+        QTest::newRow("last") << 3;
+    }
+    void deletionBetweenBlocks()
+    {
+        QFETCH(int, block);
+        TwoFiles rig;
+        NvxWavMerger* const merger = rig.merger.get();
+        int calls = 0;
+        QObject context;
+        keepCalling(&context, [&] {
+            if (++calls == block)
+                rig.merger.reset();
+        });
+        merger->startMerge();
+        QCOMPARE(calls, block);
+        // The file in work is completed.
+        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+        QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, std::min<qint64>(block * kBlock, 12000));
+        QVERIFY(rig.logLinesWith(QStringLiteral("merged.")).isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_NvxWavMergerFaults)
+#include "tst_NvxWavMergerFaults.moc"

@@ -1,0 +1,447 @@
+#include "MergeFiles.h"
+
+#include "NvxQtCommon/contract/recording/NvxWavInfoDataTMI.h"
+#include "WavJudge.h"
+#include "tests/support/NvxTestCase.h"
+
+#include <QFile>
+#include <QTimer>
+
+#include <thread>
+
+namespace {
+
+constexpr qint64 kBlock = 4096;
+const QString kOutput = QStringLiteral("MERGED_20240229_124000.wav");
+
+/// The array record of an output file.
+std::shared_ptr<NvxWavInfoDataTMI> recordOf(const QString& path)
+{
+    const QByteArray bytes = viewRiff(path).info.value("INVX");
+    return NvxWavInfoDataTMI::fromBytes(
+        std::span(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())));
+}
+
+bool appendTo(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::Append) && file.write(bytes) == bytes.size();
+}
+
+/// Calls `step` again and again for as long as events are processed.
+void keepCalling(QObject* context, const std::function<void()>& step)
+{
+    QMetaObject::invokeMethod(
+        context,
+        [context, step] {
+            step();
+            keepCalling(context, step);
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace
+
+/// What a plan becomes: the output files, their records, and the end of a merge.
+class tst_NvxWavMergerRun : public NvxTestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // --- happy flows
+    void samplesOfEachChannel_data()
+    {
+        QTest::addColumn<int>("bits");
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<unsigned>("rate");
+        for (int bits : {16, 24, 32}) {
+            for (int channels : {1, 2, 3, 4, 8})
+                QTest::addRow("%d bits, %d channels", bits, channels) << bits << channels << 201U;
+        }
+        QTest::newRow("files of whole blocks") << 24 << 3 << 1024U;
+        QTest::newRow("an odd number of bytes behind whole blocks") << 24 << 2 << 1025U;
+        QTest::newRow("less than a block") << 16 << 2 << 50U;
+        QTest::newRow("40 channels") << 16 << 40 << 70U;
+    }
+    void samplesOfEachChannel()
+    {
+        QFETCH(int, bits);
+        QFETCH(int, channels);
+        QFETCH(unsigned, rate);
+        MergeRig rig;
+        QList<QByteArray> blocks;
+        QList<uint16_t> serials;
+        for (int channel = 0; channel < channels; ++channel) {
+            MergeFile file;
+            file.serial = static_cast<uint16_t>(50 + channel);
+            file.bits = static_cast<unsigned char>(bits);
+            file.rate = rate;
+            file.moreFrames = rate == 1025 ? 4 : rate == 201 ? 1 : 0;
+            rig.add(file);
+            blocks << file.samples();
+            serials << file.serial;
+        }
+        rig.merger->setChannels(serials);
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QCOMPARE(rig.outputs(), QStringList{kOutput});
+        const QString path = rig.outputPath(kOutput);
+        QCOMPARE(wholeFileObjection(path), QString());
+        QVERIFY(dataOfWav(path) == woven(blocks, bits / 8));
+        const JudgedWav wav = judgeWav(path);
+        QCOMPARE(wav.channels, channels);
+        QCOMPARE(wav.bits, bits);
+        QCOMPARE(wav.rate, int(rate));
+    }
+
+    void channelsComeInTheirOrder()
+    {
+        // Neither the order of the files nor that of the serial numbers counts.
+        MergeRig rig;
+        rig.merger->setChannelDevice(1, 30);
+        rig.merger->setChannelDevice(2, 10);
+        rig.merger->setChannelDevice(3, 20);
+        QList<QByteArray> blocks(3);
+        for (uint16_t serial : {10, 20, 30}) {
+            MergeFile file;
+            file.serial = serial;
+            rig.add(file);
+            blocks[serial == 30 ? 0 : serial == 10 ? 1 : 2] = file.samples();
+        }
+        rig.merger->startMerge();
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven(blocks, 2));
+    }
+
+    void theRecordOfTheOutput()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.deviceType = DevTypeRecorderA;
+        file.sensitivity = -171;
+        file.temperature = 123;
+        file.humidity = 456;
+        file.startSample = 987654321;
+        rig.add(file);
+        file.serial = 9;
+        file.deviceType = DevTypeSkiff;
+        file.sensitivity = -165;
+        file.temperature = -20;
+        file.humidity = 0;
+        rig.add(file);
+        rig.merger->startMerge();
+        const auto record = recordOf(rig.outputPath(kOutput));
+        QVERIFY(record);
+        QCOMPARE(record->numChannels(), static_cast<unsigned char>(2));
+        QCOMPARE(record->fileName(), std::string("MERGED_20240229_124000"));
+        QCOMPARE(record->peakVolts(), 3.0F);
+        QCOMPARE(record->timestamp(), 1709210400U);
+        QCOMPARE(record->software(), std::string("NvxWavMergerV0  "));
+        QCOMPARE(record->startSample(), uint64_t{0});
+        NvxWavInfoDataTMI expected(2);
+        expected.setDeviceType(static_cast<HydDeviceType>(8), 0);
+        expected.setDeviceType(DevTypeRecorderA, 1);
+        expected.setDeviceType(DevTypeSkiff, 2);
+        for (unsigned char channel : {0, 1, 2})
+            QCOMPARE(record->deviceType(channel), expected.deviceType(channel));
+        QCOMPARE(record->serialNo(0), uint16_t{0});
+        QCOMPARE(record->serialNo(1), uint16_t{7});
+        QCOMPARE(record->serialNo(2), uint16_t{9});
+        QCOMPARE(record->sensitivity(1), int16_t{-171});
+        QCOMPARE(record->sensitivity(2), int16_t{-165});
+        QCOMPARE(record->temperature(1), int16_t{123});
+        QCOMPARE(record->temperature(2), int16_t{-20});
+        QCOMPARE(record->humidity(1), int16_t{456});
+        QCOMPARE(record->humidity(2), int16_t{0});
+    }
+
+    void namesThatExistAreNumbered()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        rig.add(file);
+        QVERIFY(appendTo(rig.outputPath(kOutput), "here before"));
+        rig.merger->startMerge();
+        // What was going to be made is told before, what was made is logged.
+        QVERIFY(rig.signalsSeen.contains(QStringLiteral("status: Merging file: MERGED_20240229_124000")));
+        QCOMPARE(rig.logLinesWith(QStringLiteral("MERGED_")),
+                 (QStringList{QStringLiteral("Created file: MERGED_20240229_124000_2"),
+                              QStringLiteral("MERGED_20240229_124000_2 merged.")}));
+        QVERIFY(dataOfWav(rig.outputPath(QStringLiteral("MERGED_20240229_124000_2.wav"))) == file.samples());
+    }
+
+    void outputsThatGetTooLargeAreCut()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        file.rate = 1000;
+        rig.add(file);
+        rig.merger->setMaxFileBytes(50000);
+        rig.merger->startMerge();
+        const QStringList names{QStringLiteral("MERGED_20240229_124000"),
+                                QStringLiteral("MERGED_20240229_124024"),
+                                QStringLiteral("MERGED_20240229_124048")};
+        QByteArray samples;
+        QStringList lines;
+        for (const QString& name : names) {
+            const QString path = rig.outputPath(name + QStringLiteral(".wav"));
+            QCOMPARE(wholeFileObjection(path), QString());
+            QVERIFY(QFile(path).size() < 50000);
+            samples += dataOfWav(path);
+            lines << QStringLiteral("Created file: ") + name << name + QStringLiteral(" merged.");
+        }
+        QCOMPARE(rig.outputs().size(), names.size());
+        QVERIFY(samples == file.samples());
+        QCOMPARE(rig.logLinesWith(QStringLiteral("MERGED_")), lines);
+    }
+
+    void eventsAreProcessedAfterEachBlock()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        file.rate = 1024; // 15 blocks
+        rig.add(file);
+        int calls = 0;
+        keepCalling(rig.merger.get(), [&calls] { ++calls; });
+        rig.merger->startMerge();
+        QCOMPARE(calls, 15);
+        QVERIFY(rig.signalsSeen.filter(QStringLiteral("progress")).isEmpty());
+    }
+
+    // --- rainy day flows
+    void channelNumbersBeyondTheirCount()
+    {
+        MergeRig rig;
+        rig.merger->setChannelDevice(1, 7);
+        rig.merger->setChannelDevice(3, 9);
+        MergeFile file;
+        file.serial = 7;
+        rig.add(file);
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        rig.add(file);
+        rig.merger->startMerge();
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven({first, file.samples()}, 2));
+        // The record has two channels, and none of them is called 3. This is intended.
+        const auto record = recordOf(rig.outputPath(kOutput));
+        QVERIFY(record);
+        QCOMPARE(record->numChannels(), static_cast<unsigned char>(2));
+        QCOMPARE(record->serialNo(1), uint16_t{7});
+        QCOMPARE(record->serialNo(2), uint16_t{0});
+    }
+
+    void theFirstChannelTellsTheFormat()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.rate = 300;
+        rig.add(file);
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        file.bits = 24;
+        file.rate = 200;
+        rig.add(file);
+        // As many bytes, read with another width.
+        QCOMPARE(file.samples().size(), first.size());
+        rig.merger->startMerge();
+        const JudgedWav wav = judgeWav(rig.outputPath(kOutput));
+        QCOMPARE(wav.bits, 16);
+        QCOMPARE(wav.rate, 300);
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven({first, file.samples()}, 2));
+    }
+
+    void bigEndianIsCopiedByteForByte_data()
+    {
+        QTest::addColumn<int>("bits");
+        for (int bits : {16, 24, 32})
+            QTest::addRow("%d bits", bits) << bits;
+    }
+    void bigEndianIsCopiedByteForByte()
+    {
+        QFETCH(int, bits);
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.bigEndian = true;
+        file.bits = static_cast<unsigned char>(bits);
+        rig.add(file);
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        rig.add(file);
+        rig.merger->startMerge();
+        // A little-endian file with big-endian samples. This is intended.
+        QVERIFY(!viewRiff(rig.outputPath(kOutput)).isBigEndian);
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven({first, file.samples()}, bits / 8));
+    }
+
+    void theShortestChannelEndsTheOutput()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.rate = 1023;
+        rig.add(file);
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        file.moreFrames = 1000; // still 60 whole seconds
+        rig.add(file);
+        const QByteArray second = file.samples();
+        rig.merger->startMerge();
+        // 14 whole blocks; of the 15th the first channel has 4036 samples and the second one all 4096, so it
+        // gets 4066, the first channel's last 30 of which are zero.
+        const qint64 frames = 14 * kBlock + 4066;
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) ==
+                woven({first + QByteArray(60, 0), second.left(frames * 2)}, 2));
+    }
+
+    void shortestChannelThatEndsWithABlock()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.rate = 1024;
+        file.moreFrames = 1000;
+        rig.add(file);
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        file.moreFrames = 0;
+        rig.add(file);
+        rig.merger->startMerge();
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) ==
+                woven({first.left(file.samples().size()), file.samples()}, 2));
+    }
+
+    void aListBehindTheSamplesIsReadAsSamples()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        const QByteArray list("LIST\x10\0\0\0INFOINAM\4\0\0\0abc\0", 24);
+        MergeFile file;
+        file.serial = 7;
+        QVERIFY(appendTo(rig.add(file), list));
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        QVERIFY(appendTo(rig.add(file), list));
+        rig.merger->startMerge();
+        // Blocks go to the end of the file. This is intended.
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven({first + list, file.samples() + list}, 2));
+    }
+
+    void partOfASampleIsZero()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.bits = 32;
+        QVERIFY(appendTo(rig.add(file), QByteArray(3, 'x')));
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        QVERIFY(appendTo(rig.add(file), QByteArray(5, 'x')));
+        const QByteArray second = file.samples();
+        rig.merger->startMerge();
+        // Eight bytes are one sample of each channel, but the first one has it only in part.
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) ==
+                woven({first + QByteArray(4, 0), second + QByteArray(4, 'x')}, 4));
+    }
+
+    void entriesWithoutAChannelAreSkipped()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        file.seconds = 59;
+        rig.add(file);
+        file.seconds = 60;
+        file.stamp = QStringLiteral("20240229_124100");
+        rig.add(file);
+        rig.merger->startMerge();
+        QVERIFY(rig.logLines().contains(QStringLiteral("No channel to merge at 2024-02-29 12:40:00.")));
+        QCOMPARE(rig.outputs(), QStringList{QStringLiteral("MERGED_20240229_124100.wav")});
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+    }
+
+    void abortBetweenBlocks()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.bits = 24;
+        file.rate = 300;
+        for (const char* stamp : {"20240229_124000", "20240229_124100"}) {
+            for (uint16_t serial : {7, 9}) {
+                file.stamp = QLatin1String(stamp);
+                file.serial = serial;
+                rig.add(file);
+            }
+        }
+        QTimer::singleShot(0, rig.merger.get(), [&rig] { rig.merger->abortMerge(); });
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.mid(rig.signalsSeen.size() - 2),
+                 (QStringList{QStringLiteral("status: Merging file: MERGED_20240229_124000"),
+                              QStringLiteral("aborted")}));
+        // The short file is complete, and counts as merged. This is intended.
+        QCOMPARE(rig.logLines().mid(rig.logLines().size() - 3),
+                 (QStringList{QStringLiteral("Created file: MERGED_20240229_124000"),
+                              QStringLiteral("MERGED_20240229_124000 merged."),
+                              QStringLiteral("Merge Aborted!")}));
+        QCOMPARE(rig.outputs(), QStringList{kOutput});
+        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+        file.stamp = QStringLiteral("20240229_124000");
+        file.serial = 7;
+        const QByteArray first = file.samples();
+        file.serial = 9;
+        QVERIFY(dataOfWav(rig.outputPath(kOutput)) ==
+                woven({first.left(kBlock * 3), file.samples().left(kBlock * 3)}, 3));
+    }
+
+    void abortAheadOfTheFirstBlock()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        rig.add(file);
+        NvxWavMerger* const merger = rig.merger.get();
+        connect(merger, &NvxWavMerger::mergeStatusMsg, merger, [merger](const QString& status) {
+            if (status.startsWith(QLatin1String("Merging file")))
+                std::thread([merger] { merger->abortMerge(); }).join();
+        });
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("aborted"));
+        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+        QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, qint64{0});
+        QVERIFY(rig.logLines().contains(QStringLiteral("MERGED_20240229_124000 merged.")));
+    }
+
+    void abortAheadOfTheMerge()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        rig.add(file);
+        rig.merger->abortMerge();
+        rig.merger->startMerge();
+        QVERIFY(rig.outputs().isEmpty());
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("aborted"));
+        QCOMPARE(rig.logLines().last(), QStringLiteral("Merge Aborted!"));
+        QVERIFY(!rig.signalsSeen.contains(QStringLiteral("complete")));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_NvxWavMergerRun)
+#include "tst_NvxWavMergerRun.moc"
