@@ -1,0 +1,72 @@
+#include "merge-files/MergeWatch.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTextStream>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int kLookMs = 20;
+constexpr int kShowMs = 100;
+
+} // namespace
+
+MergeWatch::MergeWatch(NvxWavMerger& merger, const std::atomic<bool>& interrupted)
+    : m_merger(merger), m_interrupted(interrupted), m_bytesBefore(outputBytes())
+{
+    // The merger has no progress of its own: an output is as large as the files that go into it.
+    const QStringList names = merger.fileList();
+    for (const QString& name : names) {
+        const QString base = QFileInfo(name).baseName();
+        const QDateTime time = NvxWavMerger::datetimeFromFname(base);
+        const auto serial = static_cast<uint16_t>(NvxWavMerger::serialFromFname(base));
+        if (merger.deviceChannel(serial) != 0 && time >= merger.startTime() && time <= merger.endTime())
+            m_bytesExpected += QFileInfo(name).size();
+    }
+    connect(&merger, &NvxWavMerger::mergeStatusMsg, this, &MergeWatch::showStatus);
+    connect(&merger, &NvxWavMerger::mergeAborted, this, [this] { m_isAborted = true; });
+    connect(&merger, &NvxWavMerger::mergeFailed, this, [this](const QString& reason) {
+        m_isFailed = true;
+        QTextStream(stderr) << "\nmerge-files: " << reason << Qt::endl;
+    });
+    connect(&m_timer, &QTimer::timeout, this, &MergeWatch::look);
+    m_timer.start(kLookMs);
+    m_sinceShown.start();
+}
+
+void MergeWatch::showStatus(const QString& status)
+{
+    QTextStream(stdout) << status << Qt::endl;
+    if (status.startsWith(QLatin1String("Merging file: ")))
+        ++m_fileCount;
+}
+
+void MergeWatch::look()
+{
+    if (m_interrupted)
+        m_merger.abortMerge();
+    if (m_sinceShown.elapsed() < kShowMs)
+        return;
+    m_sinceShown.restart();
+    showProgress();
+}
+
+void MergeWatch::showProgress()
+{
+    if (m_bytesExpected <= 0)
+        return;
+    const qint64 percent = (outputBytes() - m_bytesBefore) * 100 / m_bytesExpected;
+    QTextStream(stdout) << QStringLiteral("%1 %\r").arg(std::clamp<qint64>(percent, 0, 100), 3) << Qt::flush;
+}
+
+qint64 MergeWatch::outputBytes() const
+{
+    qint64 bytes = 0;
+    const auto files =
+        QDir(m_merger.outputDir()).entryInfoList({QStringLiteral("MERGED_*.wav")}, QDir::Files);
+    for (const QFileInfo& file : files)
+        bytes += file.size();
+    return bytes;
+}

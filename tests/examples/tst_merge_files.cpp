@@ -1,0 +1,244 @@
+#include "MergeFiles.h"
+#include "WavJudge.h"
+#include "tests/support/NvxTestCase.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <csignal>
+
+// The example as its users run it.
+
+class tst_merge_files : public NvxTestCase
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_folder;
+
+    struct Ended
+    {
+        int code = -1;
+        QString output;
+        QString errors;
+    };
+
+    static Ended endOf(QProcess& process)
+    {
+        if (!QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, 30000))
+            return {};
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+    Ended merge(const QStringList& arguments) const
+    {
+        QProcess process;
+        process.start(QStringLiteral(NVX_MERGE_FILES),
+                      QStringList{QStringLiteral("--out"), out()} + arguments);
+        return endOf(process);
+    }
+    QString in() const { return m_folder->filePath(QStringLiteral("in")); }
+    QString out() const { return m_folder->filePath(QStringLiteral("some/where")); }
+    QStringList outputs() const
+    {
+        return QDir(out()).entryList({QStringLiteral("*.wav")}, QDir::Files, QDir::Name);
+    }
+    QString pathOf(int index) const { return out() + QLatin1Char('/') + outputs().at(index); }
+    /// Two recorders, a file each at every one of the given minutes of 12 o'clock.
+    void makeInputs(const QStringList& minutes) const
+    {
+        for (const QString& minute : minutes) {
+            for (uint16_t serial : {7, 9})
+                QVERIFY(!writeMergeFile(in(), fileAt(serial, minute)).isEmpty());
+        }
+    }
+    static MergeFile fileAt(uint16_t serial, const QString& minute)
+    {
+        MergeFile file;
+        file.serial = serial;
+        file.stamp = QStringLiteral("20240229_12") + minute + QStringLiteral("00");
+        return file;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        failOnUnexpectedWarnings();
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_folder->isValid());
+        QVERIFY(QDir().mkpath(in()));
+    }
+    void cleanup() { m_folder.reset(); }
+
+    // --- happy flows
+    void mergesADirectory()
+    {
+        makeInputs({QStringLiteral("40"), QStringLiteral("41")});
+        const Ended ended = merge({in()});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        QCOMPARE(outputs(), (QStringList{QStringLiteral("MERGED_20240229_124000.wav"),
+                                         QStringLiteral("MERGED_20240229_124100.wav")}));
+        for (int i = 0; i < 2; ++i) {
+            QCOMPARE(wholeFileObjection(pathOf(i)), QString());
+            const QString minute = QString::number(40 + i);
+            QVERIFY(dataOfWav(pathOf(i)) ==
+                    woven({fileAt(7, minute).samples(), fileAt(9, minute).samples()}, 2));
+        }
+        for (const char* line : {"Merge Log File: ", "Merging file: MERGED_20240229_124000\n",
+                                 "Merging file: MERGED_20240229_124100\n", "Merge complete.\n"})
+            QVERIFY2(ended.output.contains(QLatin1String(line)), qPrintable(ended.output));
+    }
+
+    void putsRecordersOnChannels()
+    {
+        makeInputs({QStringLiteral("40")});
+        const Ended ended = merge({QStringLiteral("--channel"), QStringLiteral("2=7"),
+                                   QStringLiteral("--channel"), QStringLiteral("1=9"), in()});
+        QCOMPARE(ended.code, 0);
+        const QString minute = QStringLiteral("40");
+        QVERIFY(dataOfWav(pathOf(0)) == woven({fileAt(9, minute).samples(), fileAt(7, minute).samples()}, 2));
+    }
+
+    void leavesRecordersOut()
+    {
+        makeInputs({QStringLiteral("40")});
+        const Ended ended = merge({QStringLiteral("--channel"), QStringLiteral("1=9"), in()});
+        QCOMPARE(ended.code, 0);
+        QVERIFY(dataOfWav(pathOf(0)) == fileAt(9, QStringLiteral("40")).samples());
+    }
+
+    void keepsToTheTimeRange()
+    {
+        makeInputs({QStringLiteral("40"), QStringLiteral("41"), QStringLiteral("42"), QStringLiteral("43")});
+        const Ended ended = merge({QStringLiteral("--start"), QStringLiteral("2024-02-29T12:41:00"),
+                                   QStringLiteral("--end"), QStringLiteral("2024-02-29T12:42:00"), in()});
+        QCOMPARE(ended.code, 0);
+        QCOMPARE(outputs(), (QStringList{QStringLiteral("MERGED_20240229_124100.wav"),
+                                         QStringLiteral("MERGED_20240229_124200.wav")}));
+    }
+
+    void takesFilesOfTheLengthThatItIsTold()
+    {
+        MergeFile file;
+        file.serial = 7;
+        file.seconds = 120;
+        writeMergeFile(in(), file);
+        QCOMPARE(merge({in()}).code, 2);
+        const Ended ended = merge({QStringLiteral("--minutes"), QStringLiteral("2"), in()});
+        QCOMPARE(ended.code, 0);
+        QVERIFY(dataOfWav(pathOf(0)) == file.samples());
+    }
+
+    void filesThatAreNamedTwiceCountOnce()
+    {
+        makeInputs({QStringLiteral("40")});
+        const QString file = in() + QStringLiteral("/ABC0007_20240229_124000.wav");
+        QCOMPARE(merge({file, in(), file}).code, 0);
+        QCOMPARE(judgeWav(pathOf(0)).channels, 2);
+    }
+
+    void showsProgressAndStopsAtCtrlC()
+    {
+        // Large enough not to be through before anybody can press a key.
+        for (uint16_t serial : {7, 9}) {
+            MergeFile file;
+            file.serial = serial;
+            file.bits = 32;
+            file.rate = 256000;
+            QVERIFY(!writeMergeFile(in(), file).isEmpty());
+        }
+        QProcess process;
+        process.start(QStringLiteral(NVX_MERGE_FILES), {QStringLiteral("--out"), out(), in()});
+        QString output;
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                output += QString::fromUtf8(process.readAllStandardOutput());
+                return output.contains(QRegularExpression(QStringLiteral("\n *\\d+ %\r")));
+            },
+            30000));
+        ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+        const Ended ended = endOf(process);
+        QVERIFY2(ended.code == 3, qPrintable(ended.errors));
+        QVERIFY(ended.errors.contains(QStringLiteral("merge-files: aborted; the last file is short.")));
+        // What is there is whole.
+        QCOMPARE(wholeFileObjection(pathOf(0)), QString());
+        const JudgedWav wav = judgeWav(pathOf(0));
+        QCOMPARE(wav.channels, 2);
+        QVERIFY(wav.frames > 0 && wav.frames < 60 * 256000);
+    }
+
+    // --- rainy day flows
+    void nothingFits()
+    {
+        makeInputs({QStringLiteral("40")});
+        const Ended ended = merge({QStringLiteral("--channel"), QStringLiteral("1=8"), in()});
+        QCOMPARE(ended.code, 2);
+        QVERIFY(ended.errors.contains(QStringLiteral("merge-files: there was nothing to merge")));
+        QVERIFY(outputs().isEmpty());
+    }
+
+    void directoryThatCannotBeMade()
+    {
+        makeInputs({QStringLiteral("40")});
+        QFile file(m_folder->filePath(QStringLiteral("some")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const Ended ended = merge({in()});
+        QCOMPARE(ended.code, 5);
+        QCOMPARE(ended.errors, QStringLiteral("merge-files: the directory %1 can't be made.\n").arg(out()));
+    }
+
+    void fullDisk()
+    {
+        makeInputs({QStringLiteral("40")});
+        // No file of the program may pass 20 kB; as on a full disk, its writes fail from there on.
+        const QString command = QStringLiteral("trap '' XFSZ; ulimit -f 20; exec \"$0\" \"$@\"");
+        QProcess process;
+        process.start(QStringLiteral("bash"), {QStringLiteral("-c"), command, QStringLiteral(NVX_MERGE_FILES),
+                                               QStringLiteral("--out"), out(), in()});
+        const Ended ended = endOf(process);
+        QCOMPARE(ended.code, 5);
+        QVERIFY2(ended.errors.contains(QStringLiteral("merge-files: The disk is full.")),
+                 qPrintable(ended.errors));
+        QVERIFY(judgeWav(pathOf(0)).frames > 0);
+    }
+
+    void wrongUse_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("complaint");
+        const QString channel = QStringLiteral("--channel takes");
+        for (const char* value : {"7", "1=", "=7", "0=7", "256=7", "1=70000", "1=7=8", "a=b"})
+            QTest::newRow(value) << QStringList{QStringLiteral("--channel"), QLatin1String(value)} << channel;
+        for (const char* value : {"0", "-1", "x"})
+            QTest::addRow("%s minutes", value)
+                << QStringList{QStringLiteral("--minutes"), QLatin1String(value)}
+                << QStringLiteral("--minutes takes");
+        QTest::newRow("start") << QStringList{QStringLiteral("--start"), QStringLiteral("noon")}
+                               << QStringLiteral("--start takes");
+        QTest::newRow("end") << QStringList{QStringLiteral("--end"), QStringLiteral("12:40")}
+                             << QStringLiteral("--end takes");
+    }
+    void wrongUse()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, complaint);
+        const Ended ended = merge(arguments + QStringList{QStringLiteral("a.wav")});
+        QCOMPARE(ended.code, 1);
+        QVERIFY2(ended.errors.startsWith(QStringLiteral("merge-files: ") + complaint),
+                 qPrintable(ended.errors));
+    }
+
+    void noFiles()
+    {
+        const Ended ended = merge({});
+        QCOMPARE(ended.code, 1);
+        QCOMPARE(ended.errors, QStringLiteral("merge-files: no files to merge.\n"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_merge_files)
+#include "tst_merge_files.moc"
