@@ -106,6 +106,10 @@ void NvxSpecLogger::handleData(std::shared_ptr<HydStreamDataPayload> payload, Hy
     if (!payload || !payload->data() || !takesDevice(devId))
         return;
     const auto record = NvxSpectrumFileData::fromStreamData(*payload);
+    if (record->numBins() == 0) {
+        qDebug("A spectrum without bins isn't logged.");
+        return;
+    }
     record->setTemperature(static_cast<float>(m_temperature * kPerTenth));
     record->setHumidity(static_cast<float>(m_humidity * kPerTenth));
     record->setComment(commentText());
@@ -127,14 +131,16 @@ bool NvxSpecLogger::logRecord(NvxComSpectrumEventData& record, SENSOR_LOG_TYPE l
     processStreamEvent(&event);
     if (!self)
         return false;
-    constexpr double longest = std::numeric_limits<uint32_t>::max();
-    Q_EMIT logProgress(
-        static_cast<uint32_t>(std::min(double{m_secsPerRec} * m_specWriter.numRecs(), longest)));
+    const float seconds = static_cast<float>(m_specWriter.numRecs()) * m_secsPerRec;
+    constexpr uint32_t longest = std::numeric_limits<uint32_t>::max();
+    Q_EMIT logProgress(seconds < static_cast<float>(longest) ? static_cast<uint32_t>(seconds) : longest);
     return !self.isNull();
 }
 
 void NvxSpecLogger::processStreamEvent(SpecStreamEvent* event)
 {
+    if (event == nullptr)
+        return;
     const QPointer<NvxSpecLogger> self(this);
     while (!event->isConsumed()) {
         m_specWriter.dispatch(event);
@@ -203,8 +209,10 @@ void NvxSpecLogger::calcMaxNumRecs(HydJobSettings const& job, int minutes)
                                                          static_cast<float>(FFT_Params_WAV.overlapLength()));
     const double perRecord = rate > 0.0F ? double{rate} : 1.0;
     constexpr double most = std::numeric_limits<int>::max();
-    const double count = minutes * kSecondsPerMinute / perRecord;
-    setMaxNumRecs(static_cast<int>(std::clamp(count, -most, most)), m_specWriter.timeType());
+    const double count = std::clamp(minutes * kSecondsPerMinute / perRecord, -most, most);
+    // Less than one record a file would be no limit at all.
+    const int least = minutes > 0 ? 1 : std::numeric_limits<int>::min();
+    setMaxNumRecs(std::max(static_cast<int>(count), least), m_specWriter.timeType());
     m_specWriter.setUpdateRate(rate);
 }
 

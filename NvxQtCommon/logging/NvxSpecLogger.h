@@ -81,7 +81,7 @@ public Q_SLOTS:
     /// Takes over the parameters of the spectra to come. A header without a key changes nothing.
     void handleEventHdr(std::shared_ptr<HydStreamEventHeaderPayload> header, HydDeviceId devId,
                         std::shared_ptr<HydDevice> device);
-    /// Writes one spectrum; a payload without data is none.
+    /// Writes one spectrum; one without bins is logged instead.
     void handleData(std::shared_ptr<HydStreamDataPayload> payload, HydDeviceId devId);
 
 Q_SIGNALS:

@@ -100,7 +100,7 @@ private:
             if (!std::isfinite(value))
                 value = 0;
         } else {
-            value = static_cast<T>(stored.toLongLong());
+            value = static_cast<T>(stored.toInt());
         }
     }
 

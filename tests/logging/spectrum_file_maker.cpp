@@ -46,11 +46,22 @@ double anyLevel(std::mt19937& random)
     return std::uniform_real_distribution<double>(-30.0, 190.0)(random);
 }
 
-QJsonObject writeSpectra(const QString& folder, std::mt19937& random, bool filtered)
+enum class Spectra {
+    Plain,
+    Filtered,
+    Noise,
+};
+
+QJsonObject writeSpectra(const QString& folder, std::mt19937& random, Spectra kind)
 {
+    const bool filtered = kind == Spectra::Filtered;
     NvxSpecLogger logger(0, folder, filtered ? QStringLiteral("Filtered") : QStringLiteral("Spec"), nullptr);
     Account account(logger);
     logger.setComment(QStringLiteral("\"quoted\", with a comma; Ünïcödé"));
+    if (kind == Spectra::Noise) {
+        logger.setDevId(kDevice);
+        logger.setFFTMode(FftModeNoise);
+    }
     SpectrumStream stream;
     stream.serial = 77;
     for (int i = 0; i < kRecords; ++i) {
@@ -72,6 +83,7 @@ QJsonObject writeSpectra(const QString& folder, std::mt19937& random, bool filte
         }
         account.add(values);
     }
+    logger.stopLogging();
     return account.json();
 }
 
@@ -223,8 +235,9 @@ int main(int argc, char** argv)
         return 2;
     const QString folder = QString::fromLocal8Bit(argv[1]);
     std::mt19937 random(20240229);
-    const QJsonObject all{{"spectrum", writeSpectra(folder, random, false)},
-                          {"filtered", writeSpectra(folder, random, true)},
+    const QJsonObject all{{"spectrum", writeSpectra(folder, random, Spectra::Plain)},
+                          {"filtered", writeSpectra(folder, random, Spectra::Filtered)},
+                          {"noise", writeSpectra(folder, random, Spectra::Noise)},
                           {"impulse", writeImpulses(folder, random)},
                           {"click", writeClicks(folder, random)},
                           {"statistics", writeStatistics(folder, random)},

@@ -94,15 +94,29 @@ private Q_SLOTS:
         QCOMPARE(text.records[0].last(), QByteArray("130250.5"));
     }
 
+    void headersCarryModeZero_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::newRow("statistics") << 0;
+        QTest::newRow("impulses") << 1;
+        QTest::newRow("clicks") << 2;
+    }
     void headersCarryModeZero()
     {
         // The modes stand on the logger's own header only; those made from events keep 0.
-        NvxClickLogger logger(2, m_dir->path(), QStringLiteral("Click"), nullptr);
-        QCOMPARE(logger.typeMode(), FftModeSpectrum);
-        QSignalSpy newFile(&logger, &NvxSpecLogger::newFileCreated);
-        header(logger);
+        QFETCH(int, kind);
+        std::unique_ptr<NvxSpecLogger> logger;
+        if (kind == 0)
+            logger = std::make_unique<NvxWavStatsLogger>(2, m_dir->path(), QStringLiteral("Any"), nullptr);
+        else if (kind == 1)
+            logger = std::make_unique<NvxImpLogger>(2, m_dir->path(), QStringLiteral("Any"), nullptr);
+        else
+            logger = std::make_unique<NvxClickLogger>(2, m_dir->path(), QStringLiteral("Any"), nullptr);
+        QCOMPARE(logger->typeMode(), FftModeSpectrum);
+        QSignalSpy newFile(logger.get(), &NvxSpecLogger::newFileCreated);
+        header(*logger);
         const SpectrumStream stream;
-        logger.handleData(stream.spectrum(kTime, 0, 0, {1, 2}), kDevice);
+        logger->handleData(stream.spectrum(kTime, 0, 0, {1, 2}), kDevice);
         QCOMPARE(textOf(newFile).entry("Type"), QByteArray("0"));
     }
 
@@ -130,13 +144,23 @@ private Q_SLOTS:
 
     void noDeviceIsRefused()
     {
-        NvxWavStatsLogger logger(2, m_dir->path(), QStringLiteral("Stats"), nullptr);
-        logger.setDevId(HydDeviceId(DevTypeRecorderA, 1));
-        QSignalSpy progress(&logger, &NvxSpecLogger::logProgress);
-        logger.handleStatsReady(std::make_shared<SWavStatistics>(makeStatistics(kTime)), kDevice);
-        QCOMPARE(progress.size(), 1);
+        const HydDeviceId other(DevTypeRecorderA, 1);
+        NvxWavStatsLogger statistics(2, m_dir->path(), QStringLiteral("Stats"), nullptr);
+        NvxImpLogger impulses(2, m_dir->path(), QStringLiteral("Imp"), nullptr);
+        NvxClickLogger clicks(2, m_dir->path(), QStringLiteral("Click"), nullptr);
+        QList<uint32_t> progress;
+        for (NvxSpecLogger* logger :
+             {static_cast<NvxSpecLogger*>(&statistics), static_cast<NvxSpecLogger*>(&impulses),
+              static_cast<NvxSpecLogger*>(&clicks)}) {
+            logger->setDevId(other);
+            connect(logger, &NvxSpecLogger::logProgress, this,
+                    [&progress](uint32_t secs) { progress.append(secs); });
+        }
+        statistics.handleStatsReady(std::make_shared<SWavStatistics>(makeStatistics(kTime)), kDevice);
+        impulses.handleImpReady(std::make_shared<SImpulseStatistics>(makeImpulse(kTime)), kDevice);
+        clicks.handleClickReady(std::make_shared<SClickStatistics>(makeClick(kTime)), kDevice);
         // No header ever told how long a record lasts.
-        QCOMPARE(progress.first().first().toUInt(), 0U);
+        QCOMPARE(progress, (QList<uint32_t>{0, 0, 0}));
     }
 
     void recordsCrossThreads()

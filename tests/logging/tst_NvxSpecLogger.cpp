@@ -8,6 +8,8 @@
 
 #include <QPointer>
 
+#include <limits>
+
 namespace {
 
 const HydDeviceId kDevice(DevTypeRecorderA, 42);
@@ -108,6 +110,35 @@ private Q_SLOTS:
         QCOMPARE(text.records[0].mid(2, 2), (QList<QByteArray>{"12.3", "45.6"}));
         // The record's whole degrees count as tenths.
         QCOMPARE(text.records[1].mid(2, 2), (QList<QByteArray>{"2", "5"}));
+    }
+
+    void firstStatusCounts()
+    {
+        stKEY_CHUNK_V1 key;
+        key.time = kTime;
+        stSTATUS_CHUNK_V0 first;
+        first.temperature = 10;
+        first.humidity = 20;
+        stSTATUS_CHUNK_V0 second;
+        second.temperature = 30;
+        second.humidity = 40;
+        const auto event = [&key](std::vector<std::shared_ptr<HydStreamStatusChunk const>> statuses) {
+            return std::make_shared<HydStreamEventHeaderPayload>(
+                std::make_shared<HydEventKeyChunkV1>(&key),
+                std::vector<std::shared_ptr<HydDeviceInfoChunk const>>(), std::move(statuses),
+                HydStreamSetupContainer(), std::vector<std::shared_ptr<HydAmplScalingChunk const>>(),
+                uint8_t{2}, nullptr);
+        };
+        const auto late = std::make_shared<HydStreamStatusChunkV0>(&second);
+        m_logger->handleEventHdr(event({std::make_shared<HydStreamStatusChunkV0>(&first), late}), kDevice,
+                                 nullptr);
+        data(kTime);
+        // A first one that is missing leaves the word to the device.
+        m_logger->handleEventHdr(event({nullptr, late}), kDevice, makeDevice());
+        data(kTime);
+        const SpectrumText text = SpectrumText::of(newFile(0));
+        QCOMPARE(text.records.value(0).mid(2, 2), (QList<QByteArray>{"1", "2"}));
+        QCOMPARE(text.records.value(1).mid(2, 2), (QList<QByteArray>{"2", "5"}));
     }
 
     void progressIsRecordsTimesTheirLength()
@@ -243,6 +274,7 @@ private Q_SLOTS:
         // accum x 512 / rate seconds each, in one minute.
         QTest::newRow("one a second") << 100U << 51200U << 60;
         QTest::newRow("truncated") << 7U << 1000U << 16;
+        QTest::newRow("never less than a record") << 60000U << 1000U << 1;
         QTest::newRow("a rate of nothing counts as one a second") << 100U << 0U << 60;
     }
     void lengthFollowsTheRateOfSpectra()
@@ -261,6 +293,16 @@ private Q_SLOTS:
         QCOMPARE(m_newFiles->size(), 2);
     }
 
+    void impossibleLengthsAreBounded()
+    {
+        m_logger->calcMaxNumRecs(job(1, 4000000000U), std::numeric_limits<int>::max());
+        m_logger->calcMaxNumRecs(job(1, 4000000000U), std::numeric_limits<int>::min());
+        header();
+        data(kTime);
+        data(kTime);
+        QCOMPARE(m_newFiles->size(), 1);
+    }
+
     void lengthKeepsTheTimeTypeAndSetsTheUpdateRate()
     {
         FFT_Params_WAV.setOverlapLength(512);
@@ -272,111 +314,6 @@ private Q_SLOTS:
         QCOMPARE(m_newFiles->size(), 1);
         data(1709210100 + 300);
         QCOMPARE(m_newFiles->size(), 2);
-    }
-
-    // --- noise mode
-    void noiseModeMakesItsFilterOnce()
-    {
-        m_logger->setDevId(kDevice);
-        m_logger->setFFTMode(FftModeNoise);
-        const auto filter = m_logger->noiseFilter();
-        QVERIFY(filter != nullptr);
-        QVERIFY(filter->devId() == kDevice);
-        QCOMPARE(filter->folderName(), m_dir->path());
-        QCOMPARE(filter->rate(), SampRate{2000});
-        m_logger->setFFTMode(FftModeNoise);
-        QVERIFY(m_logger->noiseFilter() == filter);
-    }
-
-    void noiseFileHasTheFiltersName_data()
-    {
-        QTest::addColumn<bool>("deviceFft");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("of the device") << true << "F_CAL_42_DEV.txt";
-        QTest::newRow("of the computer") << false << "F_CAL_42_PROG.txt";
-    }
-    void noiseFileHasTheFiltersName()
-    {
-        QFETCH(bool, deviceFft);
-        QFETCH(QString, name);
-        m_logger->setDevId(kDevice);
-        m_logger->setFFTMode(FftModeNoise);
-        m_logger->setIfDeviceFFT(deviceFft);
-        header();
-        data(kTime);
-        QCOMPARE(newFile(0), path(name));
-        m_logger->stopLogging();
-        QCOMPARE(files(), QStringList{name});
-        QCOMPARE(SpectrumText::of(path(name)).entry("Type"), QByteArray("10"));
-    }
-
-    void noiseModeWithoutAFilterSetsNoName()
-    {
-        m_logger->setTypeMode(FftModeNoise);
-        header();
-        data(kTime);
-        QCOMPARE(newFile(0), path("Noise_20240229_123456.txt"));
-        m_logger->prepareNoiseLog();
-        m_logger->stopLogging();
-        QVERIFY(m_logger->noiseFilter() == nullptr);
-    }
-
-    void noiseIsCollectedAndAveraged()
-    {
-        m_logger->setDevId(kDevice);
-        m_logger->setFFTMode(FftModeNoise);
-        header();
-        QCOMPARE(m_logger->noiseFilter()->dateTime(), QDateTime::fromSecsSinceEpoch(kTime, Qt::UTC));
-        data(kTime);
-        data(kTime);
-        QCOMPARE(m_logger->noiseFilter()->count(), 2);
-        QVERIFY(m_logger->noiseFilter()->data() == (std::vector<float>{2, 4, 6}));
-        m_logger->stopLogging();
-        QCOMPARE(m_logger->noiseFilter()->count(), 1);
-        // (sum + half the count + 1) / count, ahead of the smoothing: 2, 3, 4.
-        QVERIFY(m_logger->noiseFilter()->data() != (std::vector<float>{2, 4, 6}));
-    }
-
-    void filteredSpectraAreCollectedAsDecimals()
-    {
-        m_logger->setFFTMode(FftModeNoise);
-        header();
-        m_logger->handleData(m_stream.filtered(kTime, {1.5, 2.5}), kDevice);
-        QVERIFY(m_logger->noiseFilter()->data() == (std::vector<float>{1.5F, 2.5F}));
-    }
-
-    void noiseStartsAnew()
-    {
-        m_logger->setFFTMode(FftModeNoise);
-        header();
-        data(kTime);
-        m_logger->prepareNoiseLog();
-        QCOMPARE(m_logger->noiseFilter()->count(), 0);
-        QVERIFY(m_logger->noiseFilter()->data().empty());
-    }
-
-    void newDeviceReachesTheFilter()
-    {
-        m_logger->setFFTMode(FftModeNoise);
-        m_logger->setDevId(kDevice);
-        QVERIFY(m_logger->noiseFilter()->devId() == kDevice);
-    }
-
-    void otherModesLeaveTheFilterAlone()
-    {
-        m_logger->setFFTMode(FftModeNoise);
-        const auto filter = m_logger->noiseFilter();
-        m_logger->setFFTMode(FftModeSpectrum);
-        m_logger->setDevId(kDevice);
-        m_logger->setIfDeviceFFT(false);
-        header();
-        data(kTime);
-        m_logger->prepareNoiseLog();
-        QCOMPARE(filter->count(), 0);
-        QVERIFY(filter->devId() == HydDeviceId());
-        QVERIFY(filter->ifDeviceFFT());
-        QVERIFY(!filter->dateTime().isValid());
-        QCOMPARE(newFile(0), path("Spec_20240229_123456.txt"));
     }
 
     // --- rainy day flows
@@ -410,7 +347,23 @@ private Q_SLOTS:
         header();
         m_logger->handleData(nullptr, kDevice);
         m_logger->handleData(std::make_shared<HydStreamDataPayload>(nullptr, nullptr), kDevice);
+        m_logger->processStreamEvent(nullptr);
         QCOMPARE(m_progress->size(), 0);
+    }
+
+    void spectrumWithoutBinsIsLoggedAndEndsNoFile()
+    {
+        m_logger->setFFTMode(FftModeNoise);
+        header();
+        data(kTime);
+        LogSpy log;
+        m_logger->handleData(m_stream.spectrum(kTime, 0, 0, {}), kDevice);
+        QCOMPARE(log.count("A spectrum without bins isn't logged."), 1);
+        data(kTime);
+        QCOMPARE(m_logger->noiseFilter()->count(), 2);
+        m_logger->stopLogging();
+        QCOMPARE(m_newFiles->size(), 1);
+        QCOMPARE(SpectrumText::of(newFile(0)).records.size(), 2);
     }
 
     void rateOfNothing()
@@ -420,6 +373,19 @@ private Q_SLOTS:
         data(kTime);
         QCOMPARE(progress(), 0U);
         QCOMPARE(SpectrumText::of(newFile(0)).records.size(), 1);
+    }
+
+    void progressIsComputedInSinglePrecision()
+    {
+        // 10 x 0.7 is 7 in single precision and less in double.
+        m_stream.rate = 10;
+        m_stream.pointsBtw = 7;
+        m_stream.accum = 1;
+        m_logger->setMaxNumRecs(0, false);
+        header();
+        for (int i = 0; i < 10; ++i)
+            data(kTime);
+        QCOMPARE(progress(), 7U);
     }
 
     void hugeProgressIsBounded()
@@ -447,6 +413,11 @@ private Q_SLOTS:
         QCOMPARE(stopped.size(), 0);
         QCOMPARE(failed.size(), 0);
         QCOMPARE(m_progress->size(), 2);
+        // Once the recording was ended, the next one has its file again.
+        m_logger->setLogPath(m_dir->path());
+        m_logger->stopLogging();
+        data(kTime);
+        QCOMPARE(SpectrumText::of(newFile(0)).records.size(), 1);
     }
 
     void handledWriteErrorEndsTheRecording()

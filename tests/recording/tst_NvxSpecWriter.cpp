@@ -4,6 +4,8 @@
 
 #include <QFile>
 
+#include <limits>
+
 class tst_NvxSpecWriter : public SpecWriterCase
 {
     Q_OBJECT
@@ -132,6 +134,25 @@ private Q_SLOTS:
         QCOMPARE(m_newFiles.size(), 3);
     }
 
+    void impossibleRatesEndNothing_data()
+    {
+        QTest::addColumn<float>("rate");
+        QTest::newRow("huge") << 3e38F;
+        QTest::newRow("infinite") << std::numeric_limits<float>::infinity();
+        QTest::newRow("no number counts as a second") << std::numeric_limits<float>::quiet_NaN();
+    }
+    void impossibleRatesEndNothing()
+    {
+        QFETCH(float, rate);
+        m_writer->setTimeType(true);
+        m_writer->setMaxNumRecs(1000000000);
+        m_writer->setUpdateRate(rate);
+        header(kTime, L"Spec");
+        spectrum(kTime);
+        spectrum(kTime + 100);
+        QCOMPARE(m_newFiles.size(), 1);
+    }
+
     void updateRateIsAMinuteUntilItIsSet()
     {
         QCOMPARE(m_writer->updateRate(), 60.0F);
@@ -206,6 +227,18 @@ private Q_SLOTS:
         spectrum(kTime + 1);
         QCOMPARE(m_newFiles.size(), rolls ? 2 : 1);
         QCOMPARE(m_writer->numRecs(), rolls ? 1 : 2);
+    }
+
+    void sameHeaderAgainIsANewOne()
+    {
+        header(kTime, L"Spec_20240229_123456", 77);
+        spectrum(kTime + 3, 500);
+        m_writer->finishFile();
+        header(kTime, L"Spec_20240229_123456", 77);
+        spectrum(kTime + 3, 500);
+        QCOMPARE(m_newFiles.last(), path("Spec_20240229_123456_2.txt"));
+        QCOMPARE(SpectrumText::of(m_newFiles.last()).entry("Start"), QByteArray("2024-02-29 12:34:56"));
+        QCOMPARE(SpectrumText::of(m_newFiles.last()).entry("Start sample"), QByteArray("77"));
     }
 
     void headerInPlaceRollsToo()
@@ -305,6 +338,16 @@ private Q_SLOTS:
         QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).records.size(), 10);
         QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).entry("Type"), QByteArray("10"));
         QCOMPARE(files(), QStringList{"F_CAL_42_DEV.txt"});
+    }
+
+    void unnamedNoiseFileReplacesNone()
+    {
+        for (int i = 0; i < 2; ++i) {
+            header(kTime, L"", 0, FftModeNoise);
+            spectrum(kTime);
+            m_writer->finishFile();
+        }
+        QCOMPARE(files(), (QStringList{"Noise_20240229_123456.txt", "Noise_20240229_123456_2.txt"}));
     }
 
     void noiseFileIsCompletedByCloseFileAndTheDestructor()

@@ -25,19 +25,47 @@ private Q_SLOTS:
         QVERIFY(files().isEmpty());
     }
 
-    void changeOfRateEndsANoiseFileWithALine()
+    void changeEndsANoiseFileWithALine_data()
     {
+        QTest::addColumn<int>("field");
+        QTest::newRow("rate") << 1;
+        QTest::newRow("points") << 2;
+        QTest::newRow("accumulations") << 3;
+        QTest::newRow("bins") << 4;
+    }
+    void changeEndsANoiseFileWithALine()
+    {
+        QFETCH(int, field);
         header(kTime, L"F_CAL_42_DEV", 0, FftModeNoise);
         spectrum(kTime);
-        m_stream.rate = 96000;
+        m_stream.rate += field == 1 ? 1U : 0U;
+        m_stream.points = static_cast<uint16_t>(m_stream.points + (field == 2 ? 1 : 0));
+        m_stream.accum = static_cast<uint16_t>(m_stream.accum + (field == 3 ? 1 : 0));
         header(kTime, L"F_CAL_42_DEV", 0, FftModeNoise);
         QTest::ignoreMessage(
             QtWarningMsg, QRegularExpression("The parameters of the noise spectra changed, the file ends: .*"
                                              "F_CAL_42_DEV.txt"));
-        spectrum(kTime);
-        QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).entry("Sample rate (Hz)"), QByteArray("48000"));
+        const std::vector<uint8_t> bins(field == 4 ? 5 : 4, uint8_t{9});
+        const auto record = NvxSpectrumFileData::fromStreamData(*m_stream.spectrum(kTime, 0, 0, bins));
+        process(*record);
+        QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).records.first().mid(5),
+                 (QList<QByteArray>{"1", "2", "3", "4"}));
         m_writer->finishFile();
-        QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).entry("Sample rate (Hz)"), QByteArray("96000"));
+        QCOMPARE(SpectrumText::of(path("F_CAL_42_DEV.txt")).records.first().value(5), QByteArray("9"));
+    }
+
+    void headerDuringAnErrorIsKept()
+    {
+        m_writer->setlogPath(L"/nowhere/at/all");
+        header(kTime, L"Before");
+        spectrum(kTime);
+        m_stream.rate = 96000;
+        header(kTime, L"After");
+        m_writer->finishFile();
+        m_writer->setlogPath(m_dir->path().toStdWString());
+        spectrum(kTime);
+        QCOMPARE(m_newFiles, QStringList{path("After.txt")});
+        QCOMPARE(SpectrumText::of(path("After.txt")).entry("Sample rate (Hz)"), QByteArray("96000"));
     }
 
     void directoryThatIsNotThere()
@@ -58,19 +86,28 @@ private Q_SLOTS:
         QCOMPARE(m_newFiles.size(), 1);
     }
 
+    void directoryThatIsRemoved_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("spectra") << int(FftModeSpectrum);
+        QTest::newRow("noise") << int(FftModeNoise);
+    }
     void directoryThatIsRemoved()
     {
+        QFETCH(int, mode);
         QVERIFY(QDir(m_dir->path()).mkdir("below"));
         m_writer->setlogPath(path("below").toStdWString());
-        header(kTime, L"F_CAL_42_DEV", 0, FftModeNoise);
+        header(kTime, L"F_CAL_42_DEV", 0, FFTMode(mode));
         spectrum(kTime);
         QVERIFY(QDir(path("below")).removeRecursively());
         spectrum(kTime);
         QCOMPARE(m_writer->errorCode(), SpecErrNone);
+        QCOMPARE(m_writer->numRecs(), 2);
         QTest::ignoreMessage(QtWarningMsg,
                              QRegularExpression("A file could not be completed: .*F_CAL_42_DEV.*"));
         m_writer->closeFile();
         QCOMPARE(m_writer->errorCode(), SpecErrWriteFailed);
+        QCOMPARE(m_writer->numRecs(), 0);
     }
 
     void fullDiskLeavesWholeLines()
@@ -80,6 +117,7 @@ private Q_SLOTS:
         const auto before = QFileInfo(m_newFiles.first()).size();
         QVERIFY(underLimit(static_cast<rlim_t>(before) + 10, [this] { spectrum(kTime); }));
         QCOMPARE(m_writer->errorCode(), SpecErrDiskFull);
+        QCOMPARE(m_writer->numRecs(), 0);
         QCOMPARE(QFileInfo(m_newFiles.first()).size(), before);
         QCOMPARE(m_newFiles.size(), 1);
     }

@@ -154,6 +154,8 @@ private Q_SLOTS:
         QTest::addColumn<qlonglong>("expected");
         QTest::newRow("start") << QByteArray("12:34:56") << qlonglong(kTime);
         QTest::newRow("later") << QByteArray("12:35:00") << qlonglong(kTime) + 4;
+        QTest::newRow("most of a day later")
+            << QByteArray("11:30:00") << qlonglong(kTime) - 45296 + 86400 + 41400;
         QTest::newRow("a second before the start") << QByteArray("12:34:55") << qlonglong(kTime) - 1;
         QTest::newRow("over midnight") << QByteArray("00:00:10") << qlonglong(kTime) - 45296 + 86400 + 10;
     }
@@ -180,6 +182,25 @@ private Q_SLOTS:
         QCOMPARE(qlonglong(record.dataTime()), midnight + 3600LL * 13);
     }
 
+    void timeOfDayFollowsOnALongPause()
+    {
+        NvxSpectrumFileData record;
+        const qlonglong midnight = qlonglong(kTime) - 45296;
+        QVERIFY(read(record, "08:00:00\t\t1\t2\t3\t4", static_cast<unsigned long long>(midnight) + 8 * 3600));
+        QVERIFY(read(record, "21:00:00\t\t1\t2\t3\t4", static_cast<unsigned long long>(midnight) + 8 * 3600));
+        QCOMPARE(qlonglong(record.dataTime()), midnight + 21 * 3600);
+        QVERIFY(read(record, "10:00:00\t\t1\t2\t3\t4", static_cast<unsigned long long>(midnight) + 8 * 3600));
+        QCOMPARE(qlonglong(record.dataTime()), midnight + 34 * 3600);
+    }
+
+    void timeOfDayOfAnImpossibleStart()
+    {
+        NvxSpectrumFileData record;
+        std::string line = "12:35:00\t\t1\t2\t3\t4";
+        QVERIFY(record.deserialise(line, UINT64_MAX, "no date"));
+        QVERIFY(record.dataTime() > 253402200000ULL);
+    }
+
     void timeOfDayWithoutADateTakesTheStart()
     {
         NvxSpectrumFileData record;
@@ -200,6 +221,9 @@ private Q_SLOTS:
         NvxSpectrumFileHeader without;
         without.setSampleRate(8000);
         QVERIFY(titles(*record, without).endsWith("\t0\t1000\t2000\t3000"));
+        without.setNumPts(1024);
+        without.setSampleRate(1024 * 100000);
+        QVERIFY(titles(*record, without).endsWith("\t0\t100000\t200000\t300000"));
         NvxSpectrumFileHeader empty;
         QVERIFY(titles(*record, empty).endsWith("\t0\t0\t0\t0"));
         QCOMPARE(titles(NvxSpectrumFileData(), empty),

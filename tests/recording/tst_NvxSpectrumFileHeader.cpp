@@ -103,6 +103,40 @@ private Q_SLOTS:
         QCOMPARE(header->startDt(), 0ULL);
     }
 
+    void firstChunkOfADeviceCounts()
+    {
+        stDEVICE_CHUNK_V1 first;
+        first.serial = 1;
+        stDEVICE_CHUNK_V1 second;
+        second.serial = 2;
+        const HydStreamEventHeaderPayload event(
+            nullptr,
+            {std::make_shared<HydDeviceInfoChunkV1>(&first), std::make_shared<HydDeviceInfoChunkV1>(&second)},
+            {}, HydStreamSetupContainer(), {}, 2, nullptr);
+        QCOMPARE(NvxSpectrumFileHeader::fromEventHdr(event, nullptr, FftModeSpectrum)->devId().serialNo(),
+                 uint16_t{1});
+    }
+
+    void formOfTheValuesIsStated()
+    {
+        const SpectrumStream stream;
+        const auto bytes = NvxSpectrumFileData::fromStreamData(*stream.spectrum(kTime, 0, 0, {1, 2}));
+        QVERIFY(textOf(NvxSpectrumFileHeader(), *bytes).contains("\nValues\tbytes\n"));
+        // Whole numbers are decimals too, once the filter made them.
+        const auto decimals = NvxSpectrumFileData::fromStreamData(*stream.filtered(kTime, {1.0, 2.0}));
+        QVERIFY(textOf(NvxSpectrumFileHeader(), *decimals).contains("\nValues\tdecimals\n"));
+        QVERIFY(!textOf(NvxSpectrumFileHeader(), NvxImpulseData(SImpulseStatistics())).contains("Values"));
+    }
+
+    void deviceStandsAsTextAndNumber()
+    {
+        NvxSpectrumFileHeader header;
+        header.setDeviceId(HydDeviceId(DevTypeTdRec, 7));
+        const QByteArray text = textOf(header, NvxSpectrumFileData());
+        QVERIFY(text.contains("\nDevice\t" + QByteArray::fromStdString(deviceTypeText(DevTypeTdRec)) +
+                              "\nDevice type\t13\nSerial\t7\n"));
+    }
+
     void adjacentEventIsTold()
     {
         const SpectrumStream stream;
@@ -330,6 +364,9 @@ private Q_SLOTS:
             NvxSpectrumFileHeader read;
             const qlonglong position = deserialise(read, good.first(size));
             QVERIFY2(position >= -1 && position <= size, qPrintable(QString::number(size)));
+            // The serial number stands in the middle: known with a position behind it, and without one
+            // nothing is.
+            QVERIFY2(position >= 0 || read.devId().serialNo() == 0, qPrintable(QString::number(size)));
         }
     }
 

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -75,7 +77,11 @@ void NvxSpecWriter::closeFile()
     m_numRecs = 0;
     if (!m_file.isOpen())
         return;
-    const auto failure = m_fileKind == FftModeNoise ? m_file.closeAs(m_path) : m_file.close();
+    auto failure = m_replaces ? m_file.closeAs(m_path) : m_file.close();
+    std::error_code ignored;
+    if (failure == RecordingFile::Failure::None &&
+        !std::filesystem::exists(RecordingFile::systemPath(m_path), ignored))
+        failure = RecordingFile::Failure::WriteFailed;
     if (failure == RecordingFile::Failure::None)
         return;
     nvxLog(NvxLogLevel::Warning, "A file could not be completed: " + toUtf8(m_file.path()));
@@ -89,10 +95,11 @@ int NvxSpecWriter::handleEvent(int state, StateEvent& event)
         return state;
     m_newFile = false;
     specEvent->consume();
-    if (m_error != SpecErrNone)
-        return Idle;
     if (const auto* header = dynamic_cast<const NvxSpectrumFileHeader*>(specEvent->data())) {
         m_header = *header;
+        m_headerCame = true;
+    } else if (m_error != SpecErrNone) {
+        return Idle;
     } else if (const auto* record = dynamic_cast<const NvxComSpectrumEventData*>(specEvent->data())) {
         if (m_file.isOpen() && endsBefore(*record))
             closeFile();
@@ -130,8 +137,10 @@ uint64_t NvxSpecWriter::secondsPerFile() const
 
 void NvxSpecWriter::open(const NvxComSpectrumEventData& record)
 {
-    const bool sameHeader =
-        m_header.fname() == m_fileHeader.fname() && m_header.startDt() == m_fileHeader.startDt();
+    // Who fills the header in place tells by that that it is a new one.
+    const bool sameHeader = !m_headerCame && m_header.fname() == m_fileHeader.fname() &&
+                            m_header.startDt() == m_fileHeader.startDt();
+    m_headerCame = false;
     m_fileHeader = m_header;
     NvxSpectrumFileHeader stated = m_header;
     if (sameHeader) {
@@ -143,17 +152,17 @@ void NvxSpecWriter::open(const NvxComSpectrumEventData& record)
     m_fileKind = record.fileKind(m_header.typeMode());
     m_columnLayout = record.columnLayout();
     m_firstTime = record.dataTime();
+    m_replaces = m_fileKind == FftModeNoise && !stated.fname().empty();
     if (stated.fname().empty())
         stated.setFname(fromUtf8(HydUtil::dateTimeFname(std::string(unnamedFilePrefix(m_fileKind)),
                                                         static_cast<long long>(stated.startDt()))));
-    const bool replaces = m_fileKind == FftModeNoise;
     const std::string name = toUtf8(stated.fname());
-    const auto failure = m_file.create(m_directory, name, replaces ? kUnfinishedExtension : kExtension);
+    const auto failure = m_file.create(m_directory, name, m_replaces ? kUnfinishedExtension : kExtension);
     if (failure != RecordingFile::Failure::None) {
         fail(failure);
         return;
     }
-    m_path = replaces ? RecordingFile::joined(m_directory, name, kExtension) : m_file.path();
+    m_path = m_replaces ? RecordingFile::joined(m_directory, name, kExtension) : m_file.path();
     m_numRecs = 0;
     m_text.clear();
     stated.appendLines(m_text, record);
@@ -193,4 +202,5 @@ void NvxSpecWriter::fail(RecordingFile::Failure failure)
 {
     m_error = errorOf(failure);
     m_newFile = false;
+    m_numRecs = 0;
 }

@@ -23,8 +23,10 @@ class SpecStreamEvent;
 ///   rounded to whole seconds; by count: after that many records;
 /// - when rate, points, accumulations or mode of the header changed;
 /// - when the record doesn't fit the columns: another kind, count of bins, or form of the values.
-/// A file of mode FftModeNoise isn't ended by time or count. It has exactly the name of the header and takes
-/// the place of an older one once it is complete; until then it is a file of that name with ".part" behind.
+/// A file of mode FftModeNoise isn't ended by time or count. Where the header gives its name, it has exactly
+/// that name and takes the place of an older one once it is complete; until then it is a file of that name
+/// with
+/// ".part" behind. A file that is gone when it is closed, with its directory, is logged and an error.
 class NVXQTCOMMON_EXPORT NvxSpecWriter : public FiniteStateMachine
 {
 public:
@@ -83,7 +85,9 @@ private:
     NvxSpectrumFileHeader m_fileHeader; ///< of the current file, as it was when the file was opened
     FFTMode m_fileKind = FftModeSpectrum;
     uint32_t m_columnLayout = 0;
-    uint64_t m_firstTime = 0; ///< of the current file's first record
+    uint64_t m_firstTime = 0;  ///< of the current file's first record
+    bool m_headerCame = false; ///< since the current file was opened
+    bool m_replaces = false;   ///< the current file takes the place of an older one
     RecordingFile m_file;
     std::wstring m_path;
     std::string m_text; ///< the line in work, kept for its memory

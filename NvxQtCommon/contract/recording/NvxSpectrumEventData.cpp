@@ -5,6 +5,8 @@
 NvxSpectrumEventData::~NvxSpectrumEventData() = default;
 NvxComSpectrumEventData::~NvxComSpectrumEventData() = default;
 
+void NvxComSpectrumEventData::appendEntries(std::string& /*out*/) const {}
+
 void NvxComSpectrumEventData::appendTimeAndComment(std::string& out) const
 {
     RecordText::appendTime(out, m_dataTime);

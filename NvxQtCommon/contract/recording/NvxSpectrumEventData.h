@@ -42,6 +42,9 @@ public:
     virtual FFTMode fileKind(FFTMode headerMode) const = 0;
     /// Tells records of one kind apart that don't fit the same columns.
     virtual uint32_t columnLayout() const { return 0; }
+    /// Appends what the header of its file states beside the header's own entries: lines of a key, a tab and
+    /// a value. Nothing for most kinds.
+    virtual void appendEntries(std::string& out) const;
     /// Appends the titles of the columns, the first one "Time", with tabs between them.
     virtual void appendTitles(std::string& out, const NvxSpectrumFileHeader& header) const = 0;
     /// Appends the record as a line of its file, with tabs between the columns and without a line end.

@@ -11,7 +11,9 @@ namespace {
 
 constexpr size_t kMaxBins = 65535;
 constexpr int kFixedColumns = 5;
-constexpr long long kDay = 86400;
+constexpr long long kHour = 3600;
+constexpr long long kDay = 24 * kHour;
+constexpr unsigned long long kLastSecondOf9999 = 253402300799;
 constexpr uint32_t kDecimalLayout = uint32_t{1} << 31;
 
 /// A tab and the number, for each byte: four characters of which `size` count.
@@ -63,11 +65,21 @@ template <class Number> bool takeNumbers(std::string_view fields, std::vector<Nu
     return false;
 }
 
-/// The moment of a time of day that lies nearest to another moment.
-long long nearest(long long moment, long long reference)
+/// Appends a tab and a frequency, without an exponent.
+void appendFrequency(std::string& out, double frequency)
 {
-    const long long days = std::llround(static_cast<double>(reference - moment) / static_cast<double>(kDay));
-    return moment + days * kDay;
+    char digits[64];
+    const auto end = std::to_chars(digits, digits + sizeof digits, frequency, std::chars_format::fixed);
+    out += '\t';
+    out.append(digits, end.ptr);
+}
+
+/// The moment of a time of day that follows on a reference, or comes up to an hour ahead of it.
+long long following(long long reference, long long timeOfDay)
+{
+    const long long earliest = reference - kHour;
+    const long long wait = (timeOfDay - earliest % kDay + kDay) % kDay;
+    return earliest + wait;
 }
 
 } // namespace
@@ -105,11 +117,11 @@ bool NvxSpectrumFileData::deserialise(std::string& line, unsigned long long star
     const std::string_view timeText = RecordText::takeField(rest);
     auto time = RecordText::dateTime(timeText);
     if (const auto timeOfDay = RecordText::timeOfDay(timeText)) {
-        const auto start = static_cast<long long>(startDt);
-        const auto date = RecordText::date(startDate);
+        const auto start = static_cast<long long>(std::min(startDt, kLastSecondOf9999));
+        const long long midnight = RecordText::date(startDate).value_or(start - start % kDay);
         const bool follows = m_readStart == startDt;
-        const long long reference = follows ? static_cast<long long>(dataTime()) : start;
-        time = nearest(date.value_or(start - start % kDay) + *timeOfDay, reference);
+        const long long reference = follows ? static_cast<long long>(dataTime()) : midnight + start % kDay;
+        time = following(reference, *timeOfDay);
     }
     const std::string_view comment = RecordText::takeField(rest);
     const auto temperature = RecordText::number<float>(RecordText::takeField(rest));
@@ -173,13 +185,18 @@ uint32_t NvxSpectrumFileData::columnLayout() const
     return static_cast<uint32_t>(m_spectrum.size()) | (isDSpectrum() ? kDecimalLayout : 0);
 }
 
+void NvxSpectrumFileData::appendEntries(std::string& out) const
+{
+    out += isDSpectrum() ? "Values\tdecimals\n" : "Values\tbytes\n";
+}
+
 void NvxSpectrumFileData::appendTitles(std::string& out, const NvxSpectrumFileHeader& header) const
 {
     out += "Time\tComment\tTemperature (C)\tHumidity (%)\tSequence";
     // Without points the bins are taken to reach up to half of the rate.
     const double points = header.numPts() != 0 ? static_cast<double>(header.numPts()) : 2.0 * numBins();
     for (int bin = 0; bin < numBins(); ++bin)
-        RecordText::appendField(out, static_cast<double>(header.sampleRate()) * bin / points);
+        appendFrequency(out, static_cast<double>(header.sampleRate()) * bin / points);
 }
 
 void NvxSpectrumFileData::appendLine(std::string& out) const

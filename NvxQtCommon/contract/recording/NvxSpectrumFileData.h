@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,10 +21,10 @@ public:
     /// The time is the key's. Never more bins than the payload holds bytes; none for a payload without data.
     static std::unique_ptr<NvxSpectrumFileData> fromStreamData(const HydStreamDataPayload& payload);
     /// Takes over a line of a file whose header gives `startDt` (seconds since the epoch) and `startDate`
-    /// ("yyyy-MM-dd"). The line's time is full or one of day alone, which counts from the header's date, or
-    /// from the line before if that was read under the same header, over any midnight between.
-    /// False for a line that is no record: a wrong time, fewer than the fixed columns, a value that is no
-    /// finite number, more than 65535 bins. Then the record is as it was.
+    /// ("yyyy-MM-dd"). The line's time is full or one of day alone, which counts from the header's date and
+    /// start, or from the line before if that was read under the same header: up to 23 hours on from there,
+    /// over midnight, or up to an hour back. False for a line that is no record: a wrong time, fewer than the
+    /// fixed columns, a value that is no finite number, more than 65535 bins. Then the record is as it was.
     bool deserialise(std::string& line, unsigned long long startDt, const std::string& startDate);
 
     /// Degrees Celsius.
@@ -44,6 +45,8 @@ public:
 
     FFTMode fileKind(FFTMode headerMode) const override;
     uint32_t columnLayout() const override;
+    /// "Values": "bytes" or "decimals".
+    void appendEntries(std::string& out) const override;
     void appendTitles(std::string& out, const NvxSpectrumFileHeader& header) const override;
     void appendLine(std::string& out) const override;
 
@@ -56,5 +59,5 @@ private:
     std::vector<double> m_dSpectrum; ///< empty, or as many as m_spectrum
     std::vector<unsigned char> m_readBytes;
     std::vector<double> m_readValues;
-    uint64_t m_readStart = UINT64_MAX; ///< start of the file whose line was read last
+    std::optional<uint64_t> m_readStart; ///< start of the file whose line was read last
 };

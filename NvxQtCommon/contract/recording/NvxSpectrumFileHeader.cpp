@@ -240,6 +240,8 @@ long long NvxSpectrumFileHeader::deserialise(std::istream& in)
         return -1;
     NvxSpectrumFileHeader read;
     for (int count = 0; count < kMaxHeaderLines; ++count) {
+        // A last line without its end leaves a mark that would hide the position.
+        in.clear(in.rdstate() & ~std::ios::eofbit);
         const auto position = static_cast<long long>(in.tellg());
         const bool isLine = RecordText::readLine(in, line);
         if (!isLine && !in.eof())
@@ -280,6 +282,7 @@ void NvxSpectrumFileHeader::appendLines(std::string& out, const NvxComSpectrumEv
     out += kSignature;
     out += '\n';
     appendSetting(out, "Type", unsigned{kind});
+    record.appendEntries(out);
     for (const Entry& entry : kEntries) {
         out += entry.key;
         out += '\t';
