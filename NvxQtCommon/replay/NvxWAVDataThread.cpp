@@ -120,8 +120,9 @@ qint64 NvxWAVDataThread::end() const
 
 void NvxWAVDataThread::readRecord()
 {
-    // A consumer may have resumed the ticks ahead of run(), which prepares the file.
-    if (!hasBegun())
+    // A consumer may have resumed the ticks ahead of run(), which prepares the file. And the timer goes on
+    // for a moment after the end was reported, behind which no sample may come.
+    if (!hasBegun() || isFinished())
         return;
     if (!m_fmt || !m_file.isOpen() || m_file.pos() + tickBytes() > end()) {
         // What is left and fills no tick isn't played; this is intended.
