@@ -3,7 +3,6 @@
 #include <QDateTime>
 #include <QTextStream>
 
-#include <algorithm>
 #include <utility>
 
 namespace {
@@ -12,7 +11,6 @@ constexpr int kEnquiries = 3;
 constexpr int kWatchMs = 100;
 constexpr int kProgressMs = 1000;
 constexpr int kAlivePeriodMs = 1000;
-constexpr int kSecondsPerMinute = 60;
 
 QTextStream& recordingOut()
 {
@@ -159,7 +157,7 @@ void Recording::startStream()
             static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::SingleShotConnection));
     m_stream->connectStream();
     m_side = std::make_unique<SideRecording>(m_order.side, m_order.address, device, m_order.directory,
-                                             std::max(1, m_order.fileSeconds / kSecondsPerMinute));
+                                             m_order.fileSeconds);
     m_side->start();
     m_sinceStart.start();
     m_watch.start();

@@ -2,9 +2,11 @@
 
 #include <QTextStream>
 
+#include <algorithm>
+
 namespace {
 
-constexpr int kAlivePeriodMs = 1000;
+constexpr int kSideAlivePeriodMs = 1000;
 constexpr int kSecondsPerMinute = 60;
 
 /// Three letters and the serial number, in four digits or more.
@@ -16,9 +18,10 @@ QString filePrefix(const char* letters, const HydDevice& device)
 } // namespace
 
 SideRecording::SideRecording(const SideOrder& order, const QHostAddress& address, const HydDevice& device,
-                             const QString& directory, int minutes)
+                             const QString& directory, int fileSeconds)
     : m_device(device)
 {
+    const int minutes = std::max(1, fileSeconds / kSecondsPerMinute);
     if (order.spectrumPort != 0)
         addSpectra(addStream(StreamSpectrum, order.spectrumPort, address), directory, minutes);
     if (order.sensorPort != 0)
@@ -30,7 +33,7 @@ SideRecording::~SideRecording() = default;
 HydStreamAdapter* SideRecording::addStream(HydStreamType type, quint16 port, const QHostAddress& address)
 {
     m_streams.push_back(std::make_unique<HydStreamAdapter>(type, port, address.toString(),
-                                                           m_device.deviceId(), kAlivePeriodMs, true));
+                                                           m_device.deviceId(), kSideAlivePeriodMs, true));
     HydStreamAdapter* stream = m_streams.back().get();
     stream->updateDeviceInfo(m_device);
     connect(stream, &HydStreamAdapter::streamDisconnected, this, [type, port] {

@@ -26,9 +26,9 @@ class SideRecording : public QObject
     Q_OBJECT
 
 public:
-    /// Files last for `minutes`, at least one.
+    /// Files end at whole multiples of the whole minutes in `fileSeconds`, or of one minute.
     SideRecording(const SideOrder& order, const QHostAddress& address, const HydDevice& device,
-                  const QString& directory, int minutes);
+                  const QString& directory, int fileSeconds);
     ~SideRecording() override;
 
     void start();

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int kPaceMs = 1000;
+constexpr int kReadingPaceMs = 1000;
 constexpr uint32_t kFullTurn = 360;
 // Earth's magnetic field in tenths of a microtesla: what points north, and what points down.
 constexpr double kFieldNorth = 200.0;
@@ -27,7 +27,7 @@ void SensorStream::begin()
 {
     m_messages = 0;
     m_hostStart = state().deviceTime() - state().clockOffset();
-    setPace(state().settings().unpaced ? 0 : kPaceMs);
+    setPace(state().settings().unpaced ? 0 : kReadingPaceMs);
     if (!state().settings().unpaced)
         proceed();
 }

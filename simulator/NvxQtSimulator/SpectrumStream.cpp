@@ -4,9 +4,9 @@
 
 namespace {
 
-constexpr int64_t kSecond = 1000000000;
+constexpr int64_t kNanosecondsASecond = 1000000000;
 // A process that slept longer doesn't send what it missed.
-constexpr int64_t kMaxCatchUpSeconds = 5;
+constexpr int64_t kMaxSecondsBehind = 5;
 // Looks at the clock in the time of one spectrum.
 constexpr int64_t kLooks = 4;
 constexpr int64_t kLongestPaceMs = 250;
@@ -53,12 +53,15 @@ bool SpectrumStream::isFinished() const
 int64_t SpectrumStream::spectraDue() const
 {
     const int64_t elapsed = m_clock.nsecsElapsed();
-    return (elapsed / kSecond * m_rate + elapsed % kSecond * m_rate / kSecond) / m_step - m_spectra;
+    return (elapsed / kNanosecondsASecond * m_rate +
+            elapsed % kNanosecondsASecond * m_rate / kNanosecondsASecond) /
+               m_step -
+           m_spectra;
 }
 
 void SpectrumStream::proceedPaced()
 {
-    const int64_t most = kMaxCatchUpSeconds * m_rate / m_step + 1;
+    const int64_t most = kMaxSecondsBehind * m_rate / m_step + 1;
     m_spectra += std::max<int64_t>(0, spectraDue() - most);
     while (isRunning() && !isFinished() && spectraDue() > 0)
         sendNext();

@@ -14,7 +14,7 @@ constexpr size_t kChunkHeadBytes = 8;
 constexpr uint32_t kPlainFormatBytes = 16;
 constexpr uint32_t kExtensibleFormatBytes = 40;
 constexpr size_t kSubFormatOffset = 24;
-constexpr uint16_t kPcmTag = 1;
+constexpr uint16_t kPlainFormatTag = 1;
 constexpr uint16_t kExtensibleTag = 0xFFFE;
 constexpr uint16_t kMinBits = 8;
 constexpr uint16_t kMaxBits = 32;
@@ -159,7 +159,7 @@ int NvxWavHeaderProcessor::readFormat()
             return end(WavHeaderBadSize);
         tag = u32(m_kept, kSubFormatOffset);
     }
-    if (tag != kPcmTag || numChannels == 0 || numChannels > kMaxChannels || sampleRate == 0 ||
+    if (tag != kPlainFormatTag || numChannels == 0 || numChannels > kMaxChannels || sampleRate == 0 ||
         bits < kMinBits || bits > kMaxBits)
         return end(WavHeaderBadFormat);
     if (blockAlign != numChannels * ((bits + 7U) / 8U))
