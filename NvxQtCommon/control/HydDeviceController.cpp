@@ -45,18 +45,22 @@ void HydDeviceController::handleAdapterResponse(std::shared_ptr<const HydControl
             Q_EMIT dataCollected(reply);
         return;
     }
-    const auto record = devicePtr();
     const QPointer<HydDeviceController> self(this);
     NvxDeviceController::handleAdapterResponse(resp);
-    if (self && record && letter == 'E')
+    if (!self || letter != 'E')
+        return;
+    // The record of this moment, which a receiver may have replaced, kept for as long as receivers see it.
+    if (const auto record = devicePtr())
         Q_EMIT enquireResponseExt(*record);
 }
 
 void HydDeviceController::startDataCollect(uint8_t scanMask)
 {
     m_scanMask = scanMask;
+    const QPointer<HydDeviceController> self(this);
     Q_EMIT setDataScanConf(scanWait(), scanMask);
-    sendDataCollectMsg();
+    if (self)
+        sendDataCollectMsg();
 }
 
 void HydDeviceController::startDevDataCollect(const HydDeviceId& devId, uint8_t scanMask)

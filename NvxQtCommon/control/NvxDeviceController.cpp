@@ -118,7 +118,10 @@ void NvxDeviceController::closeChannel(HydChannel chan)
 
 void NvxDeviceController::closeAll()
 {
+    const QPointer<NvxDeviceController> self(this);
     Q_EMIT requestCloseAdapter();
+    if (!self)
+        return;
     if (m_device && m_device->devType() == DevTypeZcr)
         closeArrayChannel();
     m_deviceTimer.stop();
@@ -199,9 +202,12 @@ void NvxDeviceController::startUpProc() const
         sendArrayEnquire();
         return;
     }
+    const QPointer<const NvxDeviceController> self(this);
     sendEnquire();
-    enquireJobSetup();
-    enquireTriggers();
+    if (self)
+        enquireJobSetup();
+    if (self)
+        enquireTriggers();
 }
 
 void NvxDeviceController::zcrProcEnquire() const
@@ -220,7 +226,10 @@ void NvxDeviceController::sendJobSetup(const JobTagMap& tags, bool bDelayed)
         m_pendingCommands.push_back(std::move(command));
         QTimer::singleShot(kDelayedCommandWait, this, &NvxDeviceController::sendFrontOfQueue);
     } else {
+        const QPointer<NvxDeviceController> self(this);
         Q_EMIT adapterCmdReady(command);
+        if (!self)
+            return;
     }
     QTimer::singleShot(kReadBackWait, this, [this] { enquireJobSetup(); });
     if (m_device)

@@ -64,6 +64,8 @@ private Q_SLOTS:
     void topBitBurstComesAtOnce();
     void startForADevice();
     void enquireReplyIsReportedTwice();
+    void secondReportIsOfTheRecordOfThatMoment_data();
+    void secondReportIsOfTheRecordOfThatMoment();
     void otherRepliesGoToTheBase();
     void startIsVirtual();
     // --- rainy day flows
@@ -222,6 +224,29 @@ void tst_HydDeviceController::enquireReplyIsReportedTwice()
     controller.handleAdapterResponse(std::make_shared<HydEnquireCmd>(report));
     QCOMPARE(order, QByteArray("1212"));
     QCOMPARE(model, std::string("Model"));
+}
+
+void tst_HydDeviceController::secondReportIsOfTheRecordOfThatMoment_data()
+{
+    QTest::addColumn<std::shared_ptr<HydDevice>>("replacement");
+    QTest::addColumn<QList<const HydDevice*>>("reported");
+    const auto other = recorder(8000);
+    QTest::newRow("another record") << other << QList<const HydDevice*>{other.get()};
+    QTest::newRow("none") << std::shared_ptr<HydDevice>() << QList<const HydDevice*>();
+}
+
+void tst_HydDeviceController::secondReportIsOfTheRecordOfThatMoment()
+{
+    QFETCH(std::shared_ptr<HydDevice>, replacement);
+    QFETCH(QList<const HydDevice*>, reported);
+    HydDeviceController controller(recorder(), ConnTcp);
+    connect(&controller, &NvxDeviceController::enquireResponse, this,
+            [&] { controller.setDevice(replacement); });
+    QList<const HydDevice*> seen;
+    connect(&controller, &HydDeviceController::enquireResponseExt, this,
+            [&](const HydDevice& device) { seen << &device; });
+    controller.handleAdapterResponse(std::make_shared<HydEnquireCmd>());
+    QCOMPARE(seen, reported);
 }
 
 void tst_HydDeviceController::otherRepliesGoToTheBase()
