@@ -443,7 +443,12 @@ private Q_SLOTS:
         } other;
         m_writer->dispatch(&other);
         QCOMPARE(m_writer->errorCode(), WavErrNone);
-        QVERIFY(m_feeder->header(kTime, 0));
+        QVERIFY(m_feeder->second(kTime, 0));
+        // Neither does one end a file, as a block of that time would.
+        QVERIFY(m_feeder->process(data, kTime + 600, 1000));
+        QCOMPARE(m_feeder->dispatches, 1);
+        QVERIFY(m_feeder->second(kTime + 1, 1000));
+        QCOMPARE(filesIn(*m_dir), QStringList{kFirstName});
     }
 
     void blockThatDoesNotFitIsBadFormat_data()

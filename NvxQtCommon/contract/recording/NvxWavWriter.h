@@ -26,7 +26,7 @@ class WavStreamEvent;
 /// a new file. After an info it waits with that for the setup, or for a block of samples. Small blocks are
 /// gathered, at most 64 KiB; at the first dispatch after a second of audio or of wall time all is handed to
 /// the operating system and the sizes in the header are renewed, so that a killed program leaves a readable
-/// file.
+/// file. An event of any other content is taken and ends no file, whatever its time.
 class NVXQTCOMMON_EXPORT NvxWavWriter : public FiniteStateMachine
 {
 public:
