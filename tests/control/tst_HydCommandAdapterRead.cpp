@@ -1,5 +1,6 @@
 #include "AdapterFixture.h"
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/SerialPair.h"
 
 #include "NvxQtCommon/contract/message/HydControlPayloads.h"
 #include "NvxQtCommon/contract/message/HydDataCollectCmd.h"
@@ -76,6 +77,7 @@ private Q_SLOTS:
     void endlessJunk();
     void receiverWithAnEventLoopOfItsOwn_data();
     void receiverWithAnEventLoopOfItsOwn();
+    void receiverWithAnEventLoopOfItsOwnOnASerialLine();
     void fullStagingBufferIsReadOnceMore();
 };
 
@@ -464,6 +466,29 @@ void tst_HydCommandAdapterRead::receiverWithAnEventLoopOfItsOwn()
     QVERIFY(f.deliver(timeReply(1) + timeReply(2)));
     QTRY_COMPARE(f.letters, QByteArray("AAE"));
     QCOMPARE(deepest, 1);
+    QVERIFY(isMoreThere);
+}
+
+void tst_HydCommandAdapterRead::receiverWithAnEventLoopOfItsOwnOnASerialLine()
+{
+    SerialPair line;
+    QVERIFY(line.isValid());
+    AdapterFixture f(kAddress, ConnSerial);
+    f.adapter.setSerialPortName(line.portName());
+    f.adapter.setBaudRate(115200);
+    f.adapter.openConnection();
+    QVERIFY(f.adapter.isConnected());
+    bool isMoreThere = false;
+    connect(
+        &f.adapter, &HydCommandAdapter::commandResponse, this,
+        [&] {
+            // The port takes the bytes in and says nothing of them while its own signal is on its way.
+            line.write(enquireReply(5));
+            isMoreThere = QTest::qWaitFor([&] { return f.port->bytesAvailable() > 0; });
+        },
+        Qt::SingleShotConnection);
+    QVERIFY(line.write(timeReply(1)));
+    QTRY_COMPARE(f.letters, QByteArray("AE"));
     QVERIFY(isMoreThere);
 }
 

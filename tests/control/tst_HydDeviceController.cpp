@@ -60,6 +60,7 @@ private Q_SLOTS:
     void scanWait();
     void startSendsConfigurationAndRequest();
     void collectedDataArrive();
+    void pollAsksWithTheWholeMask();
     void pollGoesOnUntilStopped();
     void topBitBurstComesAtOnce();
     void startForADevice();
@@ -158,6 +159,18 @@ void tst_HydDeviceController::collectedDataArrive()
         const auto reply = f.collected[i][0].value<std::shared_ptr<const HydDataCollectCmd>>();
         QCOMPARE(frameOf(*reply), collectReply(uint8_t(0x20 | (i + 1)), 3000));
     }
+}
+
+void tst_HydDeviceController::pollAsksWithTheWholeMask()
+{
+    // The top bit is the mask's sign on its way to the poll.
+    CollectFixture f(512000);
+    f.peer.setScript([](const ControlPeer::Request&) { return collectReply(0x20); });
+    QVERIFY(f.open());
+    f.controller.startDataCollect(0xA0);
+    QTRY_VERIFY(f.peer.count('C') >= 3);
+    for (int i = 0; i < 3; ++i)
+        QCOMPARE(f.peer.requests()[i].frame, frameOf(HydDataCollectCmd(0xA0)));
 }
 
 void tst_HydDeviceController::pollGoesOnUntilStopped()

@@ -1,5 +1,6 @@
 #include "tests/support/NvxTestCase.h"
 
+#include "NvxQtCommon/contract/recording/NvxWavInfoData.h"
 #include "NvxQtCommon/control/HydDeviceController.h"
 
 #include <algorithm>
@@ -41,6 +42,7 @@ private Q_SLOTS:
     void jobSettings();
     void controller();
     void recorderController();
+    void waveFileInfo();
     // --- rainy day flows
     void anotherOrderIsSeen();
 };
@@ -88,6 +90,17 @@ void tst_VirtualSlots::recorderController()
                                 &C::startDevDataCollect, &C::stopDataCollect)));
     // Overridden, not added.
     QCOMPARE(slotOf(&C::handleAdapterResponse), slotOf(&NvxDeviceController::handleAdapterResponse));
+}
+
+void tst_VirtualSlots::waveFileInfo()
+{
+    using I = NvxWavInfoData;
+    QVERIFY(isAscending(slotsOf(
+        &I::timestamp, &I::setTimestamp, &I::startSample, &I::setStartSample, &I::deviceType,
+        &I::setDeviceType, &I::serialNo, &I::setSerialNo, &I::deviceText, &I::setDeviceText, &I::fileName,
+        &I::applyFileName, &I::software, &I::setSoftware, &I::setPeakVolts, &I::sensitivity,
+        &I::setSensitivity, &I::temperature, &I::setTemperature, &I::humidity, &I::setHumidity,
+        &I::statusExtra, &I::setStatusExtra, &I::hwRelease, &I::setHwRelease, &I::setFullScaleCount)));
 }
 
 void tst_VirtualSlots::anotherOrderIsSeen()
