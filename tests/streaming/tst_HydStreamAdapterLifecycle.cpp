@@ -94,6 +94,48 @@ private Q_SLOTS:
         QCOMPARE(started.size(), 1);
     }
 
+    void aliveTimerIsConnectedOnce()
+    {
+        Stream stream;
+        stream.adapter.createConnections();
+        stream.adapter.createConnections();
+        stream.adapter.setDuration(120);
+        // A round of the timer would leave its mark on the next start.
+        QSignalSpy rounds(stream.timer, &QTimer::timeout);
+        stream.timer->start(1);
+        QVERIFY(rounds.wait());
+        CONNECT_STREAM(stream);
+        QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
+        stream.adapter.startStream();
+        QCOMPARE(started.size(), 1);
+        QCOMPARE(started[0][0].toBool(), false);
+    }
+
+    void refusalIsToldOnce_data()
+    {
+        QTest::addColumn<bool>("removes");
+        QTest::newRow("connections made again") << false;
+        // Errors stay connected.
+        QTest::newRow("connections removed") << true;
+    }
+
+    void refusalIsToldOnce()
+    {
+        QFETCH(bool, removes);
+        Stream stream;
+        stream.peer.stopListening();
+        stream.adapter.createConnections();
+        stream.adapter.createConnections();
+        if (removes)
+            stream.adapter.disConnectStreamConnections();
+        QSignalSpy errors(&stream.adapter, &HydStreamAdapter::socketError);
+        QSignalSpy disconnected(&stream.adapter, &HydStreamAdapter::streamDisconnected);
+        stream.adapter.connectStream();
+        QTRY_VERIFY(!errors.isEmpty());
+        QCOMPARE(errors.size(), 1);
+        QCOMPARE(disconnected.size(), 1);
+    }
+
     void connectingSendsNothing()
     {
         Stream stream;

@@ -100,6 +100,8 @@ private Q_SLOTS:
         row("beyond 32 bits", 1, 100, 40, {1000, 4294967301LL + 1000}, {5, 5}, 100);
         row("large numbers in step", 1, 100, 40, {1LL << 40, (1LL << 40) + 100}, {}, 100);
         row("largest step wraps", 1, 100, 40, {-100, 0x7FFFFFFFFFFFFFFFLL}, {99}, 100);
+        // The rate counts as a signed number, which any step exceeds. Intended.
+        row("rate of 2^31", 1, static_cast<int>(0x80000000U), 40, {1000, 1100}, {100, 100}, 0x80000000U);
         row("rate tag is missing", 1, 0, 40, {1000, 5000, 1}, {}, 0);
         row("scan waves use the spectrum rate", 16, 100, 40, {1000, 1040, 1140}, {100, 100}, 40);
         row("scan waves without wave rate tag", 16, 0, 40, {1000, 5000}, {}, 40);
@@ -133,6 +135,19 @@ private Q_SLOTS:
             reported.append(error[3].toUInt());
         }
         QCOMPARE(reported, deltas);
+    }
+
+    void onlyTheGapCheckKnowsHeadersFromBeforeTheRate()
+    {
+        Stream stream;
+        QSignalSpy errors(&stream.adapter, &HydStreamAdapter::headerError);
+        stream.feed(header(1, 1000));
+        stream.adapter.updateDeviceInfo(device(100));
+        stream.feed(header(2, 1300));
+        QCOMPARE(errors.size(), 1);
+        QCOMPARE(errors[0][3].toUInt(), 300U);
+        stream.feed(header(3, 1600));
+        QCOMPARE(errors.size(), 3);
     }
 
     void reportComesAheadOfTheHeader()

@@ -88,6 +88,22 @@ private Q_SLOTS:
         QCOMPARE(written, qint64{kStart.size()});
     }
 
+    void causeOfAStartIsForgottenBehindItsSignal()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        QList<bool> causes;
+        connect(&stream.adapter, &HydStreamAdapter::streamStarted, this, [&](bool isAliveTimeOut) {
+            causes << isAliveTimeOut;
+            if (causes.size() == 1)
+                stream.adapter.startStream();
+        });
+        stream.adapter.streamAliveTimeOut();
+        stream.adapter.startStream();
+        stream.adapter.startStream();
+        QCOMPARE(causes, (QList<bool>{true, true, false}));
+    }
+
     void stopIsDoneAheadOfItsSignal()
     {
         Stream stream;

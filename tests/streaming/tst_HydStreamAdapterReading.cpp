@@ -220,6 +220,50 @@ private Q_SLOTS:
         QTRY_COMPARE(inner, 2);
     }
 
+    void bytesThatAnotherReadTookAreNoSignOfDeath()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        QObject context;
+        QObject::connect(
+            &stream.adapter, &HydStreamAdapter::streamStatusData, &context,
+            [&] {
+                // A read of nothing would look at these bytes, which begin no message.
+                stream.peer.send("something else" + frame(status(2)));
+                QTRY_VERIFY(stream.socket->bytesAvailable() > 0);
+                // Comes ahead of the read that the adapter asks for itself, which then finds nothing.
+                QMetaObject::invokeMethod(&stream.adapter, &HydStreamAdapter::readStream,
+                                          Qt::QueuedConnection);
+            },
+            static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::SingleShotConnection));
+        stream.peer.send(frame(status(1)));
+        QTRY_COMPARE(stream.statuses.size(), 2);
+        QCoreApplication::sendPostedEvents(&stream.adapter, QEvent::MetaCall);
+        QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
+        stream.adapter.streamAliveTimeOut();
+        QCOMPARE(started.size(), 0);
+    }
+
+    void messagesBehindAClosingNotificationStillCome_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::newRow("stopped") << 0;
+        QTest::newRow("closing") << 3;
+    }
+
+    void messagesBehindAClosingNotificationStillCome()
+    {
+        QFETCH(int, code);
+        Stream stream;
+        START_STREAM(stream);
+        stream.peer.send(frame(status(1)) +
+                         frame(std::make_shared<HydStreamNotifyPayload>(static_cast<uint16_t>(code))) +
+                         frame(status(2)) + frame(status(3)));
+        QTRY_COMPARE(stream.socket->state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(stream.statuses.size(), 3);
+        QCOMPARE(stream.adapter.skippedBytes(), quint64{0});
+    }
+
     // --- rainy day flows
 
     void aNewConnectionOutOfASlotForgetsWhatWasReadBefore()

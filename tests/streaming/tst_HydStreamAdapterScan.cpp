@@ -1,5 +1,6 @@
 // Scan messages that the application hands to HydStreamAdapter.
 #include "tests/streaming/StreamFixture.h"
+#include "tests/support/Buried.h"
 
 namespace {
 
@@ -59,14 +60,16 @@ private Q_SLOTS:
         scan.feed(waveScan(1000, 0, 50));
         QCOMPARE(scan.headers.size(), 1);
         const auto header = scan.headers[0][0].value<std::shared_ptr<HydStreamEventHeaderPayload>>();
+        // Headers bear the adapter's type, data that of scans. Intended.
         QCOMPARE(header->streamType, StreamWave);
         QCOMPARE(header->streamSetupChunk()->wavSetup()->sampleRate(), 100U);
         QVERIFY(header->streamStatusChunks().size() == 1);
         QVERIFY(scan.headers[0][1].value<HydDeviceId>() == kDevice);
         QVERIFY(scan.headers[0][2].value<std::shared_ptr<HydDevice>>() != nullptr);
         QCOMPARE(scan.data.size(), 1);
-        QCOMPARE(scan.data[0][0].value<std::shared_ptr<HydStreamDataPayload>>()->data()->numSamples(),
-                 quint16{50});
+        const auto data = scan.data[0][0].value<std::shared_ptr<HydStreamDataPayload>>();
+        QCOMPARE(data->streamType, StreamWaveScan);
+        QCOMPARE(data->data()->numSamples(), quint16{50});
         QVERIFY(scan.data[0][1].value<HydDeviceId>() == kDevice);
         QCOMPARE(scan.lost.size(), 0);
     }
@@ -102,8 +105,9 @@ private Q_SLOTS:
         const auto header = scan.headers[0][0].value<std::shared_ptr<HydStreamEventHeaderPayload>>();
         QCOMPARE(header->streamType, StreamSpectrum);
         QVERIFY(header->streamStatusChunks().size() == 1);
-        QCOMPARE(scan.data[0][0].value<std::shared_ptr<HydStreamDataPayload>>()->data()->numSamples(),
-                 quint16{4});
+        const auto data = scan.data[0][0].value<std::shared_ptr<HydStreamDataPayload>>();
+        QCOMPARE(data->streamType, StreamSpectrumScan);
+        QCOMPARE(data->data()->numSamples(), quint16{4});
     }
 
     // --- rainy day flows
@@ -122,6 +126,61 @@ private Q_SLOTS:
         QVERIFY(scan.lost[0][0].value<HydDeviceId>() == kDevice);
         scan.feed(waveScan(1001, 0, 30));
         QCOMPARE(scan.lost.size(), 1);
+    }
+
+    void samplesThatDontFitAreLostWithoutABlock()
+    {
+        Scan scan(StreamWave);
+        const auto cmd = waveScan(1000, 0, 50);
+        auto wave = std::make_shared<DataCollWavChunk>(
+            *std::dynamic_pointer_cast<DataCollWavChunk const>(cmd->getChunk(DataCollWav)));
+        wave->samples.pop_back();
+        cmd->setChunk(DataCollWav, wave);
+        scan.feed(cmd);
+        QCOMPARE(scan.headers.size(), 1);
+        QCOMPARE(scan.data.size(), 0);
+        QCOMPARE(scan.lost.size(), 1);
+    }
+
+    void deletedByASlot_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("signal");
+        QTest::newRow("header of waves") << 1 << 0;
+        QTest::newRow("header of spectra") << 2 << 0;
+        QTest::newRow("block ahead of a loss") << 1 << 1;
+        QTest::newRow("spectrum") << 2 << 1;
+        QTest::newRow("loss") << 1 << 2;
+    }
+
+    void deletedByASlot()
+    {
+        QFETCH(int, type);
+        QFETCH(int, signal);
+        using BuriedAdapter = Buried<HydStreamAdapter>;
+        auto* adapter = new BuriedAdapter(static_cast<HydStreamType>(type), 1, kDevice, kLongPeriod, false);
+        const auto feed = [&](uint32_t time, uint32_t sampsIntoSec) {
+            adapter->handleDataCollectMessage(type == 1 ? waveScan(time, sampsIntoSec, 10)
+                                                        : spectrumScan(time));
+        };
+        feed(1000, 0);
+        int later = 0;
+        const auto destroy = [&] { delete adapter; };
+        if (signal == 0)
+            connect(adapter, &HydStreamAdapter::eventHeader, this, destroy);
+        else if (signal == 1)
+            connect(adapter, &HydStreamAdapter::streamDataReady, this, destroy);
+        else
+            connect(adapter, &HydStreamAdapter::streamDataLost, this, destroy);
+        if (signal < 2)
+            connect(adapter, &HydStreamAdapter::streamDataLost, this, [&] { ++later; });
+        if (signal < 1)
+            connect(adapter, &HydStreamAdapter::streamDataReady, this, [&] { ++later; });
+        // A second begins, of which the message before has left out the end.
+        feed(1001, 0);
+        QVERIFY(BuriedAdapter::isGone());
+        QVERIFY(BuriedAdapter::isUntouched());
+        QCOMPARE(later, 0);
     }
 
     void spectrumWithoutTimeHasNoHeader()

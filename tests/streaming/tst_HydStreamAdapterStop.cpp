@@ -99,6 +99,42 @@ private Q_SLOTS:
         QCOMPARE(started[0][0].toBool(), false);
     }
 
+    void startFromTheSignalOfAStopHolds()
+    {
+        Stream stream;
+        START_STREAM(stream);
+        stream.adapter.streamAliveTimeOut();
+        QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
+        connect(&stream.adapter, &HydStreamAdapter::streamStopped, &stream.adapter,
+                &HydStreamAdapter::startStream, Qt::SingleShotConnection);
+        stream.adapter.stopStream();
+        QVERIFY(stream.adapter.isStreaming());
+        QCOMPARE(started.size(), 1);
+        // That the alive timer asked for a start was over before.
+        QCOMPARE(started[0][0].toBool(), false);
+        QTRY_COMPARE(stream.peer.received(), kStop + kStart);
+    }
+
+    void postponedStartFromTheSignalOfAStopHolds()
+    {
+        Stream stream;
+        connect(&stream.adapter, &HydStreamAdapter::streamStopped, &stream.adapter,
+                &HydStreamAdapter::startStream, Qt::SingleShotConnection);
+        stream.adapter.stopStream();
+        QTRY_COMPARE(stream.peer.received(), kStart);
+        QVERIFY(stream.adapter.isStreaming());
+    }
+
+    void disconnectLetsAnAcceptedStartLeave()
+    {
+        Stream stream;
+        CONNECT_STREAM(stream);
+        stream.adapter.startStream();
+        stream.adapter.disconnectStream();
+        QTRY_VERIFY(!stream.peer.isConnected());
+        QCOMPARE(stream.peer.received(), kStart);
+    }
+
     void stopDevIdStopsOwnDevice()
     {
         Stream stream;
