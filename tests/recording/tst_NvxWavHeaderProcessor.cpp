@@ -414,7 +414,7 @@ private Q_SLOTS:
         format("tag 0", {.tag = 0}, WavHeaderBadFormat);
         format("extensible, floating point",
                {.tag = 0xFFFE, .bits = 32, .extension = WavBytes().extensible(3, 32)}, WavHeaderBadFormat);
-        format("extensible, no kind", {.tag = 0xFFFE, .extension = WavBytes().extensible(0x10001, 16)},
+        format("extensible, no kind", {.tag = 0xFFFE, .extension = WavBytes().extensible(0x20000, 16)},
                WavHeaderBadFormat);
         format("extensible, too short", {.tag = 0xFFFE, .extension = WavBytes().extensible(1, 16).chopped(1)},
                WavHeaderBadSize);

@@ -1,5 +1,6 @@
 #include "WavFiles.h"
 #include "WavReplay.h"
+#include "WavSignal.h"
 
 #include "NvxQtCommon/contract/stream/FftParams.h"
 #include "NvxQtCommon/replay/NvxWAVDataThread.h"
@@ -22,32 +23,7 @@ struct Expected
     bool isLast;
 };
 
-struct Signal
-{
-    QByteArray bytes;
-    std::vector<std::vector<int32_t>> channels;
-};
-
-/// Samples without a pattern that a wrong place could repeat.
-Signal makeSignal(int frames, int channels, int bits, bool bigEndian)
-{
-    Signal signal;
-    signal.channels.resize(size_t(channels));
-    const int width = bits / 8;
-    uint32_t state = 1;
-    for (int frame = 0; frame < frames; ++frame) {
-        for (int channel = 0; channel < channels; ++channel) {
-            state = state * 1664525 + 1013904223;
-            const int32_t value = static_cast<int32_t>(state) >> (32 - bits);
-            signal.channels[size_t(channel)].push_back(value);
-            for (int k = 0; k < width; ++k)
-                signal.bytes += char(value >> (8 * (bigEndian ? width - 1 - k : k)));
-        }
-    }
-    return signal;
-}
-
-QByteArray fileOf(const Signal& signal, const WavBytes::Format& fmt, bool bigEndian = false)
+QByteArray fileOf(const WavSignal& signal, const WavBytes::Format& fmt, bool bigEndian = false)
 {
     const auto info = makeInfo(fmt.channels);
     WavBytes file(bigEndian);
@@ -100,7 +76,7 @@ private Q_SLOTS:
         QFETCH(bool, bigEndian);
         FFT_Params_WAV.setFftLength(400);
         const WavBytes::Format fmt{.channels = quint16(channels), .rate = 1000, .bits = quint16(bits)};
-        const Signal signal = makeSignal(2500, channels, bits, bigEndian);
+        const WavSignal signal = makeSignal(2500, channels, bits, bigEndian);
         WavReplay replay(m_dir.write(fileOf(signal, fmt, bigEndian)));
         QVERIFY(replay.prepare());
         QVERIFY(replay.play());
@@ -190,7 +166,7 @@ private Q_SLOTS:
         QFETCH(std::vector<Expected>, expected);
         FFT_Params_WAV.setFftLength(fftLength);
         FFT_Params_WAV.setNumAccum(1);
-        const Signal signal = makeSignal(frames, format.channels, format.bits, false);
+        const WavSignal signal = makeSignal(frames, format.channels, format.bits, false);
         WavReplay replay(m_dir.write(fileOf(signal, format)));
         QVERIFY(replay.prepare());
         QCOMPARE(FFT_Params_WAV.fftLength(), fftLength);
@@ -214,7 +190,7 @@ private Q_SLOTS:
     void halvesOfABlockFollowEachOther()
     {
         FFT_Params_WAV.setFftLength(65536);
-        const Signal signal = makeSignal(65536, 2, 24, false);
+        const WavSignal signal = makeSignal(65536, 2, 24, false);
         WavReplay replay(m_dir.write(fileOf(signal, {.channels = 2, .rate = 65536, .bits = 24})));
         QVERIFY(replay.prepare());
         QVERIFY(replay.play());
@@ -232,7 +208,7 @@ private Q_SLOTS:
     {
         // Half of 401 samples: every other tick begins in the middle of a sample. Intended.
         FFT_Params_WAV.setFftLength(400);
-        const Signal signal = makeSignal(802, 1, 16, false);
+        const WavSignal signal = makeSignal(802, 1, 16, false);
         WavReplay replay(m_dir.write(fileOf(signal, {.rate = 401})));
         QVERIFY(replay.prepare());
         QVERIFY(replay.play());
@@ -478,7 +454,7 @@ private Q_SLOTS:
     void startsAtAnotherSecond()
     {
         FFT_Params_WAV.setFftLength(400);
-        const Signal signal = makeSignal(3000, 1, 16, false);
+        const WavSignal signal = makeSignal(3000, 1, 16, false);
         WavReplay replay(m_dir.write(fileOf(signal, {.rate = 1000})));
         QVERIFY(replay.prepare());
         replay.file.setReplayVel(ReplayMax, 0);

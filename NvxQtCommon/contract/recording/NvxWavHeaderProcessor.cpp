@@ -157,7 +157,7 @@ int NvxWavHeaderProcessor::readFormat()
     if (tag == kExtensibleTag) {
         if (m_chunkSize < kExtensibleFormatBytes)
             return end(WavHeaderBadSize);
-        tag = u32(m_kept, kSubFormatOffset);
+        tag = extensibleKind();
     }
     if (tag != kPlainFormatTag || numChannels == 0 || numChannels > kMaxChannels || sampleRate == 0 ||
         bits < kMinBits || bits > kMaxBits)
@@ -166,6 +166,14 @@ int NvxWavHeaderProcessor::readFormat()
         return end(WavHeaderBadSize);
     m_fmt = std::make_shared<NvxWavFmtData>(numChannels, sampleRate, u32(m_kept, 8), blockAlign, bits);
     return skipRest(m_kept.size());
+}
+
+uint32_t NvxWavHeaderProcessor::extensibleKind() const
+{
+    // The kind is a number of 32 bits, of which some tools write only the first half in the order of a
+    // big-endian file.
+    const uint16_t half = u16(kSubFormatOffset);
+    return half != 0 ? half : u32(m_kept, kSubFormatOffset);
 }
 
 int NvxWavHeaderProcessor::readList()

@@ -77,6 +77,7 @@ private:
     int begin();
     int beginChunk();
     int readFormat();
+    uint32_t extensibleKind() const;
     int readList();
     int skipRest(uint64_t kept);
     int endAtSamples(uint32_t dataSize);
