@@ -1,4 +1,5 @@
-// Spectrum files: a header and a record that were read are written and read again without a change.
+// Spectrum files: a header and a record that were read are written and read again without a change. What a
+// replay takes for the first record when it prepares is the first that it plays.
 
 #include "FuzzTarget.h"
 
@@ -46,6 +47,30 @@ void checkRecord(NvxSpectrumFileData& record, const NvxSpectrumFileHeader& heade
     require(!again.deserialise(titles, header.startDt(), header.startDate()), "titles are no record");
 }
 
+/// Goes to where the lines behind the header begin.
+void seekBehindHeader(std::istream& in, long long position)
+{
+    in.clear();
+    in.seekg(position < 0 ? 0 : static_cast<std::streamoff>(position));
+}
+
+/// The first record as the preparation of a replay looks for it: in four lines behind the titles, the first
+/// that isn't empty.
+std::string preparedRecord(std::istream& in, const NvxSpectrumFileHeader& header)
+{
+    std::string line;
+    if (!RecordText::readLine(in, line) || !RecordText::isTitleLine(line))
+        return {};
+    for (int count = 0; count < 4 && RecordText::readLine(in, line); ++count) {
+        if (line.empty())
+            continue;
+        NvxSpectrumFileData record;
+        return record.deserialise(line, header.startDt(), header.startDate()) ? textOf(record)
+                                                                              : std::string();
+    }
+    return {};
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -56,13 +81,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     require(position >= -1 && position <= static_cast<long long>(size), "the position lies in the file");
     if (position >= 0)
         checkHeader(header);
-    in.clear();
-    in.seekg(position < 0 ? 0 : static_cast<std::streamoff>(position));
+    seekBehindHeader(in, position);
+    std::string prepared = preparedRecord(in, header);
+    seekBehindHeader(in, position);
     NvxSpectrumFileData record;
     std::string line;
     while (RecordText::readLine(in, line)) {
-        if (record.deserialise(line, header.startDt(), header.startDate()))
-            checkRecord(record, header);
+        if (!record.deserialise(line, header.startDt(), header.startDate()))
+            continue;
+        checkRecord(record, header);
+        require(prepared.empty() || prepared == textOf(record), "the prepared record is the first one");
+        prepared.clear();
     }
+    require(prepared.empty(), "the prepared record is played");
     return 0;
 }

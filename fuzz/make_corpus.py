@@ -42,6 +42,7 @@ def spectrum_files():
     titles = b"Time\tComment\tTemperature (C)\tHumidity (%)\tSequence\t0\t46.875\n"
     yield "bytes", header + titles + b"2024-02-29 12:34:56\tquiet\t12.3\t45.6\t5000000001\t0\t255\n"
     yield "decimals", header + titles + b"2024-02-29 12:34:56\t\t12.3\t45.6\t1\t-0.5\t1e-300\n"
+    yield "late-first-row", header + titles + b"\n\n\n2024-02-29 12:34:56\tquiet\t12.3\t45.6\t1\t0\t255\n"
     yield "time-of-day", header + b"12:34:56\t\t0\t0\t0\t1\n00:00:01\t\t0\t0\t0\t2\n"
     yield "broken-rows", header + titles + b"2024-02-30 12:34:56\t\t0\t0\t0\t1\n12:34:56\t\tnan\t0\t0\t2\n\n\t\t\t\t\t\n"
 
