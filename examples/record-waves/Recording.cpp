@@ -1,5 +1,7 @@
 #include "record-waves/Recording.h"
 
+#include "shared/FilePrefix.h"
+
 #include <QDateTime>
 #include <QTextStream>
 
@@ -125,8 +127,8 @@ void Recording::startStream()
     // The job setup in the record is what the sequence checks of the adapter need.
     m_stream->updateDeviceInfo(device);
 
-    const auto prefix = QStringLiteral("REC%1").arg(device.serial(), 4, 10, QLatin1Char('0'));
-    m_logger = std::make_unique<NvxWavLogger>(m_order.fileSeconds, m_order.directory, prefix);
+    m_logger = std::make_unique<NvxWavLogger>(m_order.fileSeconds, m_order.directory,
+                                              filePrefix("REC", device.serial()));
     m_monitor.attach(m_stream.get());
     connect(m_stream.get(), &HydStreamAdapter::eventHeader, m_logger.get(), &NvxWavLogger::handleWavEventHdr);
     connect(m_stream.get(), &HydStreamAdapter::streamDataReady, m_logger.get(), &NvxWavLogger::handleWavData);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "record-waves/FileReport.h"
 #include "record-waves/SideRecording.h"
+#include "shared/FileReport.h"
 
 #include "NvxQtCommon/control/NvxDeviceController.h"
 #include "NvxQtCommon/discovery/HydMarcoAdapter.h"

@@ -1,5 +1,7 @@
 #include "record-waves/SideRecording.h"
 
+#include "shared/FilePrefix.h"
+
 #include <QTextStream>
 
 #include <algorithm>
@@ -8,12 +10,6 @@ namespace {
 
 constexpr int kSideAlivePeriodMs = 1000;
 constexpr int kSecondsPerMinute = 60;
-
-/// Three letters and the serial number, in four digits or more.
-QString filePrefix(const char* letters, const HydDevice& device)
-{
-    return QStringLiteral("%1%2").arg(QLatin1String(letters)).arg(device.serial(), 4, 10, QLatin1Char('0'));
-}
 
 } // namespace
 
@@ -49,7 +45,8 @@ HydStreamAdapter* SideRecording::addStream(HydStreamType type, quint16 port, con
 
 void SideRecording::addSpectra(HydStreamAdapter* stream, const QString& directory, int minutes)
 {
-    auto logger = std::make_unique<NvxSpecLogger>(0, directory, filePrefix("SPC", m_device), nullptr);
+    auto logger =
+        std::make_unique<NvxSpecLogger>(0, directory, filePrefix("SPC", m_device.serial()), nullptr);
     logger->setMaxNumRecs(0, true);
     logger->calcMaxNumRecs(m_device.jobSettings(), minutes);
     connect(stream, &HydStreamAdapter::eventHeader, logger.get(), &NvxSpecLogger::handleEventHdr);
@@ -70,8 +67,8 @@ void SideRecording::addSensors(HydStreamAdapter* stream, const QString& director
     };
     for (const Kind& kind : {Kind{SensorLogAccMag, "ACC", minutes},
                              Kind{SensorLogBattery, "BAT", minutes * kSecondsPerMinute}}) {
-        auto logger =
-            std::make_unique<NvxSensorsLogger>(0, directory, filePrefix(kind.letters, m_device), nullptr);
+        auto logger = std::make_unique<NvxSensorsLogger>(
+            0, directory, filePrefix(kind.letters, m_device.serial()), nullptr);
         logger->setLogParams(kind.type, kind.length, directory);
         logger->setDevId(m_device.deviceId());
         logger->setDevice(m_device);

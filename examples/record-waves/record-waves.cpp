@@ -3,6 +3,7 @@
 // simulated recorder in this process.
 
 #include "record-waves/Recording.h"
+#include "shared/InterruptWatch.h"
 
 #include "NvxQtSimulator/SimulatedRecorder.h"
 
@@ -12,18 +13,9 @@
 #include <QTextStream>
 #include <QTimer>
 
-#include <atomic>
-#include <csignal>
 #include <memory>
 
 namespace {
-
-std::atomic<bool> g_interrupted = false;
-
-extern "C" void noteInterrupt(int)
-{
-    g_interrupted = true;
-}
 
 int fail(Recording::Outcome outcome, const QString& sentence)
 {
@@ -135,14 +127,8 @@ int main(int argc, char* argv[])
     QObject::connect(&recording, &Recording::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
     QTimer::singleShot(0, &recording, &Recording::start);
 
-    // Ctrl-C completes the files. A signal handler may do next to nothing, so a timer looks at its mark.
-    std::signal(SIGINT, noteInterrupt);
-    std::signal(SIGTERM, noteInterrupt);
-    QTimer interruptWatch;
-    QObject::connect(&interruptWatch, &QTimer::timeout, &recording, [&recording] {
-        if (g_interrupted)
-            recording.stop();
-    });
-    interruptWatch.start(100);
+    // Ctrl-C completes the files.
+    InterruptWatch interruptWatch;
+    QObject::connect(&interruptWatch, &InterruptWatch::interrupted, &recording, &Recording::stop);
     return QCoreApplication::exec();
 }

@@ -1,4 +1,4 @@
-#include "record-waves/FileReport.h"
+#include "shared/FileReport.h"
 
 #include "shared/SpectrumFile.h"
 #include "shared/WaveFile.h"
