@@ -1,20 +1,24 @@
 // HydControlProcessor: whatever comes, whole and byte by byte give the same messages, and a message that was
-// read is read again from what it is written to.
+// read is read again from what it is written to. What data collect messages become as payloads of a stream
+// has the sizes that it says.
 
 #include "FuzzTarget.h"
 
 #include "NvxQtCommon/contract/message/HydControlProcessor.h"
+#include "NvxQtCommon/contract/stream/HydScanStreamConv.h"
+#include "NvxQtCommon/contract/stream/HydStreamMessage.h"
 
 #include <algorithm>
 #include <vector>
 
 namespace {
 
+using Messages = std::vector<std::shared_ptr<HydControlMessage>>;
 using Frames = std::vector<std::vector<uint8_t>>;
 
-Frames messages(Bytes input, size_t piece)
+Messages messages(Bytes input, size_t piece)
 {
-    Frames frames;
+    Messages found;
     // Room for a whole frame of the largest size behind anything that a frame's search may keep.
     CircularByteBuffer buffer(2 * HydControlMessage::kMaxFrameSize);
     HydControlProcessor processor;
@@ -24,10 +28,54 @@ Frames messages(Bytes input, size_t piece)
         while (!processor.outOfData()) {
             processor.dispatch(&event);
             if (processor.isAtEndState() && processor.message())
-                frames.push_back(processor.message()->frame());
+                found.push_back(processor.message());
         }
     });
+    return found;
+}
+
+Frames framesOf(const Messages& list)
+{
+    Frames frames;
+    for (const auto& message : list)
+        frames.push_back(message->frame());
     return frames;
+}
+
+void checkHeader(HydScanStreamConv& converter, const std::shared_ptr<HydDataCollectCmd>& collected,
+                 HydStreamType type, bool isExpected)
+{
+    const auto header = converter.extractEventHdr(collected, HydDevice(), type, true);
+    require((header != nullptr) == isExpected, "a header comes with data of its kind alone");
+    if (header)
+        require(header->streamType == type, "a header has the type that was asked for");
+}
+
+void checkData(const std::shared_ptr<HydStreamDataPayload>& payload, size_t size)
+{
+    require(payload->data()->byteSize() == size, "a block has the size of what came");
+    // Reads all of it.
+    require(HydStreamMessage(payload).frame().size() > size, "a block can be written");
+}
+
+void checkScan(HydScanStreamConv& converter, const std::shared_ptr<HydDataCollectCmd>& collected)
+{
+    const auto wave = std::dynamic_pointer_cast<const DataCollWavChunk>(collected->getChunk(DataCollWav));
+    const auto spectrum =
+        std::dynamic_pointer_cast<const DataCollSpecChunk>(collected->getChunk(DataCollSpec));
+    for (const HydStreamType type : {StreamWave, StreamWaveScan})
+        checkHeader(converter, collected, type, wave != nullptr);
+    for (const HydStreamType type : {StreamSpectrum, StreamSpectrumScan})
+        checkHeader(converter, collected, type, spectrum != nullptr);
+    bool lost = false;
+    if (const auto data = converter.extractWaveData(collected, HydDevice(), lost))
+        checkData(data, wave->samples.size());
+    else
+        require(lost || !wave, "samples that aren't passed on are lost");
+    const auto data = converter.extractSpectrumData(collected, HydDevice());
+    require((data != nullptr) == (spectrum != nullptr), "a spectrum is passed on");
+    if (data)
+        checkData(data, spectrum->bins.size());
 }
 
 } // namespace
@@ -35,11 +83,17 @@ Frames messages(Bytes input, size_t piece)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const Bytes input(data, std::min(size, HydControlMessage::kMaxFrameSize));
-    const Frames whole = messages(input, 0);
-    require(whole == messages(input, 1), "single bytes give the same messages");
+    const Messages found = messages(input, 0);
+    const Frames whole = framesOf(found);
+    require(whole == framesOf(messages(input, 1)), "single bytes give the same messages");
     for (const auto& frame : whole) {
         if (!frame.empty())
-            require(messages(frame, 0) == Frames{frame}, "a written message reads back");
+            require(framesOf(messages(frame, 0)) == Frames{frame}, "a written message reads back");
+    }
+    HydScanStreamConv converter;
+    for (const auto& message : found) {
+        if (const auto collected = std::dynamic_pointer_cast<HydDataCollectCmd>(message->payload()))
+            checkScan(converter, collected);
     }
     return 0;
 }
