@@ -215,6 +215,12 @@ private Q_SLOTS:
                 &HydStreamAdapter::handleDataCollectMessage);
         QSignalSpy headers(&scan, &HydStreamAdapter::eventHeader);
         QSignalSpy lost(&scan, &HydStreamAdapter::streamDataLost);
+        NvxWavLogger logger(3600, rig.folder.path(), QStringLiteral("SCAN1234"));
+        connect(&scan, &HydStreamAdapter::eventHeader, &logger, &NvxWavLogger::handleWavEventHdr);
+        connect(&scan, &HydStreamAdapter::streamDataReady, &logger, &NvxWavLogger::handleWavData);
+        QSignalSpy files(&logger, &NvxWavLogger::newFileCreated);
+        QSignalSpy failures(&logger, &NvxWavLogger::loggingFailed);
+        int64_t first = -1;
         int64_t expected = -1;
         int64_t samples = 0;
         QString objection;
@@ -229,7 +235,7 @@ private Q_SLOTS:
                     const uint32_t top = uint32_t(at[2]) << 24 | uint32_t(at[1]) << 16 | uint32_t(at[0]) << 8;
                     const int32_t value = int32_t(top) >> 8;
                     if (expected < 0)
-                        expected = value;
+                        first = expected = value;
                     if (value != SignalSource::rampValue(uint64_t(expected++), 0, 24) && objection.isEmpty())
                         objection = QStringLiteral("sample %1 is %2").arg(expected - 1).arg(value);
                 }
@@ -243,6 +249,21 @@ private Q_SLOTS:
         QCOMPARE(objection, QString());
         QCOMPARE(lost.size(), 0);
         QVERIFY(headers.size() >= 2);
+
+        logger.stopLogging();
+        QCOMPARE(failures.size(), 0);
+        QCOMPARE(files.size(), 1);
+        const QString path = files[0][0].toString();
+        QCOMPARE(wholeFileObjection(path), QString());
+        const JudgedWav file = judgeWav(path);
+        QCOMPARE(file.bits, 24);
+        QCOMPARE(file.channels, 1);
+        QCOMPARE(file.rate, 8000);
+        QCOMPARE(file.isBigEndian, false);
+        QCOMPARE(file.frames, samples);
+        for (int64_t i = 0; i < samples; ++i)
+            QCOMPARE(file.samples[static_cast<size_t>(i)],
+                     SignalSource::rampValue(static_cast<uint64_t>(first + i), 0, 24));
     }
 
     // --- rainy day flows
