@@ -25,6 +25,8 @@ class WavMergeInput;
 /// range and the length of the files, adds the files and calls startMerge(), which returns when all is done.
 /// An object serves one merge; it belongs to the application and lives on its thread, whose events are
 /// processed between blocks of 4096 samples. A slot may abort the merge or delete the merger meanwhile.
+/// Headers are read as NvxWAVFile reads them, which may halve the FFT length of FFT_Params_WAV for the
+/// process.
 ///
 /// Names of input files are fields with "_" between them: the first ends with the recorder's serial number,
 /// the second is the date as yyyyMMdd, the third the time as hhmmss, in UTC.

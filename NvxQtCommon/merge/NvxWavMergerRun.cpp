@@ -41,7 +41,7 @@ void NvxWavMerger::runMergePlan()
     if (!alive)
         return;
     const int64_t seconds = int64_t{m_fileLength} * kMinuteSeconds;
-    m_writer.setMaxLength(static_cast<int>(std::min<int64_t>(seconds, std::numeric_limits<int>::max())));
+    m_writer.setMaxLength(static_cast<int>(std::clamp<int64_t>(seconds, 0, std::numeric_limits<int>::max())));
     m_writer.setPath(m_outputDir.toStdWString());
     for (const auto& [minute, entry] : m_mergePlan) {
         if (m_abort)

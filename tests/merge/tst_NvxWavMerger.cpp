@@ -1,5 +1,6 @@
 #include "MergeFiles.h"
 
+#include "NvxQtCommon/contract/recording/HydUtil.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QDir>
@@ -199,6 +200,25 @@ private Q_SLOTS:
         QVERIFY2(name.startsWith(QLatin1String("MERGELOG_")), qPrintable(name));
         const qint64 time = NvxWavMerger::datetimeFromFname(name).toSecsSinceEpoch();
         QVERIFY(time >= before && time <= after);
+    }
+
+    void logsThatExistAreContinued()
+    {
+        MergeRig rig;
+        const qint64 now = QDateTime::currentSecsSinceEpoch();
+        for (qint64 time = now; time < now + 60; ++time) {
+            const std::string name = HydUtil::dateTimeFname(std::string("MERGELOG_"), time) + ".txt";
+            QFile file(rig.outputPath(QString::fromStdString(name)));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            QVERIFY(file.write("before\n") > 0);
+        }
+        rig.merger->startMerge();
+        const QString path = rig.signalsSeen.first().mid(24);
+        QFile file(path);
+        QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(path));
+        const QByteArray text = file.readAll();
+        QVERIFY2(text.startsWith("before\n["), text.constData());
+        QVERIFY(text.endsWith("]: Merge Complete!\n"));
     }
 
     void theRangeIncludesItsEnds_data()

@@ -255,7 +255,7 @@ private Q_SLOTS:
                       {"size of the first entry", 52, 4},
                       {"data size", -4, 4}};
         for (const auto& field : fields) {
-            for (quint32 value : {0U, 1U, 64U, 65535U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU})
+            for (quint32 value : {0U, 1U, 8U, 64U, 65535U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU})
                 QTest::addRow("%s %u", field.name, value) << field.offset << field.width << value;
         }
     }
@@ -410,6 +410,8 @@ private Q_SLOTS:
             return;
         }
         QCOMPARE(rig.outputs(), QStringList{kOutput});
+        if (room > 0)
+            QVERIFY(descriptorOf(rig.merger->fileList().first()) >= 0); // intended
         // What found room can be played.
         const JudgedWav wav = judgeWav(rig.outputPath(kOutput));
         QCOMPARE(wav.error, QString());

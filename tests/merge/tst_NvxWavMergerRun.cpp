@@ -1,6 +1,8 @@
+#include "FileSwap.h"
 #include "MergeFiles.h"
 
 #include "NvxQtCommon/contract/recording/NvxWavInfoDataTMI.h"
+#include "NvxQtCommon/replay/NvxWAVFile.h"
 #include "WavJudge.h"
 #include "tests/support/NvxTestCase.h"
 
@@ -156,6 +158,55 @@ private Q_SLOTS:
         QCOMPARE(record->humidity(2), int16_t{0});
     }
 
+    void sensitivitiesInTenthsBecomeWhole()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        file.serial = 7;
+        file.sensitivity = -1704;
+        rig.add(file);
+        file.serial = 9;
+        file.sensitivity = -999;
+        rig.add(file);
+        rig.merger->startMerge();
+        const auto record = recordOf(rig.outputPath(kOutput));
+        QVERIFY(record);
+        QCOMPARE(record->sensitivity(1), int16_t{-170});
+        QCOMPARE(record->sensitivity(2), int16_t{-999});
+    }
+
+    void readingLowRatesHalvesTheFftLength()
+    {
+        MergeRig rig;
+        const auto before = FFT_Params_WAV.fftLength();
+        MergeFile file;
+        file.rate = 100;
+        rig.add(file);
+        rig.merger->startMerge();
+        // It stays so for the process. This is intended.
+        QVERIFY(FFT_Params_WAV.fftLength() < before);
+    }
+
+    void theOutputReplays()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7, 9});
+        MergeFile file;
+        for (uint16_t serial : {7, 9}) {
+            file.serial = serial;
+            rig.add(file);
+        }
+        rig.merger->startMerge();
+        NvxWAVFile replay(rig.outputPath(kOutput));
+        QVERIFY(replay.headerPrepare(true));
+        QCOMPARE(replay.length(), 60U);
+        QCOMPARE(replay.timestamp(), 1709210400U);
+        QCOMPARE(replay.channelDevices().size(), 2);
+        QCOMPARE(replay.channelDevices().at(0).serialNo(), uint16_t{7});
+        QCOMPARE(replay.channelDevices().at(1).serialNo(), uint16_t{9});
+    }
+
     void namesThatExistAreNumbered()
     {
         MergeRig rig;
@@ -198,6 +249,50 @@ private Q_SLOTS:
         QCOMPARE(rig.outputs().size(), names.size());
         QVERIFY(samples == file.samples());
         QCOMPARE(rig.logLinesWith(QStringLiteral("MERGED_")), lines);
+    }
+
+    void withoutATimeTheAudioEndsAFile()
+    {
+        // At the epoch itself an event has no time, so the writer goes by the audio: a minute is a file.
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        rig.merger->setStartTime(QDateTime::fromSecsSinceEpoch(0, Qt::UTC));
+        rig.merger->setEndTime(rig.merger->startTime());
+        MergeFile file;
+        file.serial = 7;
+        file.stamp = QStringLiteral("19700101_000000");
+        file.rate = 1024; // a minute is 15 blocks
+        file.moreFrames = 1000;
+        rig.add(file);
+        rig.merger->startMerge();
+        QCOMPARE(rig.outputs(), (QStringList{QStringLiteral("MERGED_19700101_000000.wav"),
+                                             QStringLiteral("MERGED_19700101_000100.wav")}));
+        QCOMPARE(judgeWav(rig.outputPath(rig.outputs().first())).frames, qint64{60 * 1024});
+        QCOMPARE(judgeWav(rig.outputPath(rig.outputs().last())).frames, qint64{1000});
+    }
+
+    void inputsAreOpenOnlyWhileTheyAreMerged()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        QStringList paths;
+        for (const char* stamp : {"20240229_124000", "20240229_124100"}) {
+            file.stamp = QLatin1String(stamp);
+            paths << rig.add(file);
+        }
+        QStringList open;
+        keepCalling(rig.merger.get(), [&] {
+            for (const QString& path : paths) {
+                if (descriptorOf(path) >= 0)
+                    open << path;
+            }
+        });
+        rig.merger->startMerge();
+        // Three blocks each.
+        QCOMPARE(open, (QStringList{paths[0], paths[0], paths[0], paths[1], paths[1], paths[1]}));
+        QCOMPARE(descriptorOf(paths[1]), -1);
     }
 
     void eventsAreProcessedAfterEachBlock()
