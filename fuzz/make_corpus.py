@@ -33,6 +33,14 @@ def seeds(target, messages):
     write(target, "all-cut", together[:-3])
 
 
+def collect_payloads():
+    """Without their frames: the target takes them so as well."""
+    payload = dict(make_golden.control_messages())["collect-reply"][4:-4]
+    yield "collect-bare", payload
+    # Samples of three bytes instead of two.
+    yield "collect-bare-unfit", payload.replace(b"\x82\2\0\2", b"\x83\2\0\2")
+
+
 def spectrum_files():
     header = (b"Nerivox spectrum file\t1\nType\t0\nName\tSpec_20240229_123456\nClient\tclient\nDevice type\t5\nSerial\t42\n"
               b"Start\t2024-02-29 12:34:56\nStart sample\t4886718345\nContinued\t1\nContinued from\tSpec\n"
@@ -89,6 +97,8 @@ def wave_files():
 
 if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
+    for name, content in collect_payloads():
+        write("control", name, content)
     seeds("marco", make_golden.marco_messages())
     seeds("stream", make_golden.stream_messages())
     seeds("spectrum", spectrum_files())
