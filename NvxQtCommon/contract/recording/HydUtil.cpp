@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr long long kLastSecondOf9999 = 253402300799;
 constexpr std::string_view kNamePattern = "00000000_000000";
 
 void putNumber(std::string& out, unsigned value, size_t digits)
@@ -21,7 +20,7 @@ void putNumber(std::string& out, unsigned value, size_t digits)
 std::string dateText(long long time, const char* separator)
 {
     using namespace std::chrono;
-    const sys_seconds moment{seconds{std::clamp<long long>(time, 0, kLastSecondOf9999)}};
+    const sys_seconds moment{seconds{std::clamp<long long>(time, 0, HydUtil::kLastSecondOf9999)}};
     const year_month_day date{floor<days>(moment)};
     std::string out;
     putNumber(out, static_cast<unsigned>(static_cast<int>(date.year())), 4);
@@ -34,7 +33,8 @@ std::string dateText(long long time, const char* separator)
 
 std::string timeText(long long time, const char* separator)
 {
-    const auto second = static_cast<unsigned>(std::clamp<long long>(time, 0, kLastSecondOf9999) % 86400);
+    const auto second =
+        static_cast<unsigned>(std::clamp<long long>(time, 0, HydUtil::kLastSecondOf9999) % 86400);
     std::string out;
     putNumber(out, second / 3600, 2);
     out += separator;

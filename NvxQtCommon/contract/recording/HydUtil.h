@@ -10,6 +10,9 @@
 class NVXQTCOMMON_EXPORT HydUtil
 {
 public:
+    /// The latest moment that names and stamps can tell, seconds since the epoch.
+    static constexpr long long kLastSecondOf9999 = 253402300799;
+
     /// `prefix` and the time as "yyyyMMdd_HHmmss".
     static std::string dateTimeFname(const std::string& prefix, const long long& time);
     static std::wstring dateTimeFname(const std::wstring& prefix, const long long& time);

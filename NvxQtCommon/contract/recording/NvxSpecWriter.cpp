@@ -39,7 +39,7 @@ const char* unnamedFilePrefix(FFTMode kind)
     return "Spectrum_";
 }
 
-SpecWriteErr errorOf(RecordingFile::Failure failure)
+SpecWriteErr specErrorOf(RecordingFile::Failure failure)
 {
     switch (failure) {
     case RecordingFile::Failure::None:
@@ -200,7 +200,7 @@ bool NvxSpecWriter::append(const std::string& text)
 
 void NvxSpecWriter::fail(RecordingFile::Failure failure)
 {
-    m_error = errorOf(failure);
+    m_error = specErrorOf(failure);
     m_newFile = false;
     m_numRecs = 0;
 }

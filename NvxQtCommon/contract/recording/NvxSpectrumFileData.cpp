@@ -1,5 +1,6 @@
 #include "NvxQtCommon/contract/recording/NvxSpectrumFileData.h"
 
+#include "NvxQtCommon/contract/recording/HydUtil.h"
 #include "NvxQtCommon/contract/recording/NvxSpectrumFileHeader.h"
 #include "NvxQtCommon/contract/recording/RecordText.h"
 
@@ -11,9 +12,9 @@ namespace {
 
 constexpr size_t kMaxBins = 65535;
 constexpr int kFixedColumns = 5;
-constexpr long long kHour = 3600;
-constexpr long long kDay = 24 * kHour;
-constexpr unsigned long long kLastSecondOf9999 = 253402300799;
+constexpr long long kDay = 86400;
+/// How far ahead of its reference a time of day may lie.
+constexpr long long kLookBack = 3600;
 constexpr uint32_t kDecimalLayout = uint32_t{1} << 31;
 
 /// A tab and the number, for each byte: four characters of which `size` count.
@@ -77,7 +78,7 @@ void appendFrequency(std::string& out, double frequency)
 /// The moment of a time of day that follows on a reference, or comes up to an hour ahead of it.
 long long following(long long reference, long long timeOfDay)
 {
-    const long long earliest = reference - kHour;
+    const long long earliest = reference - kLookBack;
     const long long wait = (timeOfDay - earliest % kDay + kDay) % kDay;
     return earliest + wait;
 }
@@ -117,7 +118,8 @@ bool NvxSpectrumFileData::deserialise(std::string& line, unsigned long long star
     const std::string_view timeText = RecordText::takeField(rest);
     auto time = RecordText::dateTime(timeText);
     if (const auto timeOfDay = RecordText::timeOfDay(timeText)) {
-        const auto start = static_cast<long long>(std::min(startDt, kLastSecondOf9999));
+        const auto start =
+            static_cast<long long>(std::min<unsigned long long>(startDt, HydUtil::kLastSecondOf9999));
         const long long midnight = RecordText::date(startDate).value_or(start - start % kDay);
         const bool follows = m_readStart == startDt;
         const long long reference = follows ? static_cast<long long>(dataTime()) : midnight + start % kDay;
