@@ -15,7 +15,6 @@
 namespace {
 
 constexpr int kSerialDigits = 4;
-constexpr int kSecondsPerMinute = 60;
 
 QString stampText(const QDateTime& time)
 {

@@ -103,6 +103,8 @@ Q_SIGNALS:
     void mergeProgress(uint8_t percent);
 
 private:
+    static constexpr int64_t kSecondsPerMinute = 60;
+
     using InputPtr = std::shared_ptr<WavMergeInput>;
     using Entry = std::map<uint8_t, std::vector<InputPtr>>;
 

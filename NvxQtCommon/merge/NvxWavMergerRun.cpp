@@ -18,7 +18,6 @@
 
 namespace {
 
-constexpr int64_t kMinuteSeconds = 60;
 constexpr float kPeakVolts = 3.0F;
 
 void describeChannel(NvxWavInfoDataTMI& record, uint8_t channel, const NvxWavInfoDataHF& recorder)
@@ -40,7 +39,7 @@ void NvxWavMerger::runMergePlan()
     Q_EMIT mergeStatusMsg(QStringLiteral("Starting Merge."));
     if (!alive)
         return;
-    const int64_t seconds = int64_t{m_fileLength} * kMinuteSeconds;
+    const int64_t seconds = int64_t{m_fileLength} * kSecondsPerMinute;
     m_writer.setMaxLength(static_cast<int>(std::clamp<int64_t>(seconds, 0, std::numeric_limits<int>::max())));
     m_writer.setPath(m_outputDir.toStdWString());
     for (const auto& [minute, entry] : m_mergePlan) {
@@ -68,7 +67,7 @@ bool NvxWavMerger::mergeEntry(int64_t minute, const Entry& entry)
     for (const auto& [channel, files] : entry)
         inputs.push_back(files.front());
 
-    const int64_t time = m_mergeStart.toSecsSinceEpoch() + minute * kMinuteSeconds;
+    const int64_t time = m_mergeStart.toSecsSinceEpoch() + minute * kSecondsPerMinute;
     NvxWavInfoDataTMI record(static_cast<unsigned char>(entry.size()));
     record.applyFileName(HydUtil::dateTimeFname(std::string("MERGED_"), time));
     record.setPeakVolts(kPeakVolts);
