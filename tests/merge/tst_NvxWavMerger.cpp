@@ -496,6 +496,18 @@ private Q_SLOTS:
         QVERIFY(rig.outputs().isEmpty());
     }
 
+    void namesWithoutADateAreOutOfEveryRange()
+    {
+        TwoChannels rig;
+        rig.merger->setStartTime(QDateTime({1960, 1, 1}, {0, 0}, Qt::UTC));
+        MergeFile file;
+        file.serial = 7;
+        file.stamp = QStringLiteral("later");
+        rig.add(file);
+        rig.merger->startMerge();
+        QCOMPARE(rig.logLinesWith(QStringLiteral("outside of the specified time range")).size(), 1);
+    }
+
     void logThatCannotBeMade()
     {
         TwoChannels rig;

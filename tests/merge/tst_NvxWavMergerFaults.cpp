@@ -329,13 +329,24 @@ private Q_SLOTS:
         QVERIFY(rig.merged().isEmpty());
     }
 
+    void inputThatCannotBeReadAnyMore_data()
+    {
+        QTest::addColumn<bool>("isDirectory");
+        QTest::newRow("a directory") << true;
+        QTest::newRow("its size says that there is more") << false;
+    }
     void inputThatCannotBeReadAnyMore()
     {
+        QFETCH(bool, isDirectory);
         TwoFiles rig;
-        const int directory = open("/", O_RDONLY | O_DIRECTORY);
-        const auto closeIt = qScopeGuard([directory] { close(directory); });
+        // A file that is as long as the input, but open for writing only.
+        const QString copy = rig.inputDir() + QStringLiteral("/copy");
+        QVERIFY(QFile::copy(rig.secondPath, copy));
+        const int other = isDirectory ? open("/", O_RDONLY | O_DIRECTORY)
+                                      : open(QFile::encodeName(copy).constData(), O_WRONLY);
+        const auto closeIt = qScopeGuard([other] { close(other); });
         bool isSwapped = false;
-        QTimer::singleShot(0, rig.merger.get(), [&] { isSwapped = swapOpenFile(rig.secondPath, directory); });
+        QTimer::singleShot(0, rig.merger.get(), [&] { isSwapped = swapOpenFile(rig.secondPath, other); });
         rig.merger->startMerge();
         QVERIFY(isSwapped);
         QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
