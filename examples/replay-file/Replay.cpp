@@ -60,6 +60,8 @@ void Replay::playNext()
 
 template <class File> bool Replay::play(const QString& path)
 {
+    // A file of a low rate leaves shorter blocks behind.
+    FFT_Params_WAV = m_fftParams;
     auto file = std::make_unique<File>(path, nullptr);
     if (!file->headerPrepare(true))
         return false;

@@ -2,6 +2,7 @@
 
 #include "replay-file/ReplayLog.h"
 
+#include "NvxQtCommon/contract/stream/FftParams.h"
 #include "NvxQtCommon/replay/NvxDataFile.h"
 
 #include <QObject>
@@ -55,6 +56,7 @@ private:
     void finish();
 
     ReplayOrder m_order;
+    const FftParams m_fftParams = FFT_Params_WAV; ///< before any file has changed them
     std::unique_ptr<NvxDataFile> m_file;
     std::unique_ptr<ReplayLog> m_log;
     QTimer m_progress;

@@ -36,6 +36,11 @@ private:
         const ExampleRun ended = runExample(NVX_PYTHON, arguments);
         return ended.code == 0 ? path(name) : ended.errors;
     }
+    QString writeWaves(const QString& name, int channels, int seconds, int rate) const
+    {
+        return write(name, {QStringLiteral("waves"), QString::number(channels), QString::number(seconds),
+                            QString::number(rate)});
+    }
     QString writeSpectra(const QString& name, int serial, int start, int records) const
     {
         return write(name, {QStringLiteral("spectra"), QString::number(serial), QString::number(start),
@@ -139,8 +144,7 @@ private Q_SLOTS:
 
     void playsWavesOfPython()
     {
-        const QString file = write(QStringLiteral("waves.wav"),
-                                   {QStringLiteral("waves"), QStringLiteral("1"), QStringLiteral("3")});
+        const QString file = writeWaves(QStringLiteral("waves.wav"), 1, 3, 16000);
         const ExampleRun ended = replayInto({file});
         QVERIFY2(ended.code == 0, qPrintable(ended.errors));
         QVERIFY(!files().isEmpty());
@@ -154,6 +158,18 @@ private Q_SLOTS:
         QVERIFY2(samples.size() > 3 * 16000 - 2 * 4000, qPrintable(QString::number(samples.size())));
         for (size_t i = 0; i < samples.size(); ++i)
             QCOMPARE(samples[i], static_cast<int32_t>(i % 32768));
+    }
+
+    void aFileOfALowRateLeavesTheNextOneAlone()
+    {
+        const QString slow = writeWaves(QStringLiteral("slow.wav"), 1, 2, 500);
+        const QString file = writeWaves(QStringLiteral("waves.wav"), 1, 2, 16000);
+        const auto lastLine = [](const ExampleRun& run) { return run.output.trimmed().section(u'\n', -1); };
+        const ExampleRun alone = replay({file});
+        const ExampleRun behind = replay({slow, file});
+        QCOMPARE(behind.code, 0);
+        QVERIFY2(lastLine(alone).endsWith(QStringLiteral(" blocks")), qPrintable(alone.output));
+        QCOMPARE(lastLine(behind), lastLine(alone));
     }
 
     void speeds_data()
@@ -207,8 +223,7 @@ private Q_SLOTS:
 
     void channelsThatCantBeToldApartArentWritten()
     {
-        const QString file = write(QStringLiteral("waves.wav"),
-                                   {QStringLiteral("waves"), QStringLiteral("2"), QStringLiteral("1")});
+        const QString file = writeWaves(QStringLiteral("waves.wav"), 2, 1, 16000);
         const ExampleRun ended = replayInto({file});
         QCOMPARE(ended.code, 2);
         QVERIFY2(ended.errors.contains(QStringLiteral("channels of the same serial number aren't written.")),

@@ -2,7 +2,7 @@
 """Writes a spectrum file by the description in docs/file-formats.md, or a wave file by the module wave.
 
     write_files.py spectra FILE SERIAL START RECORDS    bin b of record r is (7 r + b) % 256, one record a second
-    write_files.py waves FILE CHANNELS SECONDS          frame f of channel c is 16 bits of f + 1000 c, 16000 Hz
+    write_files.py waves FILE CHANNELS SECONDS RATE     frame f of channel c is 16 bits of f + 1000 c
 """
 import struct
 import sys
@@ -31,12 +31,12 @@ def spectra(path, serial, start, records):
             print(stamp(start + r), "by Python", 12.5, 40, r, *((7 * r + b) % 256 for b in range(BINS)), sep="\t", file=file)
 
 
-def waves(path, channels, seconds):
+def waves(path, channels, seconds, rate):
     with wave.open(path, "wb") as file:
         file.setnchannels(channels)
         file.setsampwidth(2)
-        file.setframerate(16000)
-        for f in range(16000 * seconds):
+        file.setframerate(rate)
+        for f in range(rate * seconds):
             file.writeframes(struct.pack(f"<{channels}h", *((f + 1000 * c) % 32768 for c in range(channels))))
 
 
