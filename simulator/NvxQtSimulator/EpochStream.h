@@ -1,6 +1,6 @@
 #pragma once
 
-#include "NvxQtSimulator/StreamService.h"
+#include "NvxQtSimulator/StreamSession.h"
 
 /// The epoch stream of one reader: text lines of trigger events from the connection on, without a start
 /// message.

@@ -2,7 +2,7 @@
 
 #include "NvxQtCommon/contract/stream/StreamPayloads.h"
 #include "NvxQtSimulator/SpectrumMaker.h"
-#include "NvxQtSimulator/StreamService.h"
+#include "NvxQtSimulator/StreamSession.h"
 
 #include <QElapsedTimer>
 

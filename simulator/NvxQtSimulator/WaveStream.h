@@ -1,6 +1,6 @@
 #pragma once
 
-#include "NvxQtSimulator/StreamService.h"
+#include "NvxQtSimulator/StreamSession.h"
 
 #include <optional>
 
