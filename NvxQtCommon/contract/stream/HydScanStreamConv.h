@@ -15,9 +15,9 @@ public:
 
     /// Header for the event that the message belongs to: device values from `device`, format from the
     /// message's data chunk, key from its time chunk (null without one). `type` 1 or 16 looks at the wave
-    /// chunks, 2 or 17 at the spectrum chunks; the payload's stream type is `type` as it was passed in, so that
-    /// the headers of a stream of type 1 or 2 bear 1 or 2 and its data 16 or 17. A wave key's sequence is
-    /// seconds times sample rate, since scan messages carry no running number; a spectrum's is its running
+    /// chunks, 2 or 17 at the spectrum chunks; the payload's stream type is `type` as it was passed in, so
+    /// that the headers of a stream of type 1 or 2 bear 1 or 2 and its data 16 or 17. A wave key's sequence
+    /// is seconds times sample rate, since scan messages carry no running number; a spectrum's is its running
     /// number. `withStatus` adds a status chunk with the device's temperature and humidity: tenths, but whole
     /// units for type 16, whose readers multiply them by ten. Null when the message holds no data chunk of
     /// that kind, and for any other type.
