@@ -5,6 +5,7 @@
 #include "NvxQtCommon/contract/stream/FftParams.h"
 #include "NvxQtCommon/settings/CSignalPowerSettings.h"
 
+#include <QFileInfo>
 #include <QPointer>
 
 #include <algorithm>
@@ -42,7 +43,9 @@ void NvxFFTDataThread::setSignalPowerSet(const CSignalPowerSettings& settings)
 
 void NvxFFTDataThread::run()
 {
-    m_file.open(RecordingFile::systemPath(fileName().toStdWString()), std::ios::binary);
+    // Opening a pipe would wait for its writer.
+    if (QFileInfo(fileName()).isFile())
+        m_file.open(RecordingFile::systemPath(fileName().toStdWString()), std::ios::binary);
     if (!m_file.is_open())
         exit(0);
     beginTicks();
@@ -51,7 +54,8 @@ void NvxFFTDataThread::run()
 
 void NvxFFTDataThread::readRecord()
 {
-    if (!hasBegun())
+    // The timer goes on for a moment after the end was reported, behind which no spectrum may come.
+    if (!hasBegun() || isFinished())
         return;
     if (m_file.tellg() != m_dataPos)
         m_file.seekg(m_dataPos);

@@ -34,13 +34,13 @@ bool NvxFFTFile::headerPrepare(bool freshLog)
     // Opening a pipe would wait for its writer.
     if (!QFileInfo(m_fileName).isFile())
         return false;
+    *m_fileDate = NvxSpectrumFileData();
     const std::wstring path = m_fileName.toStdWString();
     m_dataPos = m_header->deserialise(path);
     if (m_dataPos < 0)
         return false;
     computeBaseTime();
     calcTimerTime(1);
-    *m_fileDate = NvxSpectrumFileData();
     std::ifstream in(RecordingFile::systemPath(path), std::ios::binary);
     if (!in.seekg(m_dataPos) || !readFirstRecord(in))
         return false;

@@ -134,6 +134,8 @@ void NvxWAVDataThread::readRecord()
         return;
     qint64 total = tickBytes();
     qint64 frames = (total + fullFrame - 1) / fullFrame;
+    if (frames == 0)
+        return;
     // One tick more than there are in a second makes a round; this is intended.
     if (m_ticksPerSecond > 1 && m_tickPhase < m_ticksPerSecond) {
         ++m_tickPhase;
@@ -170,7 +172,8 @@ void NvxWAVDataThread::readRecord()
                 static_cast<size_t>(std::min(fullFrame, std::max(size, total))));
         if (m_file.read(reinterpret_cast<char*>(frame.get()), size) != size)
             return;
-        if (!handOut(frame, size, isLast))
+        // A slot that runs an event loop may have come to the end meanwhile.
+        if (!handOut(frame, size, isLast) || !m_file.isOpen())
             return;
     }
     ++m_tick;
@@ -182,7 +185,7 @@ bool NvxWAVDataThread::handOut(const std::shared_ptr<unsigned char[]>& frame, qi
     const auto count = static_cast<unsigned>(size / channels / m_bytesPerSample);
     const auto sampleNumber = static_cast<unsigned>(m_tick * count);
     const unsigned parts = (count + kMaxBlockSamples - 1) / kMaxBlockSamples;
-    const unsigned partSize = parts != 0 ? (count + parts - 1) / parts : 0;
+    const unsigned partSize = parts != 0 ? (count + parts - 1) / parts : 1;
     const size_t bytes = size_t{count} * m_bytesPerSample;
     const QPointer<NvxWAVDataThread> self(this);
     for (unsigned channel = 0; channel < channels; ++channel) {
@@ -192,7 +195,8 @@ bool NvxWAVDataThread::handOut(const std::shared_ptr<unsigned char[]>& frame, qi
             pickChannel(frame.get() + size_t{channel} * m_bytesPerSample, size_t{channels} * m_bytesPerSample,
                         block.get(), count, m_bytesPerSample);
         }
-        for (unsigned first = 0; first < count; first += partSize) {
+        // A frame of less than a sample for each channel makes an empty block.
+        for (unsigned first = 0; first < std::max(count, 1U); first += partSize) {
             const unsigned partCount = std::min(partSize, count - first);
             const std::shared_ptr<unsigned char[]> part(block,
                                                         block.get() + size_t{first} * m_bytesPerSample);

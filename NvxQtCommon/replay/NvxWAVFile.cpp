@@ -138,6 +138,7 @@ NvxWAVFile::~NvxWAVFile() = default;
 
 bool NvxWAVFile::openForReading(QFile& file)
 {
+    file.close();
     return QFileInfo(file.fileName()).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
 
@@ -148,7 +149,11 @@ bool NvxWAVFile::headerPrepare(bool freshLog)
     std::shared_ptr<NvxWavFmtData> fmt;
     if (!readHeader() || !headerCheak(info, fmt) || FFT_Params_WAV.fftLength() == 0)
         return false;
+    // A slot on the change of the length may delete this, or set the length to what no replay can work with.
+    const QPointer<NvxWAVFile> self(this);
     fitFftLength();
+    if (!self || FFT_Params_WAV.fftLength() == 0)
+        return false;
     const double fftLength = FFT_Params_WAV.fftLength();
     // Without a byte rate the period stays as it was.
     if (fmt->bytesPerSec() != 0) {

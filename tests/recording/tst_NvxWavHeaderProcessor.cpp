@@ -416,6 +416,8 @@ private Q_SLOTS:
                {.tag = 0xFFFE, .bits = 32, .extension = WavBytes().extensible(3, 32)}, WavHeaderBadFormat);
         format("extensible, no kind", {.tag = 0xFFFE, .extension = WavBytes().extensible(0x20000, 16)},
                WavHeaderBadFormat);
+        format("extensible, a kind beyond 16 bits",
+               {.tag = 0xFFFE, .extension = WavBytes().extensible(0x10001, 16)}, WavHeaderBadFormat);
         format("extensible, too short", {.tag = 0xFFFE, .extension = WavBytes().extensible(1, 16).chopped(1)},
                WavHeaderBadSize);
         format("block align 0", {.blockAlign = 0}, WavHeaderBadSize);

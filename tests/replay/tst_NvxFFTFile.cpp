@@ -232,6 +232,10 @@ void tst_NvxFFTFile::noFile()
     NvxFFTFile file(name.isEmpty() ? name : QDir(m_dir->path()).absoluteFilePath(name), nullptr);
     QVERIFY(!file.headerPrepare(true));
     QVERIFY(file.channelDevices().isEmpty());
+    // Played all the same it ends at once; opening a pipe would wait for its writer.
+    QSignalSpy finished(&file, &NvxDataFile::streamFileFinished);
+    file.processData();
+    QTRY_COMPARE(finished.size(), 1);
 }
 
 void tst_NvxFFTFile::refusedFiles_data()
@@ -283,6 +287,15 @@ void tst_NvxFFTFile::aRefusedFileKeepsNothingOfTheOneBefore()
     QVERIFY(file.headerPrepare(true));
     m_text.lines = {"nothing\n"};
     QVERIFY(m_text.write(path()));
+    QVERIFY(!file.headerPrepare(true));
+    QCOMPARE(file.fileDate()->numBins(), 0);
+    m_text = SpectrumFileText();
+    QVERIFY(m_text.write(path()));
+    QVERIFY(file.headerPrepare(true));
+    QVERIFY(file.fileDate()->numBins() > 0);
+    QFile other(path());
+    QVERIFY(other.open(QIODevice::WriteOnly) && other.write("of another kind\n") > 0);
+    other.close();
     QVERIFY(!file.headerPrepare(true));
     QCOMPARE(file.fileDate()->numBins(), 0);
 }

@@ -384,6 +384,18 @@ private Q_SLOTS:
         QVERIFY(replay.file.findChildren<NvxWAVDataThread*>().size() <= 1);
     }
 
+    void frameOfLessThanASampleIsAnEmptyBlock()
+    {
+        // Every fifth tick puts two bytes back, one of them into a frame of its own.
+        FFT_Params_WAV.setFftLength(1024);
+        WavReplay replay(m_dir.write(fileOf(makeSignal(4095 * 3, 1, 16, false), {.rate = 4095})));
+        QVERIFY(replay.prepare());
+        QVERIFY(replay.play());
+        const auto empty = std::count_if(replay.blocks.begin(), replay.blocks.end(),
+                                         [](const auto& block) { return block.data().numSamples() == 0; });
+        QCOMPARE(empty, std::ptrdiff_t{2});
+    }
+
     void stoppedByItsConsumer()
     {
         WavReplay replay(threeBlocksASecond(500000));

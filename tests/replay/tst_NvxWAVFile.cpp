@@ -6,6 +6,7 @@
 #include "tests/support/FftParamsGuard.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QPointer>
 #include <QSignalSpy>
 
 /// The header of a replayed wave file, and what is told of it.
@@ -445,6 +446,36 @@ private Q_SLOTS:
         FFT_Params_WAV.setFftLength(0);
         NvxWAVFile file(m_dir.write(waveFile(*makeInfo(1), {}, 100)));
         QVERIFY(!file.headerPrepare(true));
+    }
+
+    void slotsOnTheChangedLength_data()
+    {
+        QTest::addColumn<bool>("deletes");
+        QTest::newRow("deletes the file") << true;
+        QTest::newRow("leaves no length") << false;
+    }
+    void slotsOnTheChangedLength()
+    {
+        QFETCH(bool, deletes);
+        FFT_Params_WAV.setFftLength(65536);
+        QPointer<NvxWAVFile> file(new NvxWAVFile(m_dir.write(waveFile(*makeInfo(1), {.rate = 8000}, 100))));
+        connect(file, &NvxWAVFile::signalFWFFTLenChanged, this, [&] {
+            if (deletes)
+                delete file;
+            else
+                FFT_Params_WAV.setFftLength(0);
+        });
+        QVERIFY(!file->headerPrepare(true));
+        QCOMPARE(file.isNull(), deletes);
+        delete file;
+    }
+
+    void fileThatItsCallerLeftOpen()
+    {
+        NvxWAVFile file(m_dir.write(waveFile(*makeInfo(1), {}, 100)));
+        QVERIFY(file.file().open(QIODevice::ReadOnly));
+        QVERIFY(file.headerPrepare(true));
+        QVERIFY(!file.file().isOpen());
     }
 
     void deletedByItsOwnHeader_data()

@@ -173,7 +173,7 @@ uint32_t NvxWavHeaderProcessor::extensibleKind() const
     // The kind is a number of 32 bits, of which some tools write only the first half in the order of a
     // big-endian file.
     const uint16_t half = u16(kSubFormatOffset);
-    return half != 0 ? half : u32(m_kept, kSubFormatOffset);
+    return m_bigEndian && half != 0 ? half : u32(m_kept, kSubFormatOffset);
 }
 
 int NvxWavHeaderProcessor::readList()
