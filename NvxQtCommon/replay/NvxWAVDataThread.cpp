@@ -96,7 +96,9 @@ void NvxWAVDataThread::run()
 
 void NvxWAVDataThread::exitThread()
 {
-    m_file.close();
+    // Until then the file is run()'s.
+    if (hasBegun())
+        m_file.close();
     NvxDataThread::exitThread();
 }
 

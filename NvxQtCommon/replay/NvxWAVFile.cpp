@@ -221,7 +221,6 @@ bool NvxWAVFile::readHeader()
     m_header = processor.header();
     m_headerLength = processor.headerSize();
     cutDataSize(*m_header, fileSize, m_headerLength, 0);
-    m_header->setBigEndian(processor.isBigEndian());
     return true;
 }
 
@@ -376,8 +375,6 @@ std::shared_ptr<HydDevice> NvxWAVFile::formDev(int index)
     device->setSensitivity(static_cast<float>(sensitivity) * (isTenths ? 0.1F : 1.0F));
     device->setHumidity(info.humidity(channel));
     device->setTemperature(info.temperature(channel));
-    if (fmt.numChannels() == 1)
-        device->setSerial(devId(0)->serialNo());
     HydJobSettings settings{JobTagMap()};
     settings.setWavRate(SampRate{fmt.sampleRate()});
     settings.setFftRate(SampRate{fmt.sampleRate()});

@@ -155,6 +155,13 @@ private Q_SLOTS:
             << WavBytes().head().format(fmt).list("").list(record).data(kSamples).bytes;
         QTest::newRow("a foreign list behind ours")
             << WavBytes().head().format(fmt).list(record).list("").data(kSamples).bytes;
+        QTest::newRow("another list of ours behind") << WavBytes()
+                                                            .head()
+                                                            .format(fmt)
+                                                            .list(record)
+                                                            .list(bytesOf(NvxWavInfoDataHF().fileBytes()))
+                                                            .data(kSamples)
+                                                            .bytes;
         QTest::newRow("long format") << WavBytes()
                                             .head()
                                             .format({.extension = QByteArray(101, 'x')})

@@ -7,6 +7,7 @@
 #include "tests/support/FftParamsGuard.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QSemaphore>
 #include <QSignalSpy>
 
 #include <algorithm>
@@ -34,6 +35,23 @@ std::vector<int32_t> firstOf(const std::vector<int32_t>& samples, size_t count)
 {
     return {samples.begin(), samples.begin() + std::ptrdiff_t(std::min(count, samples.size()))};
 }
+
+/// A reader that waits at a gate before it opens its file.
+class GatedThread : public NvxWAVDataThread
+{
+public:
+    GatedThread(const QString& name, QSemaphore& gate) : NvxWAVDataThread(name, nullptr), m_gate(gate) {}
+
+protected:
+    void run() override
+    {
+        m_gate.acquire();
+        NvxWAVDataThread::run();
+    }
+
+private:
+    QSemaphore& m_gate;
+};
 
 } // namespace
 
@@ -461,6 +479,45 @@ private Q_SLOTS:
         QTRY_COMPARE(finished.size(), 1);
         QVERIFY(thread.wait(10000));
         QCOMPARE(data.size(), blocks);
+    }
+
+    void tickAheadOfTheFile()
+    {
+        FFT_Params_WAV.setFftLength(400);
+        QSemaphore gate;
+        GatedThread thread(m_dir.write(QByteArray(40000, 's')), gate);
+        const auto fmt = std::make_shared<NvxWavFmtData>(uint16_t{1}, 1000U, uint16_t{16});
+        const auto header = std::make_shared<NvxWavHeader>(fmt, makeInfo(1), false);
+        header->setDataSize(4000);
+        thread.setFileHeader(header, 44, 44, 1);
+        thread.setTimerTime(1);
+        QSignalSpy data(&thread, &NvxDataThread::streamDataReady);
+        QSignalSpy finished(&thread, &QThread::finished);
+        thread.start();
+        thread.readRecord();
+        gate.release();
+        QTRY_COMPARE(finished.size(), 1);
+        QVERIFY(thread.wait(10000));
+        QCOMPARE(data.size(), 6);
+    }
+
+    void readerGoneWithinItsBlock()
+    {
+        auto* file = new NvxWAVFile(threeBlocksASecond(5000));
+        QVERIFY(file->headerPrepare(true));
+        file->setReplayVel(ReplayMax, 0);
+        int blocks = 0;
+        bool isGone = false;
+        connect(file, &NvxDataFile::streamDataReady, this, [&] {
+            ++blocks;
+            const QPointer<QThread> thread(file->findChild<NvxWAVDataThread*>());
+            delete file;
+            // A consumer with an event loop of its own sees the reader's deletion.
+            isGone = QTest::qWaitFor([&] { return !thread; }, 10000);
+        });
+        QVERIFY(file->processData());
+        QTRY_VERIFY(isGone);
+        QCOMPARE(blocks, 1);
     }
 
     void startsAtAnotherSecond()

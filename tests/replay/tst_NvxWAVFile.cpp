@@ -376,6 +376,23 @@ private Q_SLOTS:
         QCOMPARE(file.epochLogLists().value(first), QStringList());
     }
 
+    void carriedLists()
+    {
+        struct OpenFile : NvxWAVFile
+        {
+            using NvxDataFile::m_epochCarry;
+            using NvxWAVFile::NvxWAVFile;
+        };
+        OpenFile file(m_dir.write(waveFile(*makeInfo(2), {.channels = 2}, 100)));
+        const HydDeviceId other(DevTypeWavFile, 7);
+        file.m_epochCarry[other] << QStringLiteral("carried");
+        QVERIFY(file.headerPrepare(false));
+        QCOMPARE(file.m_epochCarry.keys(), QList<HydDeviceId>{other});
+        QVERIFY(file.headerPrepare(true));
+        QCOMPARE(file.m_epochCarry.keys(), file.channelDevices());
+        QVERIFY(file.m_epochCarry.first().isEmpty() && file.m_epochCarry.last().isEmpty());
+    }
+
     void impulseBecomesALine()
     {
         NvxWAVFile file(m_dir.write(waveFile(*makeInfo(1), {}, 100)));
