@@ -8,7 +8,8 @@
 
 /// Reader of a replayed wave file: each tick reads its share of a second and emits it as blocks of one
 /// channel, at most one FFT length long. Made and started by NvxWAVFile; see NvxDataThread for its threads
-/// and its end.
+/// and its end. It holds one frame at a time: at most an FFT length of each channel, 67 MB for 255 channels
+/// of 32 bits and the largest length; what its signals carry is their receivers' to let go of.
 class NVXQTCOMMON_EXPORT NvxWAVDataThread : public NvxDataThread
 {
     Q_OBJECT

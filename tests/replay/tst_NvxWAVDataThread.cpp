@@ -414,6 +414,22 @@ private Q_SLOTS:
         QCOMPARE(empty, std::ptrdiff_t{2});
     }
 
+    void resumedBeforeTheFileIsOpen()
+    {
+        WavReplay replay(threeBlocksASecond(3000));
+        for (int times = 0; times < 20; ++times) {
+            replay.blocks.clear();
+            QVERIFY(replay.prepare());
+            replay.file.setReplayVel(ReplayMax, 0);
+            const auto ends = replay.events.count(QStringLiteral("thread finished"));
+            QVERIFY(replay.file.processData());
+            replay.file.processResume();
+            replay.file.findChild<NvxWAVDataThread*>()->readRecord();
+            QTRY_COMPARE(replay.events.count(QStringLiteral("thread finished")), ends + 1);
+            QCOMPARE(replay.blocks.size(), size_t{9});
+        }
+    }
+
     void stoppedByItsConsumer()
     {
         WavReplay replay(threeBlocksASecond(500000));
