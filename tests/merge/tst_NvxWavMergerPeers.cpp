@@ -4,6 +4,7 @@
 #include "NvxQtCommon/logging/NvxWavLogger.h"
 #include "NvxQtSimulator/SignalSource.h"
 #include "WavJudge.h"
+#include "WavReplay.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QDir>
@@ -38,6 +39,17 @@ std::shared_ptr<HydStreamDataPayload> blockOf(const SignalSource& source, const 
         std::make_shared<HydStreamDataChunkV0>(0U, uint8_t{1}, code, uint16_t{kRate}, bytes, false));
     payload->streamType = StreamWave;
     return payload;
+}
+
+/// All that a signal gives in a minute, as one block.
+HydStreamDataChunkV0 wholeSignal(const SignalSource& source, const SampleFormat& format)
+{
+    constexpr unsigned count = kSeconds * kRate;
+    static_assert(count <= UINT16_MAX);
+    auto* bytes = new unsigned char[size_t{count} * format.bytesPerSample];
+    source.fill(0, count, format, bytes);
+    return {0U,    uint8_t{1}, static_cast<unsigned char>(format.bytesPerSample | 0x80U), uint16_t{count},
+            bytes, false};
 }
 
 /// A minute of a simulated signal, as the wave logger records it; gives the path.
@@ -116,6 +128,38 @@ private Q_SLOTS:
         QCOMPARE(judged.frames, qint64{kSeconds} * kRate);
         QCOMPARE(judged.frames, expected.frames);
         QVERIFY(judged.samples == expected.samples);
+    }
+
+    void mergedFileReplaysWhatWasRecorded_data()
+    {
+        QTest::addColumn<int>("bits");
+        for (int bits : {16, 24, 32})
+            QTest::addRow("%d bits", bits) << bits;
+    }
+    void mergedFileReplaysWhatWasRecorded()
+    {
+        QFETCH(int, bits);
+        constexpr int channels = 3;
+        MergeRig rig;
+        QList<uint16_t> serials;
+        for (int channel = 0; channel < channels; ++channel) {
+            serials << static_cast<uint16_t>(300 + channel);
+            rig.merger->addFile(record(rig.inputDir(), serials.last(), bits, signalOf(channel)));
+        }
+        rig.merger->setChannels(serials);
+        rig.merger->startMerge();
+        QCOMPARE(rig.outputs(), QStringList{kOutput});
+        WavReplay replay(rig.outputPath(kOutput));
+        QVERIFY(replay.prepare());
+        QVERIFY(replay.play());
+        QCOMPARE(replay.file.channelDevices().size(), channels);
+        const SampleFormat format{static_cast<unsigned>(bits / 8), false, 1};
+        for (int channel = 0; channel < channels; ++channel) {
+            QCOMPARE(replay.file.channelDevices()[channel].serialNo(), serials[channel]);
+            const HydStreamDataChunkV0 source = wholeSignal(SignalSource(signalOf(channel), kRate), format);
+            // Whole ticks of a second each, so there is no tail that isn't played.
+            QVERIFY(replay.samples(channel) == samplesOf(source));
+        }
     }
 
     // --- rainy day flows
