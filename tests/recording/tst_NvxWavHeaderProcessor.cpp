@@ -67,6 +67,28 @@ class tst_NvxWavHeaderProcessor : public NvxTestCase
 
 private Q_SLOTS:
     // --- happy flows
+    void kindOfTheRecordIsItsOwn_data()
+    {
+        QTest::addColumn<int>("recorded");
+        QTest::addColumn<int>("channels");
+        QTest::newRow("a recorder's record over two channels") << 1 << 2;
+        QTest::newRow("an array's record of fewer channels") << 2 << 5;
+    }
+    void kindOfTheRecordIsItsOwn()
+    {
+        QFETCH(int, recorded);
+        QFETCH(int, channels);
+        const QByteArray record = bytesOf(makeInfo(recorded)->fileBytes());
+        NvxWavHeaderProcessor processor(channels);
+        feed(processor,
+             WavBytes().head().format({.channels = quint16(channels)}).list(record).data(kSamples).bytes,
+             1025);
+        QCOMPARE(processor.errorCode(), WavHeaderGood);
+        const auto info = processor.header()->info();
+        QCOMPARE(dynamic_cast<NvxWavInfoDataHF*>(info.get()) != nullptr, recorded == 1);
+        QCOMPARE(bytesOf(info->fileBytes()), record);
+    }
+
     void readsWhatTheWriterWrites_data()
     {
         QTest::addColumn<int>("bits");

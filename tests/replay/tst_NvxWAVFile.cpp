@@ -148,6 +148,33 @@ private Q_SLOTS:
         QCOMPARE(file.headerSize(), 44U);
     }
 
+    void smallFileHidesItsListBehindTheSamples()
+    {
+        // The list counts as samples, and so does the header: intended.
+        WavBytes bytes;
+        bytes.head().format({.rate = 100}).data(QByteArray(400, 's')).list(bytesOf(makeInfo(1)->fileBytes()));
+        QVERIFY(bytes.bytes.size() < 1276);
+        NvxWAVFile file(m_dir.write(bytes.bytes));
+        QVERIFY(file.headerPrepare(true));
+        QCOMPARE(file.channelDevices().front().serialNo(), uint16_t{0});
+        QCOMPARE(firstSample(file), qint64{0});
+    }
+
+    void setupOfABigEndianFileSaysLittle()
+    {
+        // The blocks tell the order of their samples, the header always says little-endian: intended.
+        WavBytes bytes(true);
+        bytes.head()
+            .format({.rate = 8000})
+            .list(bytesOf(makeInfo(1)->fileBytes()))
+            .data(QByteArray(32000, 's'));
+        WavReplay replay(m_dir.write(bytes.bytes));
+        QVERIFY(replay.prepare());
+        QVERIFY(replay.play());
+        QVERIFY(!replay.headers.front().payload->streamSetupChunk()->wavSetup()->isBigEndian());
+        QVERIFY(replay.blocks.front().data().isBigEndian());
+    }
+
     void deviceAndHeaderOfEachChannel_data()
     {
         QTest::addColumn<int>("channels");
