@@ -1,0 +1,191 @@
+#include "NvxQtCommon/control/SActiveTrigger.h"
+
+#include <QStringList>
+
+#include <algorithm>
+
+namespace {
+
+constexpr uint8_t kStarted = 2;
+constexpr uint8_t kEnded = 6;
+constexpr uint8_t kFirstStreamState = 9;
+constexpr uint8_t kLastStreamState = 15;
+constexpr uint8_t kIdle = 0;
+constexpr uint8_t kActive = 2;
+const QString kTimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
+
+/// What begins with the first digit, of any script.
+QString fromFirstDigit(const QString& text)
+{
+    const auto digit = std::find_if(text.begin(), text.end(), [](QChar c) { return c.isDigit(); });
+    return text.mid(digit - text.begin());
+}
+
+/// What ends with the last digit.
+QString toLastDigit(const QString& text)
+{
+    const auto behind = std::find_if(text.rbegin(), text.rend(), [](QChar c) { return c.isDigit(); }).base();
+    return text.left(behind - text.begin()).trimmed();
+}
+
+QDateTime localTime(const QString& text)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
+    return QDateTime::fromString(text, kTimeFormat, 1900);
+#else
+    // Years have four digits, so a base year would change nothing.
+    return QDateTime::fromString(text, kTimeFormat);
+#endif
+}
+
+} // namespace
+
+SActiveTrigger::SActiveTrigger(const QString& line, TrigType lineType)
+{
+    read(line, lineType);
+}
+
+SActiveTrigger::SActiveTrigger(const QByteArray& line, TrigType /*type*/)
+    : type(line.isEmpty() ? TrigInvalid : TrigProgram)
+{
+}
+
+void SActiveTrigger::read(const QString& line, TrigType lineType)
+{
+    type = TrigInvalid;
+    const QStringList fields = line.split(QLatin1Char(','), Qt::KeepEmptyParts, Qt::CaseSensitive);
+    if (fields.size() < 4 || !fields[2].contains(QLatin1String("Epoch"))) {
+        trigger.eventTrg().regime = kIdle;
+        return;
+    }
+    const QDateTime stamp = localTime(fields[0].trimmed());
+    time = stamp.isValid() ? static_cast<uint64_t>(stamp.toSecsSinceEpoch()) : 0;
+    devId = HydDeviceId(DevTypeAny, static_cast<uint16_t>(fromFirstDigit(fields[1]).toInt()));
+    trigger.setTrigNum(static_cast<uint8_t>(fromFirstDigit(fields[2]).toInt()));
+    if (fields[3].contains(QLatin1String("Ended"))) {
+        state = kEnded;
+        trigger.eventTrg().regime = kIdle;
+    } else {
+        if (!fields[3].contains(QLatin1String("Seq")))
+            return;
+        if (fields.size() < 6) {
+            trigger.eventTrg().regime = kIdle;
+            return;
+        }
+        seq = fromFirstDigit(fields[3]).toULongLong();
+        const QStringList parts = fields[4].split(QLatin1Char(' '), Qt::KeepEmptyParts);
+        const QStringList edges = parts.value(1).split(QLatin1Char('-'));
+        trigger.setMinFreq(edges.value(0).toUInt());
+        trigger.setMaxFreq(edges.value(1).toUInt());
+        trigger.setTestType(parts.value(2).contains(QLatin1Char('<')) ? TestTypeBelow : TestTypeAbove);
+        trigger.setThreshold(static_cast<int16_t>(toLastDigit(parts.value(3)).toInt()));
+        trigger.setDuration(static_cast<uint16_t>(toLastDigit(fields[5]).toInt()));
+        state = kStarted;
+        trigger.eventTrg().regime = kActive;
+    }
+    type = lineType;
+    trigger.eventTrg().type = lineType;
+}
+
+QString SActiveTrigger::mes(bool /*unused*/) const
+{
+    switch (state) {
+    case 0:
+        return QStringLiteral("Inactive");
+    case 1:
+        return QStringLiteral("Pre-Event");
+    case kStarted:
+        return QStringLiteral("Started");
+    case 4:
+    case 7:
+        return QStringLiteral("Active");
+    case 5:
+        return QStringLiteral("Post-Event");
+    case kEnded:
+        return QStringLiteral("Ended");
+    case 9:
+        return QStringLiteral("Streaming is Started");
+    case 10:
+        return QStringLiteral("WAV Streaming is Started");
+    case 11:
+        return QStringLiteral("FFT Streaming is Started");
+    case 12:
+        return QStringLiteral("File WAV Streaming is Started");
+    case 13:
+        return QStringLiteral("File FFT Streaming is Started");
+    case 14:
+        return QStringLiteral("Streaming is Stopped");
+    case 15:
+        return QStringLiteral("File Streaming is Stopped");
+    default:
+        return QStringLiteral("Trigger's message");
+    }
+}
+
+QDateTime SActiveTrigger::logTime() const
+{
+    QDateTime local;
+    local.setSecsSinceEpoch(static_cast<qint64>(time));
+    return type == TrigProgram ? local.toUTC() : local;
+}
+
+QString SActiveTrigger::logMes(int percent, int measDur, int wholeCount) const
+{
+    return logMes(logTime(), percent, measDur, wholeCount);
+}
+
+QString SActiveTrigger::logMes(const QDateTime& dt, int percent, int measDur, int wholeCount) const
+{
+    const QString begin = dt.toString(kTimeFormat);
+    const QString serial = QString::number(devId.serialNo());
+    const bool isProgram = type == TrigProgram;
+    if (state >= kFirstStreamState && state <= kLastStreamState) {
+        const QString head = begin + (isProgram ? QStringLiteral(", P, ") : QStringLiteral(", D, ")) +
+                             serial + QStringLiteral(", , , ");
+        QString lines;
+        if (state == 12 || state == 13)
+            lines = head + QStringLiteral(" *************** File: ") + fileName +
+                    QStringLiteral(" *************** \n");
+        return lines + head + mes(false) + QLatin1Char('\n');
+    }
+    QString line = begin + (isProgram ? QStringLiteral(", P, ") : QStringLiteral(", U, ")) + serial +
+                   QStringLiteral(", E, ") + QString::number(trigger.trigNum() + (isProgram ? 1 : 0));
+    if (isProgram) {
+        line += details();
+        if (percent >= 1 && percent <= 99 && measCount != 0 && measDur > 0 && wholeCount > 0)
+            line += QStringLiteral(", ") +
+                    QString::number(static_cast<double>(measCount) / wholeCount * 100.0) + QLatin1Char('%');
+    } else if (type == TrigDevice && state == kEnded) {
+        line += QStringLiteral(", Ended");
+    } else if (type == TrigDevice && state == kStarted) {
+        line += details();
+    }
+    return line + QLatin1Char('\n');
+}
+
+QString SActiveTrigger::details() const
+{
+    const QString text = QStringLiteral(", ") + mes(false) + QStringLiteral(", S, ") + QString::number(seq);
+    switch (state) {
+    case 1:
+        return text + band() + QString::number(trigger.preTrigger());
+    case kStarted:
+        return text + band() + QString::number(trigger.duration());
+    case 5:
+        return text + band() + QString::number(trigger.eventHold());
+    case kEnded:
+        return text;
+    default:
+        // Directly behind the sequence number; this is intended.
+        return text + QString::number(trigger.duration());
+    }
+}
+
+QString SActiveTrigger::band() const
+{
+    const bool isBelow = trigger.testType() == TestTypeBelow;
+    return QStringLiteral(", ") + QString::number(trigger.minFreq()) + QLatin1Char('-') +
+           QString::number(trigger.maxFreq()) + QStringLiteral(" Hz, ") +
+           (isBelow ? QStringLiteral(" < ") : QStringLiteral(" > ")) + QString::number(trigger.threshold()) +
+           QStringLiteral(" uPa, Duration (sec): ");
+}
