@@ -1,5 +1,7 @@
 #include "merge-files/MergeWatch.h"
 
+#include "NvxQtCommon/replay/NvxWAVFile.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
@@ -13,6 +15,12 @@ constexpr int kShowMs = 100;
 
 } // namespace
 
+uint16_t recorderOf(const QString& path)
+{
+    NvxWAVFile file(path);
+    return file.headerPrepare(true) ? file.header()->info()->serialNo(1) : uint16_t{0};
+}
+
 MergeWatch::MergeWatch(NvxWavMerger& merger, const std::atomic<bool>& interrupted)
     : m_merger(merger), m_interrupted(interrupted), m_bytesBefore(outputBytes())
 {
@@ -21,8 +29,8 @@ MergeWatch::MergeWatch(NvxWavMerger& merger, const std::atomic<bool>& interrupte
     for (const QString& name : names) {
         const QString base = QFileInfo(name).baseName();
         const QDateTime time = NvxWavMerger::datetimeFromFname(base);
-        const auto serial = static_cast<uint16_t>(NvxWavMerger::serialFromFname(base));
-        if (merger.deviceChannel(serial) != 0 && time >= merger.startTime() && time <= merger.endTime())
+        if (merger.deviceChannel(recorderOf(name)) != 0 && time >= merger.startTime() &&
+            time <= merger.endTime())
             m_bytesExpected += QFileInfo(name).size();
     }
     connect(&merger, &NvxWavMerger::mergeStatusMsg, this, &MergeWatch::showStatus);

@@ -8,6 +8,11 @@
 #include <QTimer>
 
 #include <atomic>
+#include <cstdint>
+
+/// Serial number of the recorder of a file, as its header tells it; 0 for a file without. Names hold four
+/// digits of it.
+uint16_t recorderOf(const QString& path);
 
 /// Shows on the terminal what a merger does, and aborts it when `interrupted` becomes true. The merger
 /// processes events between blocks, so a timer gets through.

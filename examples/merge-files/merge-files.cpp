@@ -57,8 +57,10 @@ QStringList filesOf(const QStringList& arguments)
 QDateTime timeOf(const QString& text)
 {
     QDateTime time = QDateTime::fromString(text, Qt::ISODate);
-    time.setTimeSpec(Qt::UTC);
-    return time;
+    // Without an offset it is UTC, as names of files are.
+    if (time.timeSpec() == Qt::LocalTime)
+        time.setTimeSpec(Qt::UTC);
+    return time.toUTC();
 }
 
 /// Channels as the options say; without any, the recorders by their serial numbers.
@@ -78,7 +80,7 @@ QString readChannels(const QStringList& values, NvxWavMerger& merger)
         std::set<uint16_t> serials;
         const QStringList names = merger.fileList();
         for (const QString& name : names)
-            serials.insert(static_cast<uint16_t>(NvxWavMerger::serialFromFname(QFileInfo(name).baseName())));
+            serials.insert(recorderOf(name));
         serials.erase(0);
         merger.setChannels(QList<uint16_t>(serials.begin(), serials.end()));
     }

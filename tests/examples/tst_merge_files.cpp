@@ -111,14 +111,50 @@ private Q_SLOTS:
         QVERIFY(dataOfWav(pathOf(0)) == fileAt(9, QStringLiteral("40")).samples());
     }
 
+    void keepsToTheTimeRange_data()
+    {
+        QTest::addColumn<QString>("offset");
+        QTest::newRow("UTC") << QString();
+        QTest::newRow("UTC, told") << QStringLiteral("Z");
+    }
     void keepsToTheTimeRange()
     {
+        QFETCH(QString, offset);
         makeInputs({QStringLiteral("40"), QStringLiteral("41"), QStringLiteral("42"), QStringLiteral("43")});
-        const Ended ended = merge({QStringLiteral("--start"), QStringLiteral("2024-02-29T12:41:00"),
-                                   QStringLiteral("--end"), QStringLiteral("2024-02-29T12:42:00"), in()});
+        const Ended ended =
+            merge({QStringLiteral("--start"), QStringLiteral("2024-02-29T12:41:00") + offset,
+                   QStringLiteral("--end"), QStringLiteral("2024-02-29T12:42:00") + offset, in()});
         QCOMPARE(ended.code, 0);
         QCOMPARE(outputs(), (QStringList{QStringLiteral("MERGED_20240229_124100.wav"),
                                          QStringLiteral("MERGED_20240229_124200.wav")}));
+    }
+
+    void offsetOfTheTimeRangeCounts()
+    {
+        makeInputs({QStringLiteral("40"), QStringLiteral("41"), QStringLiteral("42")});
+        const Ended ended =
+            merge({QStringLiteral("--start"), QStringLiteral("2024-02-29T14:41:00+02:00"), in()});
+        QCOMPARE(ended.code, 0);
+        QCOMPARE(outputs(), (QStringList{QStringLiteral("MERGED_20240229_124100.wav"),
+                                         QStringLiteral("MERGED_20240229_124200.wav")}));
+        QDir(out()).removeRecursively();
+        QCOMPARE(merge({QStringLiteral("--end"), QStringLiteral("2024-02-29T14:40:00+02:00"), in()}).code, 0);
+        QCOMPARE(outputs(), QStringList{QStringLiteral("MERGED_20240229_124000.wav")});
+    }
+
+    void recordersOfFiveDigits()
+    {
+        for (const uint16_t serial : {12345, 2345})
+            QVERIFY(!writeMergeFile(in(), fileAt(serial, QStringLiteral("40"))).isEmpty());
+        const Ended ended = merge({in()});
+        QCOMPARE(ended.code, 0);
+        QCOMPARE(outputs(), QStringList{QStringLiteral("MERGED_20240229_124000.wav")});
+        QCOMPARE(judgeWav(pathOf(0)).channels, 2);
+        // And alone, on a channel of its own choice.
+        QDir(out()).removeRecursively();
+        const Ended alone = merge({QStringLiteral("--channel"), QStringLiteral("1=12345"), in()});
+        QCOMPARE(alone.code, 0);
+        QCOMPARE(judgeWav(pathOf(0)).channels, 1);
     }
 
     void takesFilesOfTheLengthThatItIsTold()
