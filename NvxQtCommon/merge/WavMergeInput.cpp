@@ -18,7 +18,8 @@ QString WavMergeInput::absolutePath() const
 std::shared_ptr<NvxWavInfoDataHF> WavMergeInput::recorder() const
 {
     const auto header = m_file.header();
-    return header && header->fmt() ? std::dynamic_pointer_cast<NvxWavInfoDataHF>(header->info()) : nullptr;
+    const bool isMono = header && header->fmt() && header->fmt()->numChannels() == 1;
+    return isMono ? std::dynamic_pointer_cast<NvxWavInfoDataHF>(header->info()) : nullptr;
 }
 
 std::shared_ptr<NvxWavFmtData> WavMergeInput::format() const

@@ -330,6 +330,25 @@ private Q_SLOTS:
     }
 
     // --- rainy day flows
+    void recordersOfSeveralChannelsAreUnsupported()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile mono;
+        mono.serial = 7;
+        const QString path = rig.add(mono);
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        // Two channels, twice the bytes a second, four bytes a frame.
+        const QByteArray format("\2\0\xC8\0\0\0\x20\3\0\0\4\0", 12);
+        QVERIFY(file.seek(22) && file.write(format) == format.size());
+        file.close();
+        rig.merger->startMerge();
+        QVERIFY(rig.logLines().contains(
+            QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") + path));
+        QVERIFY(rig.outputs().isEmpty());
+    }
+
     void moreChannelsThanThereAreNumbers()
     {
         NvxWavMerger merger;

@@ -458,8 +458,10 @@ private Q_SLOTS:
         NvxWavMerger* const merger = rig.merger.get();
         QTimer::singleShot(0, merger, [merger] { merger->startMerge(); });
         connect(merger, &NvxWavMerger::mergeComplete, merger, [merger] { merger->startMerge(); });
+        qsizetype statuses = 0;
+        connect(merger, &NvxWavMerger::mergeStatusMsg, merger, [&] { ++statuses, merger->startMerge(); });
         merger->startMerge();
-        QCOMPARE(rig.logLinesWith(QStringLiteral("A merge is already running.")).size(), 2);
+        QCOMPARE(rig.logLinesWith(QStringLiteral("A merge is already running.")).size(), 2 + statuses);
         QCOMPARE(rig.signalsSeen.filter(QStringLiteral("Merge Log File")).size(), 1);
         QCOMPARE(rig.signalsSeen.count(QStringLiteral("complete")), 1);
         QCOMPARE(rig.outputs(), QStringList{kOutput});

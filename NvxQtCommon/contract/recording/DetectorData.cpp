@@ -26,7 +26,9 @@ void appendEvent(std::string& out, const SEventStatistics& event)
 template <class Data, class Statistics>
 std::unique_ptr<Data> makeRecord(const std::shared_ptr<Statistics>& statistics)
 {
-    return statistics ? std::make_unique<Data>(*statistics) : nullptr;
+    if (!statistics)
+        return nullptr;
+    return std::make_unique<Data>(*statistics);
 }
 
 } // namespace
