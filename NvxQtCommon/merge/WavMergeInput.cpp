@@ -1,5 +1,7 @@
 #include "NvxQtCommon/merge/WavMergeInput.h"
 
+#include "NvxQtCommon/replay/NvxDataThread.h"
+
 #include <QFileInfo>
 
 #include <algorithm>
@@ -32,7 +34,7 @@ void WavMergeInput::open(unsigned width)
 {
     m_width = width;
     m_block.resize(kBlockSamples * width);
-    if (NvxWAVFile::openForReading(m_file.file()))
+    if (NvxDataThread::openForReading(m_file.file()))
         m_file.seekToSec(0);
 }
 

@@ -1,5 +1,7 @@
 #include "NvxQtCommon/replay/NvxDataThread.h"
 
+#include <QFileInfo>
+
 #include <limits>
 
 namespace {
@@ -12,6 +14,12 @@ int intervalOf(qint64 ms)
 }
 
 } // namespace
+
+bool NvxDataThread::openForReading(QFile& file)
+{
+    file.close();
+    return QFileInfo(file.fileName()).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+}
 
 NvxDataThread::NvxDataThread(const QString& fileName, QObject* parent)
     : QThread(parent), m_timer(new QTimer(this)), m_fileName(fileName)

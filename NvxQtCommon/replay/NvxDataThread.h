@@ -5,6 +5,7 @@
 #include "NvxQtCommon/contract/stream/StreamPayloads.h"
 #include "NvxQtCommon/control/MetaTypes.h"
 
+#include <QFile>
 #include <QString>
 #include <QThread>
 #include <QTimer>
@@ -25,6 +26,10 @@ public:
     NvxDataThread(const QString& fileName, QObject* parent);
     /// Stops the timer and asks a thread that has not finished to quit, without waiting.
     ~NvxDataThread() override;
+
+    /// Opens an ordinary file for reading, anew if it is open, and nothing that could wait or never end: no
+    /// directory, device or pipe.
+    static bool openForReading(QFile& file);
 
     const QString& fileName() const { return m_fileName; }
     /// Period of the ticks in milliseconds, 500 until set.

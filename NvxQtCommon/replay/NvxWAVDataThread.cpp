@@ -2,7 +2,6 @@
 
 #include "NvxQtCommon/contract/base/CopyBytes.h"
 #include "NvxQtCommon/contract/stream/FftParams.h"
-#include "NvxQtCommon/replay/NvxWAVFile.h"
 
 #include <QPointer>
 
@@ -82,7 +81,7 @@ bool NvxWAVDataThread::seekToSec(unsigned sec)
 void NvxWAVDataThread::run()
 {
     m_file.setFileName(fileName());
-    if (m_header && NvxWAVFile::openForReading(m_file)) {
+    if (m_header && openForReading(m_file)) {
         m_file.seek(m_dataStart);
         // Cut to 32 bits; this is intended.
         const auto end = static_cast<quint32>(m_dataStart) + m_header->dataSize();

@@ -136,12 +136,6 @@ NvxWAVFile::~NvxWAVFile() = default;
 
 // --- header
 
-bool NvxWAVFile::openForReading(QFile& file)
-{
-    file.close();
-    return QFileInfo(file.fileName()).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-}
-
 bool NvxWAVFile::headerPrepare(bool freshLog)
 {
     m_header.reset();
@@ -189,7 +183,7 @@ int NvxWAVFile::scanChannels()
 
 bool NvxWAVFile::readHeader()
 {
-    if (!openForReading(m_file))
+    if (!NvxDataThread::openForReading(m_file))
         return false;
     NvxWavHeaderProcessor processor(scanChannels());
     const qint64 fileSize = m_file.size();
@@ -226,7 +220,7 @@ bool NvxWAVFile::readHeader()
 
 bool NvxWAVFile::readTailList(NvxWavHeaderProcessor& processor)
 {
-    if (!openForReading(m_file))
+    if (!NvxDataThread::openForReading(m_file))
         return false;
     const qint64 start = m_file.size() - kTailBytes;
     QByteArray tail;

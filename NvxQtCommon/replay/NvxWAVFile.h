@@ -57,10 +57,6 @@ public:
     void setReplayVel(ReplayFILEVelocity vel, int channels);
     void setAdjacent(bool adjacent, int channels);
 
-    /// Opens an ordinary file for reading, and nothing that could wait or never end: no directory, device or
-    /// pipe.
-    static bool openForReading(QFile& file);
-
 public Q_SLOTS:
     /// Adds a line on the impulse to the texts of the device, if it is one of this file's.
     void handleImp(std::shared_ptr<SImpulseStatistics> imps, HydDeviceId devId);
