@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr int kLookMs = 20;
 constexpr int kShowMs = 100;
 
 } // namespace
@@ -21,8 +20,7 @@ uint16_t recorderOf(const QString& path)
     return file.headerPrepare(true) ? file.header()->info()->serialNo(1) : uint16_t{0};
 }
 
-MergeWatch::MergeWatch(NvxWavMerger& merger, const std::atomic<bool>& interrupted)
-    : m_merger(merger), m_interrupted(interrupted), m_bytesBefore(outputBytes())
+MergeWatch::MergeWatch(NvxWavMerger& merger) : m_merger(merger), m_bytesBefore(outputBytes())
 {
     // The merger has no progress of its own: an output is as large as the files that go into it.
     const QStringList names = merger.fileList();
@@ -39,25 +37,16 @@ MergeWatch::MergeWatch(NvxWavMerger& merger, const std::atomic<bool>& interrupte
         m_isFailed = true;
         QTextStream(stderr) << "\nmerge-files: " << reason << Qt::endl;
     });
-    connect(&m_timer, &QTimer::timeout, this, &MergeWatch::look);
-    m_timer.start(kLookMs);
-    m_sinceShown.start();
+    connect(&m_timer, &QTimer::timeout, this, &MergeWatch::showProgress);
+    m_timer.start(kShowMs);
 }
 
 void MergeWatch::showStatus(const QString& status)
 {
     QTextStream(stdout) << status << Qt::endl;
-    if (status.startsWith(QLatin1String("Merging file: ")))
-        ++m_fileCount;
-}
-
-void MergeWatch::look()
-{
-    if (m_interrupted)
-        m_merger.abortMerge();
-    if (m_sinceShown.elapsed() < kShowMs)
+    if (!status.startsWith(QLatin1String("Merging file: ")))
         return;
-    m_sinceShown.restart();
+    ++m_fileCount;
     showProgress();
 }
 

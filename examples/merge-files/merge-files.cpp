@@ -1,6 +1,7 @@
 // Merges the wave files of several recorders into files with a channel for each recorder.
 
 #include "merge-files/MergeWatch.h"
+#include "shared/InterruptWatch.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -8,8 +9,6 @@
 #include <QFileInfo>
 #include <QTextStream>
 
-#include <atomic>
-#include <csignal>
 #include <set>
 
 namespace {
@@ -21,13 +20,6 @@ enum ExitCode {
     Aborted = 3,
     DiskError = 5,
 };
-
-std::atomic<bool> g_interrupted = false;
-
-extern "C" void noteInterrupt(int)
-{
-    g_interrupted = true;
-}
 
 int fail(ExitCode code, const QString& sentence)
 {
@@ -145,10 +137,11 @@ int main(int argc, char* argv[])
         parser.addOption({QString::fromLatin1(name), QString::fromLatin1(text), QString::fromLatin1(value),
                           QString::fromLatin1(standard)});
     };
-    option("channel",
-           "Puts a recorder on a channel; once for each. Without it, the serial numbers in the names of the "
-           "files go to channel 1 and so on.",
-           "N=SERIAL", "");
+    option(
+        "channel",
+        "Puts a recorder on a channel; once for each. Without it, the recorders of the files go to channel 1 "
+        "and so on, by their serial numbers.",
+        "N=SERIAL", "");
     option("start", "Start of the time range in UTC, that of the first file without it.", "TIME", "");
     option("end", "Last time at which a file may begin, that of the last file without it.", "TIME", "");
     option("minutes", "Length of the files; others are left out.", "N", "1");
@@ -164,10 +157,9 @@ int main(int argc, char* argv[])
     if (!QDir().mkpath(merger.outputDir()))
         return fail(DiskError, QStringLiteral("the directory %1 can't be made.").arg(merger.outputDir()));
 
-    // A signal handler may do next to nothing, so a timer of the watch looks at its mark.
-    std::signal(SIGINT, noteInterrupt);
-    std::signal(SIGTERM, noteInterrupt);
-    const MergeWatch watch(merger, g_interrupted);
+    const InterruptWatch interrupts;
+    QObject::connect(&interrupts, &InterruptWatch::interrupted, &merger, &NvxWavMerger::abortMerge);
+    const MergeWatch watch(merger);
     merger.startMerge();
     if (watch.isFailed())
         return DiskError;

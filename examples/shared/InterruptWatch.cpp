@@ -5,7 +5,8 @@
 
 namespace {
 
-constexpr int kWatchMs = 100;
+// Short, since a merge writes tens of megabytes meanwhile.
+constexpr int kWatchMs = 20;
 
 std::atomic<bool> g_interrupted = false;
 

@@ -5,8 +5,8 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QtEndian>
 
 #include <csignal>
 
@@ -55,6 +55,24 @@ private:
             for (uint16_t serial : {7, 9})
                 QVERIFY(!writeMergeFile(in(), fileAt(serial, minute)).isEmpty());
         }
+    }
+    /// Five minutes of nothing, which are long to merge and take no room on the disk.
+    void makeLongInput(uint16_t serial) const
+    {
+        MergeFile file = fileAt(serial, QStringLiteral("40"));
+        file.seconds = 0;
+        file.rate = 512000;
+        file.bits = 32;
+        QFile wave(writeMergeFile(in(), file));
+        const qint64 header = wave.size();
+        const qint64 data = qint64{300} * file.rate * 4;
+        QVERIFY(wave.open(QIODevice::ReadWrite) && wave.resize(header + data));
+        const auto putSize = [&wave](qint64 offset, qint64 size) {
+            uchar bytes[4];
+            qToLittleEndian(static_cast<quint32>(size), bytes);
+            return wave.seek(offset) && wave.write(reinterpret_cast<char*>(bytes), 4) == 4;
+        };
+        QVERIFY(putSize(4, header + data - 8) && putSize(header - 4, data));
     }
     static MergeFile fileAt(uint16_t serial, const QString& minute)
     {
@@ -177,26 +195,51 @@ private Q_SLOTS:
         QCOMPARE(judgeWav(pathOf(0)).channels, 2);
     }
 
-    void showsProgressAndStopsAtCtrlC()
+    void writesIntoMergedByDefault()
     {
-        // Large enough not to be through before anybody can press a key.
-        for (uint16_t serial : {7, 9}) {
-            MergeFile file;
-            file.serial = serial;
-            file.bits = 32;
-            file.rate = 256000;
-            QVERIFY(!writeMergeFile(in(), file).isEmpty());
-        }
+        makeInputs({QStringLiteral("40")});
         QProcess process;
-        process.start(QStringLiteral(NVX_MERGE_FILES), {QStringLiteral("--out"), out(), in()});
+        process.setWorkingDirectory(m_folder->path());
+        process.start(QStringLiteral(NVX_MERGE_FILES), {in()});
+        QCOMPARE(endOf(process).code, 0);
+        const QDir merged(m_folder->filePath(QStringLiteral("merged")));
+        QCOMPARE(merged.entryList({QStringLiteral("*.wav")}, QDir::Files),
+                 QStringList{QStringLiteral("MERGED_20240229_124000.wav")});
+        QCOMPARE(merged.entryList({QStringLiteral("MERGELOG_*.txt")}, QDir::Files).size(), 1);
+    }
+
+    void showsProgress()
+    {
+        makeInputs({QStringLiteral("40"), QStringLiteral("41"), QStringLiteral("42"), QStringLiteral("43")});
+        const Ended ended = merge({in()});
+        QCOMPARE(ended.code, 0);
+        // What was written, as a part of what goes in.
+        for (const char* line : {"124000\n  0 %\r", "124100\n 24 %\r", "124200\n 49 %\r", "124300\n 74 %\r"})
+            QVERIFY2(ended.output.contains(QLatin1String(line)), qPrintable(ended.output));
+    }
+
+    void stopsWhenAsked_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("Ctrl-C") << SIGINT;
+        QTest::newRow("SIGTERM") << SIGTERM;
+    }
+    void stopsWhenAsked()
+    {
+        QFETCH(int, signal);
+        for (uint16_t serial : {7, 9})
+            makeLongInput(serial);
+        QProcess process;
+        process.start(QStringLiteral(NVX_MERGE_FILES), {QStringLiteral("--minutes"), QStringLiteral("5"),
+                                                        QStringLiteral("--out"), out(), in()});
         QString output;
         QVERIFY(QTest::qWaitFor(
             [&] {
                 output += QString::fromUtf8(process.readAllStandardOutput());
-                return output.contains(QRegularExpression(QStringLiteral("\n *\\d+ %\r")));
+                return output.contains(QStringLiteral("MERGED_20240229_124000\n  0 %\r"));
             },
             30000));
-        ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+        ::kill(static_cast<pid_t>(process.processId()), signal);
         const Ended ended = endOf(process);
         QVERIFY2(ended.code == 3, qPrintable(ended.errors));
         QVERIFY(ended.errors.contains(QStringLiteral("merge-files: aborted; the last file is short.")));
@@ -204,7 +247,7 @@ private Q_SLOTS:
         QCOMPARE(wholeFileObjection(pathOf(0)), QString());
         const JudgedWav wav = judgeWav(pathOf(0));
         QCOMPARE(wav.channels, 2);
-        QVERIFY(wav.frames > 0 && wav.frames < 60 * 256000);
+        QVERIFY(wav.frames > 0 && wav.frames < 300 * 512000);
     }
 
     // --- rainy day flows
