@@ -1,5 +1,5 @@
 #include "FileSwap.h"
-#include "MergeFiles.h"
+#include "MergeParts.h"
 
 #include "WavJudge.h"
 #include "tests/support/NvxTestCase.h"
@@ -12,76 +12,11 @@
 #include <QTimer>
 #include <QtEndian>
 
-#include <csignal>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr qint64 kBlock = 4096;
-const QString kOutput = QStringLiteral("MERGED_20240229_124000.wav");
-const QString kAdvice =
-    QStringLiteral("\nPlease ensure that there is space on the disk and that you have permission to write to "
-                   "the destination directory.");
-
-/// No file of this process may grow beyond `bytes` while this lives: a disk that is full at any byte we like.
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit{bytes, m_before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit m_before{};
-};
-
-/// Two recorders with a file each, 7 on channel 1 and 9 on channel 2.
-class TwoFiles : public MergeRig
-{
-public:
-    explicit TwoFiles(const MergeFile& like = {})
-    {
-        merger->setChannels({7, 9});
-        first = second = like;
-        first.serial = 7;
-        second.serial = 9;
-        firstPath = add(first);
-        secondPath = add(second);
-    }
-    /// Calls `step` once, ahead of the first block.
-    void beforeMerging(const std::function<void()>& step)
-    {
-        QObject::connect(merger.get(), &NvxWavMerger::mergeStatusMsg, merger.get(),
-                         [step](const QString& status) {
-                             if (status == QLatin1String("Starting Merge."))
-                                 step();
-                         });
-    }
-    QByteArray merged() const { return dataOfWav(outputPath(kOutput)); }
-
-    MergeFile first;
-    MergeFile second;
-    QString firstPath;
-    QString secondPath;
-};
-
-/// Files of ten samples, which a merge of length 0 takes.
-MergeFile tinyFile()
-{
-    MergeFile file;
-    file.seconds = 0;
-    file.moreFrames = 10;
-    return file;
-}
 
 QByteArray bytesOf(const QString& path)
 {
@@ -95,17 +30,6 @@ bool replaceBy(const QString& path, const QByteArray& bytes)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
-void keepCalling(QObject* context, const std::function<void()>& step)
-{
-    QMetaObject::invokeMethod(
-        context,
-        [context, step] {
-            step();
-            keepCalling(context, step);
-        },
-        Qt::QueuedConnection);
-}
-
 /// Bytes of this process that lie in memory now.
 qint64 residentBytes()
 {
@@ -117,14 +41,12 @@ qint64 residentBytes()
 
 } // namespace
 
-/// Inputs, disks and applications that do what nobody wants. CTest ends a test that doesn't end by itself.
+/// Inputs and disks that do what nobody wants. CTest ends a test that doesn't end by itself.
 class tst_NvxWavMergerFaults : public NvxTestCase
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR); }
-
     // --- happy flows
     void memoryDoesNotGrowWithTheFiles()
     {
@@ -189,20 +111,6 @@ private Q_SLOTS:
         // The others are merged all the same.
         QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
         QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
-    }
-
-    void filesOfArraysAreUnsupported()
-    {
-        TwoFiles rig;
-        rig.merger->startMerge();
-        MergeRig again;
-        again.merger->setChannels({7, 9});
-        const QString path = rig.outputPath(kOutput);
-        again.merger->addFile(path);
-        again.merger->startMerge();
-        QVERIFY(again.logLines().contains(
-            QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") + path));
-        QVERIFY(again.outputs().isEmpty());
     }
 
     void everyTruncation()
@@ -450,139 +358,6 @@ private Q_SLOTS:
         QCOMPARE(rig.signalsSeen.last(),
                  QStringLiteral("failed: The wave file cannot be created in the recording directory.") +
                      kAdvice);
-    }
-
-    void aSecondStartIsIgnored()
-    {
-        TwoFiles rig;
-        NvxWavMerger* const merger = rig.merger.get();
-        QTimer::singleShot(0, merger, [merger] { merger->startMerge(); });
-        connect(merger, &NvxWavMerger::mergeComplete, merger, [merger] { merger->startMerge(); });
-        qsizetype statuses = 0;
-        connect(merger, &NvxWavMerger::mergeStatusMsg, merger, [&] { ++statuses, merger->startMerge(); });
-        merger->startMerge();
-        QCOMPARE(rig.logLinesWith(QStringLiteral("A merge is already running.")).size(), 2 + statuses);
-        QCOMPARE(rig.signalsSeen.filter(QStringLiteral("Merge Log File")).size(), 1);
-        QCOMPARE(rig.signalsSeen.count(QStringLiteral("complete")), 1);
-        QCOMPARE(rig.outputs(), QStringList{kOutput});
-        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
-    }
-
-    void removingFilesInTheMiddle_data()
-    {
-        QTest::addColumn<bool>("inEvents");
-        QTest::newRow("between blocks") << true;
-        QTest::newRow("ahead of the first block") << false;
-    }
-    void removingFilesInTheMiddle()
-    {
-        QFETCH(bool, inEvents);
-        TwoFiles rig;
-        const auto removeAll = [&rig] {
-            for (int i = 0; i < 2; ++i) {
-                rig.merger->removeFile(rig.firstPath);
-                rig.merger->removeFile(rig.secondPath);
-            }
-        };
-        if (inEvents)
-            QTimer::singleShot(0, rig.merger.get(), removeAll);
-        else
-            rig.beforeMerging(removeAll);
-        rig.merger->startMerge();
-        // The plan stands.
-        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
-        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
-        QCOMPARE(rig.merger->numFiles(), 2);
-        // They are no longer among the opened ones: a second build takes them for new.
-        rig.merger->startMerge();
-        QCOMPARE(rig.logLinesWith(QStringLiteral("Adding file to merge plan")).size(), 4);
-    }
-
-    void removedByItsAbsolutePathOnly_data()
-    {
-        QTest::addColumn<bool>("isAbsolute");
-        QTest::addColumn<bool>("removesAbsolute");
-        QTest::addColumn<bool>("isRemoved");
-        QTest::newRow("both absolute") << true << true << true;
-        QTest::newRow("removed by a relative name") << true << false << true;
-        QTest::newRow("added by a relative name") << false << true << false;
-        QTest::newRow("both relative") << false << false << false;
-    }
-    void removedByItsAbsolutePathOnly()
-    {
-        QFETCH(bool, isAbsolute);
-        QFETCH(bool, removesAbsolute);
-        QFETCH(bool, isRemoved);
-        MergeRig rig;
-        const QString before = QDir::currentPath();
-        const auto goBack = qScopeGuard([before] { QDir::setCurrent(before); });
-        QVERIFY(QDir::setCurrent(rig.inputDir()));
-        const QString path = writeMergeFile(rig.inputDir(), {});
-        const QString name = QFileInfo(path).fileName();
-        rig.merger->addFile(isAbsolute ? path : name);
-        rig.merger->startMerge();
-        rig.merger->removeFile(removesAbsolute ? path : name);
-        rig.merger->startMerge();
-        QCOMPARE(rig.logLinesWith(QStringLiteral("Adding file to merge plan")).size(), isRemoved ? 2 : 1);
-    }
-
-    void deletionUnderASignal_data()
-    {
-        QTest::addColumn<QString>("trigger");
-        for (const char* trigger :
-             {"status: Merge Log File: ", "status: Building", "status: Starting", "status: Merging",
-              "complete", "aborted", "failed: No files", "failed: The"})
-            QTest::newRow(trigger) << QString::fromLatin1(trigger);
-    }
-    void deletionUnderASignal()
-    {
-        QFETCH(QString, trigger);
-        TwoFiles rig;
-        NvxWavMerger* const merger = rig.merger.get();
-        if (trigger == QLatin1String("aborted"))
-            merger->abortMerge();
-        MergeRig empty;
-        MergeRig& used = trigger.startsWith(QLatin1String("failed: No")) ? empty : rig;
-        if (trigger == QLatin1String("failed: The"))
-            used.merger->setOutputDir(QStringLiteral("/nowhere"));
-        NvxWavMerger* const victim = used.merger.get();
-        const auto look = [&used, trigger] {
-            if (!used.signalsSeen.isEmpty() && used.signalsSeen.last().startsWith(trigger))
-                used.merger.reset();
-        };
-        connect(victim, &NvxWavMerger::mergeStatusMsg, victim, look);
-        connect(victim, &NvxWavMerger::mergeFailed, victim, look);
-        connect(victim, &NvxWavMerger::mergeAborted, victim, look);
-        connect(victim, &NvxWavMerger::mergeComplete, victim, look);
-        victim->startMerge();
-        QVERIFY(!used.merger);
-        QVERIFY(used.signalsSeen.last().startsWith(trigger));
-    }
-
-    void deletionBetweenBlocks_data()
-    {
-        QTest::addColumn<int>("block");
-        QTest::newRow("first") << 1;
-        QTest::newRow("second") << 2;
-        QTest::newRow("last") << 3;
-    }
-    void deletionBetweenBlocks()
-    {
-        QFETCH(int, block);
-        TwoFiles rig;
-        NvxWavMerger* const merger = rig.merger.get();
-        int calls = 0;
-        QObject context;
-        keepCalling(&context, [&] {
-            if (++calls == block)
-                rig.merger.reset();
-        });
-        merger->startMerge();
-        QCOMPARE(calls, block);
-        // The file in work is completed.
-        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
-        QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, std::min<qint64>(block * kBlock, 12000));
-        QVERIFY(rig.logLinesWith(QStringLiteral("merged.")).isEmpty());
     }
 };
 

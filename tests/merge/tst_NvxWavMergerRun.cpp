@@ -1,5 +1,5 @@
 #include "FileSwap.h"
-#include "MergeFiles.h"
+#include "MergeParts.h"
 
 #include "NvxQtCommon/contract/recording/NvxWavInfoDataTMI.h"
 #include "NvxQtCommon/replay/NvxWAVFile.h"
@@ -7,14 +7,8 @@
 #include "tests/support/NvxTestCase.h"
 
 #include <QFile>
-#include <QTimer>
-
-#include <thread>
 
 namespace {
-
-constexpr qint64 kBlock = 4096;
-const QString kOutput = QStringLiteral("MERGED_20240229_124000.wav");
 
 /// The array record of an output file.
 std::shared_ptr<NvxWavInfoDataTMI> recordOf(const QString& path)
@@ -30,21 +24,9 @@ bool appendTo(const QString& path, const QByteArray& bytes)
     return file.open(QIODevice::Append) && file.write(bytes) == bytes.size();
 }
 
-/// Calls `step` again and again for as long as events are processed.
-void keepCalling(QObject* context, const std::function<void()>& step)
-{
-    QMetaObject::invokeMethod(
-        context,
-        [context, step] {
-            step();
-            keepCalling(context, step);
-        },
-        Qt::QueuedConnection);
-}
-
 } // namespace
 
-/// What a plan becomes: the output files, their records, and the end of a merge.
+/// What a plan becomes: the output files, their records, and their end.
 class tst_NvxWavMergerRun : public NvxTestCase
 {
     Q_OBJECT
@@ -467,74 +449,6 @@ private Q_SLOTS:
         QVERIFY(rig.logLines().contains(QStringLiteral("No channel to merge at 2024-02-29 12:40:00.")));
         QCOMPARE(rig.outputs(), QStringList{QStringLiteral("MERGED_20240229_124100.wav")});
         QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
-    }
-
-    void abortBetweenBlocks()
-    {
-        MergeRig rig;
-        rig.merger->setChannels({7, 9});
-        MergeFile file;
-        file.bits = 24;
-        file.rate = 300;
-        for (const char* stamp : {"20240229_124000", "20240229_124100"}) {
-            for (uint16_t serial : {7, 9}) {
-                file.stamp = QLatin1String(stamp);
-                file.serial = serial;
-                rig.add(file);
-            }
-        }
-        QTimer::singleShot(0, rig.merger.get(), [&rig] { rig.merger->abortMerge(); });
-        rig.merger->startMerge();
-        QCOMPARE(rig.signalsSeen.mid(rig.signalsSeen.size() - 2),
-                 (QStringList{QStringLiteral("status: Merging file: MERGED_20240229_124000"),
-                              QStringLiteral("aborted")}));
-        // The short file is complete, and counts as merged. This is intended.
-        QCOMPARE(rig.logLines().mid(rig.logLines().size() - 3),
-                 (QStringList{QStringLiteral("Created file: MERGED_20240229_124000"),
-                              QStringLiteral("MERGED_20240229_124000 merged."),
-                              QStringLiteral("Merge Aborted!")}));
-        QCOMPARE(rig.outputs(), QStringList{kOutput});
-        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
-        file.stamp = QStringLiteral("20240229_124000");
-        file.serial = 7;
-        const QByteArray first = file.samples();
-        file.serial = 9;
-        QVERIFY(dataOfWav(rig.outputPath(kOutput)) ==
-                woven({first.left(kBlock * 3), file.samples().left(kBlock * 3)}, 3));
-    }
-
-    void abortAheadOfTheFirstBlock()
-    {
-        MergeRig rig;
-        rig.merger->setChannels({7});
-        MergeFile file;
-        file.serial = 7;
-        rig.add(file);
-        NvxWavMerger* const merger = rig.merger.get();
-        connect(merger, &NvxWavMerger::mergeStatusMsg, merger, [merger](const QString& status) {
-            if (status.startsWith(QLatin1String("Merging file")))
-                std::thread([merger] { merger->abortMerge(); }).join();
-        });
-        rig.merger->startMerge();
-        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("aborted"));
-        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
-        QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, qint64{0});
-        QVERIFY(rig.logLines().contains(QStringLiteral("MERGED_20240229_124000 merged.")));
-    }
-
-    void abortAheadOfTheMerge()
-    {
-        MergeRig rig;
-        rig.merger->setChannels({7});
-        MergeFile file;
-        file.serial = 7;
-        rig.add(file);
-        rig.merger->abortMerge();
-        rig.merger->startMerge();
-        QVERIFY(rig.outputs().isEmpty());
-        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("aborted"));
-        QCOMPARE(rig.logLines().last(), QStringLiteral("Merge Aborted!"));
-        QVERIFY(!rig.signalsSeen.contains(QStringLiteral("complete")));
     }
 };
 
