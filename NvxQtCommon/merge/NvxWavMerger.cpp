@@ -96,7 +96,14 @@ void NvxWavMerger::log(const QString& message)
     if (m_logStream.device() == nullptr)
         return;
     m_logStream << '[' << stampText(QDateTime::currentDateTime()) << "]: " << message << '\n';
+    flushLog();
+}
+
+void NvxWavMerger::flushLog()
+{
     m_logStream.flush();
+    // A stream that has failed once would take no more, though the disk may have room again.
+    m_logStream.resetStatus();
 }
 
 void NvxWavMerger::buildMergePlan()
@@ -190,5 +197,5 @@ void NvxWavMerger::logMergePlan()
             m_logStream << '\n';
         }
     }
-    m_logStream.flush();
+    flushLog();
 }

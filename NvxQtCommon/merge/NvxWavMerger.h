@@ -64,7 +64,8 @@ public:
     /// End of the time range, inclusive. It is compared with the times at which files begin.
     QDateTime endTime() const { return m_mergeEnd; }
     void setEndTime(const QDateTime& time) { m_mergeEnd = time; }
-    /// Directory of the output files and of the log, which must exist.
+    /// Directory of the output files and of the log, which must exist. Empty, as it is at first, it stands
+    /// for the working directory, but for the log for the root of the file system.
     QString outputDir() const { return m_outputDir; }
     void setOutputDir(const QString& path) { m_outputDir = path; }
 
@@ -84,7 +85,8 @@ public:
     /// Ends the merge ahead of its next block. The file in work is completed and stays. Any thread.
     void abortMerge() { m_abort = true; }
 
-    /// Puts a line with the local time into the merge log; lost where the log couldn't be made.
+    /// Puts a line with the local time into the merge log; lost where the log couldn't be made. On a full
+    /// disk up to 16 KiB of lines wait for room, and what comes on top is lost.
     void log(const QString& message);
     /// Describes the plan in the log.
     void logMergePlan();
@@ -109,6 +111,7 @@ private:
     using Entry = std::map<uint8_t, std::vector<InputPtr>>;
 
     void initLog();
+    void flushLog();
     void buildMergePlan();
     bool openFiles();
     void planFile(const InputPtr& file);

@@ -11,6 +11,17 @@ class tst_NvxWavMerger : public NvxTestCase
 {
     Q_OBJECT
 
+    /// Writes all logs that a merge within the next minute may have.
+    static void makeLogs(const MergeRig& rig, const QByteArray& content)
+    {
+        const qint64 now = QDateTime::currentSecsSinceEpoch();
+        for (qint64 time = now; time < now + 60; ++time) {
+            const std::string name = HydUtil::dateTimeFname(std::string("MERGELOG_"), time) + ".txt";
+            QFile file(rig.outputPath(QString::fromStdString(name)));
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+        }
+    }
+
 private Q_SLOTS:
     // --- happy flows
     void freshMerger()
@@ -183,13 +194,7 @@ private Q_SLOTS:
     void logsThatExistAreContinued()
     {
         MergeRig rig;
-        const qint64 now = QDateTime::currentSecsSinceEpoch();
-        for (qint64 time = now; time < now + 60; ++time) {
-            const std::string name = HydUtil::dateTimeFname(std::string("MERGELOG_"), time) + ".txt";
-            QFile file(rig.outputPath(QString::fromStdString(name)));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            QVERIFY(file.write("before\n") > 0);
-        }
+        makeLogs(rig, "before\n");
         rig.merger->startMerge();
         const QString path = rig.signalsSeen.first().mid(24);
         QFile file(path);
@@ -236,6 +241,56 @@ private Q_SLOTS:
         QVERIFY(rig.signalsSeen.first().startsWith(QStringLiteral("status: Merge Log File: ")));
         QVERIFY(!QFile::exists(rig.signalsSeen.first().mid(24)));
         QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+    }
+
+    void logOnADiskThatIsFull()
+    {
+        // The logs there may be are as large as any file can get, and the outputs are smaller.
+        constexpr qint64 size = 100000;
+        TwoFiles rig;
+        makeLogs(rig, QByteArray(size, 'x'));
+        {
+            const FileSizeLimit full(size);
+            rig.merger->startMerge();
+        }
+        QCOMPARE(QFileInfo(rig.signalsSeen.first().mid(24)).size(), size);
+        // Nobody looks at it. This is intended.
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
+    }
+
+    void logOnADiskThatIsFullForAWhile()
+    {
+        TwoFiles rig;
+        auto full = std::make_unique<FileSizeLimit>(100);
+        rig.beforeMerging([&full] { full.reset(); });
+        rig.merger->startMerge();
+        // Lines that found no room come later.
+        const QStringList lines = rig.logLines();
+        QCOMPARE(lines.first(), kStarted);
+        QCOMPARE(lines.filter(QStringLiteral("Adding file to merge plan: ")).size(), 2);
+        QCOMPARE(lines.mid(lines.size() - 4),
+                 (QStringList{QStringLiteral("\t\tChannel 2: %1, ").arg(rig.secondPath),
+                              QStringLiteral("Created file: MERGED_20240229_124000"),
+                              QStringLiteral("MERGED_20240229_124000 merged."),
+                              QStringLiteral("Merge Complete!")}));
+    }
+
+    void logThatMissesLines()
+    {
+        TwoFiles rig;
+        const QString line(1000, QLatin1Char('x'));
+        {
+            const FileSizeLimit full(100);
+            rig.merger->startMerge();
+            for (int i = 0; i < 100; ++i)
+                rig.merger->log(line);
+        }
+        rig.merger->log(QStringLiteral("there is room again"));
+        const QStringList lines = rig.logLines();
+        QCOMPARE(lines.last(), QStringLiteral("there is room again"));
+        const qsizetype kept = lines.count(line);
+        QVERIFY2(kept > 0 && kept <= 16, qPrintable(QString::number(kept)));
     }
 
     void logWithoutAMerge()
