@@ -41,7 +41,8 @@ void WavMergeInput::open(unsigned width)
 void WavMergeInput::close()
 {
     m_file.file().close();
-    m_block = {};
+    // "{}" would assign an empty list and keep the memory.
+    m_block = std::vector<unsigned char>();
 }
 
 size_t WavMergeInput::readBlock()

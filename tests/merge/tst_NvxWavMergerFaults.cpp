@@ -13,6 +13,7 @@
 #include <QtEndian>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,6 +29,13 @@ bool replaceBy(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+/// Bytes that are allocated now. An AddressSanitizer, which keeps what was freed, has a heap of its own.
+qint64 allocatedBytes()
+{
+    const auto heap = mallinfo2();
+    return static_cast<qint64>(heap.uordblks + heap.hblkhd);
 }
 
 /// Bytes of this process that lie in memory now.
@@ -73,6 +81,35 @@ private Q_SLOTS:
         QCOMPARE(blocks, 938);
         QVERIFY(QFileInfo(rig.outputPath(kOutput)).size() > 46080000);
         QVERIFY2(most - before < (8 << 20), qPrintable(QString::number(most - before)));
+    }
+
+    void memoryDoesNotGrowWithTheirNumber()
+    {
+        // Sixteen KiB are read of each of 1000 entries.
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        rig.merger->setFileLength(0);
+        rig.merger->setEndTime(utc(12, 40).addSecs(60 * 1000));
+        MergeFile file;
+        file.serial = 7;
+        file.bits = 32;
+        file.rate = 8000;
+        file.seconds = 0;
+        file.moreFrames = kBlock;
+        const QByteArray wave = bytesOf(writeMergeFile(rig.inputDir(), file));
+        for (int minute = 0; minute < 1000; ++minute) {
+            file.stamp = utc(12, 40).addSecs(60 * minute).toString(QStringLiteral("yyyyMMdd_hhmmss"));
+            const QString path = rig.inputDir() + QLatin1Char('/') + file.baseName();
+            QVERIFY(replaceBy(path, wave));
+            rig.merger->addFile(path);
+        }
+        QList<qint64> allocated;
+        keepCalling(rig.merger.get(), [&allocated] { allocated << allocatedBytes(); });
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QCOMPARE(allocated.size(), 1000);
+        const qint64 growth = allocated.last() - allocated.first();
+        QVERIFY2(growth < (1 << 20), qPrintable(QString::number(growth)));
     }
 
     // --- rainy day flows
