@@ -12,6 +12,16 @@ class tst_NvxWavMergerPlan : public NvxTestCase
 {
     Q_OBJECT
 
+    /// Makes a single recorder's file of 200 Hz and 16 bits state two channels.
+    static void makeStereo(const QString& path)
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        // Two channels, twice the bytes a second, four bytes a frame.
+        const QByteArray format("\2\0\xC8\0\0\0\x20\3\0\0\4\0", 12);
+        QVERIFY(file.seek(22) && file.write(format) == format.size());
+    }
+
 private Q_SLOTS:
     // --- happy flows
     void theRangeIncludesItsEnds_data()
@@ -130,12 +140,7 @@ private Q_SLOTS:
         MergeFile mono;
         mono.serial = 7;
         const QString path = rig.add(mono);
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        // Two channels, twice the bytes a second, four bytes a frame.
-        const QByteArray format("\2\0\xC8\0\0\0\x20\3\0\0\4\0", 12);
-        QVERIFY(file.seek(22) && file.write(format) == format.size());
-        file.close();
+        makeStereo(path);
         rig.merger->startMerge();
         QVERIFY(rig.logLines().contains(
             QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") + path));
@@ -198,16 +203,55 @@ private Q_SLOTS:
         QVERIFY(rig.outputs().isEmpty());
     }
 
-    void outOfRangeComesBeforeUnassigned()
+    void theFirstFaultIsTheOneThatIsTold_data()
     {
+        QTest::addColumn<bool>("isUnsupported");
+        QTest::addColumn<QString>("stamp");
+        QTest::addColumn<int>("serial");
+        QTest::addColumn<int>("seconds");
+        QTest::addColumn<QString>("told");
+        QTest::addColumn<int>("entries");
+        const QString in = QStringLiteral("20240229_124000");
+        const QString out = QStringLiteral("20240229_113000");
+        const QString unsupported = QStringLiteral("unsupported device");
+        const QString outside = QStringLiteral("outside of the specified time range");
+        const QString unassigned = QStringLiteral("not assigned to a channel");
+        const QString length = QStringLiteral("doesn't match merge file length");
+        QTest::newRow("all of them") << true << out << 8 << 59 << unsupported << 0;
+        QTest::newRow("unsupported, outside") << true << out << 7 << 60 << unsupported << 0;
+        QTest::newRow("unsupported, unassigned") << true << in << 8 << 60 << unsupported << 0;
+        QTest::newRow("unsupported, length") << true << in << 7 << 59 << unsupported << 0;
+        QTest::newRow("outside, unassigned, length") << false << out << 8 << 59 << outside << 0;
+        QTest::newRow("outside, unassigned") << false << out << 8 << 60 << outside << 0;
+        QTest::newRow("outside, length") << false << out << 7 << 59 << outside << 0;
+        QTest::newRow("unassigned, length") << false << in << 8 << 59 << unassigned << 0;
+        // Only this one leaves an entry.
+        QTest::newRow("length") << false << in << 7 << 59 << length << 1;
+    }
+    void theFirstFaultIsTheOneThatIsTold()
+    {
+        QFETCH(bool, isUnsupported);
+        QFETCH(QString, stamp);
+        QFETCH(int, serial);
+        QFETCH(int, seconds);
+        QFETCH(QString, told);
+        QFETCH(int, entries);
         TwoChannels rig;
         MergeFile file;
-        file.serial = 8;
-        file.stamp = QStringLiteral("20240229_113000");
-        rig.add(file);
+        file.serial = static_cast<uint16_t>(serial);
+        file.stamp = stamp;
+        file.seconds = static_cast<unsigned>(seconds);
+        const QString path = rig.add(file);
+        if (isUnsupported)
+            makeStereo(path);
         rig.merger->startMerge();
-        QCOMPARE(rig.logLinesWith(QStringLiteral("outside")).size(), 1);
-        QVERIFY(rig.logLinesWith(QStringLiteral("not assigned")).isEmpty());
+        const QStringList lines = rig.logLines().filter(path);
+        QCOMPARE(lines.size(), 2);
+        QCOMPARE(lines.first(), QStringLiteral("Adding file to merge plan: ") + path);
+        QVERIFY2(lines.last().contains(told), qPrintable(lines.last()));
+        QVERIFY(rig.logLines().contains(QStringLiteral("\tTime span:\t%1 min").arg(entries)));
+        QVERIFY(rig.outputs().isEmpty());
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
     }
 
     void fileOfAnotherLength_data()
