@@ -43,9 +43,11 @@ private Q_SLOTS:
                 QTest::addRow("%d bits, %d channels", bits, channels) << bits << channels << 201U;
         }
         QTest::newRow("files of whole blocks") << 24 << 3 << 1024U;
-        QTest::newRow("an odd number of bytes behind whole blocks") << 24 << 2 << 1025U;
+        QTest::newRow("an odd number of bytes behind whole blocks") << 24 << 1 << 1025U;
+        QTest::newRow("an odd number of bytes in each input") << 24 << 2 << 1025U;
         QTest::newRow("less than a block") << 16 << 2 << 50U;
         QTest::newRow("40 channels") << 16 << 40 << 70U;
+        QTest::newRow("as many channels as there are numbers") << 24 << 255 << 70U;
     }
     void samplesOfEachChannel()
     {
@@ -60,7 +62,7 @@ private Q_SLOTS:
             file.serial = static_cast<uint16_t>(50 + channel);
             file.bits = static_cast<unsigned char>(bits);
             file.rate = rate;
-            file.moreFrames = rate == 1025 ? 4 : rate == 201 ? 1 : 0;
+            file.moreFrames = rate == 1025 ? 5 : rate == 201 ? 1 : 0;
             rig.add(file);
             blocks << file.samples();
             serials << file.serial;
@@ -74,6 +76,7 @@ private Q_SLOTS:
         QVERIFY(dataOfWav(path) == woven(blocks, bits / 8));
         const JudgedWav wav = judgeWav(path);
         QCOMPARE(wav.channels, channels);
+        QCOMPARE(recordOf(path)->serialNo(static_cast<unsigned char>(channels)), serials.last());
         QCOMPARE(wav.bits, bits);
         QCOMPARE(wav.rate, int(rate));
     }
@@ -416,22 +419,40 @@ private Q_SLOTS:
         QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven({first + list, file.samples() + list}, 2));
     }
 
-    void partOfASampleIsZero()
+    void partOfASample_data()
     {
-        MergeRig rig;
-        rig.merger->setChannels({7, 9});
-        MergeFile file;
-        file.serial = 7;
-        file.bits = 32;
-        QVERIFY(appendTo(rig.add(file), QByteArray(3, 'x')));
-        const QByteArray first = file.samples();
-        file.serial = 9;
-        QVERIFY(appendTo(rig.add(file), QByteArray(5, 'x')));
-        const QByteArray second = file.samples();
+        // Bytes "x" behind the samples of each of two channels, and what becomes of them.
+        QTest::addColumn<int>("bits");
+        QTest::addColumn<int>("firstMore");
+        QTest::addColumn<int>("secondMore");
+        QTest::addColumn<QByteArray>("firstEnd");
+        QTest::addColumn<QByteArray>("secondEnd");
+        const QByteArray none;
+        // Eight bytes are one sample of each channel, but the first one has it only in part: it is zero.
+        QTest::newRow("32 bits, 3 and 5 bytes") << 32 << 3 << 5 << QByteArray(4, '\0') << QByteArray(4, 'x');
+        QTest::newRow("16 bits, 3 bytes and 1") << 16 << 3 << 1 << QByteArray(2, 'x') << QByteArray(2, '\0');
+        QTest::newRow("24 bits, 1 byte and 5") << 24 << 1 << 5 << QByteArray(3, '\0') << QByteArray(3, 'x');
+        // The bytes of both are no whole sample for each.
+        QTest::newRow("16 bits, a byte each") << 16 << 1 << 1 << none << none;
+        QTest::newRow("16 bits, a byte in one") << 16 << 0 << 1 << none << none;
+        QTest::newRow("24 bits, a sample in one") << 24 << 3 << 2 << none << none;
+    }
+    void partOfASample()
+    {
+        QFETCH(int, bits);
+        QFETCH(int, firstMore);
+        QFETCH(int, secondMore);
+        QFETCH(QByteArray, firstEnd);
+        QFETCH(QByteArray, secondEnd);
+        MergeFile like;
+        like.bits = static_cast<unsigned char>(bits);
+        TwoFiles rig(like);
+        QVERIFY(appendTo(rig.firstPath, QByteArray(firstMore, 'x')));
+        QVERIFY(appendTo(rig.secondPath, QByteArray(secondMore, 'x')));
         rig.merger->startMerge();
-        // Eight bytes are one sample of each channel, but the first one has it only in part.
-        QVERIFY(dataOfWav(rig.outputPath(kOutput)) ==
-                woven({first + QByteArray(4, 0), second + QByteArray(4, 'x')}, 4));
+        QVERIFY(rig.merged() ==
+                woven({rig.first.samples() + firstEnd, rig.second.samples() + secondEnd}, bits / 8));
+        QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
     }
 
     void entriesWithoutAChannelAreSkipped()
