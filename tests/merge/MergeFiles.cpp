@@ -97,7 +97,7 @@ QByteArray dataOfWav(const QString& path)
     return file.read(data->size);
 }
 
-MergeRig::MergeRig() : merger(std::make_unique<NvxWavMerger>())
+MergeRig::MergeRig(std::unique_ptr<NvxWavMerger> own) : merger(std::move(own))
 {
     QDir().mkpath(inputDir());
     QDir().mkpath(outputDir());

@@ -52,7 +52,7 @@ QByteArray dataOfWav(const QString& path);
 class MergeRig
 {
 public:
-    MergeRig();
+    explicit MergeRig(std::unique_ptr<NvxWavMerger> own = std::make_unique<NvxWavMerger>());
 
     QString inputDir() const { return m_folder.filePath(QStringLiteral("in")); }
     QString outputDir() const { return m_folder.filePath(QStringLiteral("out")); }

@@ -39,7 +39,11 @@ inline QDateTime utc(int hour, int minute, int second = 0)
 class TwoChannels : public MergeRig
 {
 public:
-    TwoChannels() { merger->setChannels({7, 9}); }
+    explicit TwoChannels(std::unique_ptr<NvxWavMerger> own = std::make_unique<NvxWavMerger>())
+        : MergeRig(std::move(own))
+    {
+        merger->setChannels({7, 9});
+    }
 
     /// Calls `step` once, between plan and merge.
     void beforeMerging(const std::function<void()>& step)
@@ -56,7 +60,9 @@ public:
 class TwoFiles : public TwoChannels
 {
 public:
-    explicit TwoFiles(const MergeFile& like = {})
+    explicit TwoFiles(const MergeFile& like = {},
+                      std::unique_ptr<NvxWavMerger> own = std::make_unique<NvxWavMerger>())
+        : TwoChannels(std::move(own))
     {
         first = second = like;
         first.serial = 7;

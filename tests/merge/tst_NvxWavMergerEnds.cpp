@@ -1,15 +1,26 @@
+#include "FileSwap.h"
 #include "MergeParts.h"
 
 #include "WavJudge.h"
+#include "tests/support/Buried.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTimer>
 
+#include <fcntl.h>
 #include <thread>
+#include <unistd.h>
+
+namespace {
+
+using BuriedMerger = Buried<NvxWavMerger>;
+
+} // namespace
 
 /// Merges that don't go on to their end: aborted ones, and mergers that change or are gone in the middle.
 class tst_NvxWavMergerEnds : public NvxTestCase
@@ -69,6 +80,53 @@ private Q_SLOTS:
         QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
         QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, qint64{0});
         QVERIFY(rig.logLines().contains(QStringLiteral("MERGED_20240229_124000 merged.")));
+    }
+
+    void abortWhileABlockIsRead()
+    {
+        MergeFile like;
+        like.bits = 32;
+        TwoFiles rig(like);
+        // From the second block on the first input is a pipe. Somebody who fills it knows by a write that
+        // ends that the merger is reading, and lets it go on when it has been told to abort.
+        int ends[2];
+        QCOMPARE(pipe(ends), 0);
+        const QByteArray page(fcntl(ends[1], F_SETPIPE_SZ, 4096), 'x');
+        QCOMPARE(write(ends[1], page.constData(), size_t(page.size())), page.size());
+        bool isSwapped = false;
+        bool isRead = false;
+        std::thread writer;
+        QTimer::singleShot(0, rig.merger.get(), [&] {
+            isSwapped = swapOpenFile(rig.firstPath, ends[0]);
+            close(ends[0]);
+            writer = std::thread([&] {
+                isRead = write(ends[1], page.constData(), size_t(page.size())) == page.size();
+                rig.merger->abortMerge();
+                close(ends[1]);
+            });
+        });
+        rig.merger->startMerge();
+        QVERIFY(writer.joinable());
+        writer.join();
+        QVERIFY(isSwapped && isRead);
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("aborted"));
+        // The block that was read is dropped.
+        QVERIFY(rig.merged() ==
+                woven({rig.first.samples().left(kBlock * 4), rig.second.samples().left(kBlock * 4)}, 4));
+        QVERIFY(rig.logLines().contains(QStringLiteral("MERGED_20240229_124000 merged.")));
+    }
+
+    void abortStays()
+    {
+        TwoFiles rig;
+        rig.merger->abortMerge();
+        for (int i = 0; i < 2; ++i) {
+            rig.signalsSeen.clear();
+            rig.merger->startMerge();
+            // Nothing takes it back: an object serves one merge. This is intended.
+            QCOMPARE(rig.signalsSeen.last(), QStringLiteral("aborted"));
+            QVERIFY(rig.outputs().isEmpty());
+        }
     }
 
     void abortAheadOfTheMerge()
@@ -172,26 +230,69 @@ private Q_SLOTS:
     void deletionUnderASignal()
     {
         QFETCH(QString, trigger);
-        TwoFiles rig;
-        NvxWavMerger* const merger = rig.merger.get();
+        TwoChannels rig(std::make_unique<BuriedMerger>());
+        NvxWavMerger* const victim = rig.merger.get();
+        MergeFile file;
+        file.serial = 7;
+        if (!trigger.startsWith(QLatin1String("failed: No")))
+            rig.add(file);
         if (trigger == QLatin1String("aborted"))
-            merger->abortMerge();
-        MergeRig empty;
-        MergeRig& used = trigger.startsWith(QLatin1String("failed: No")) ? empty : rig;
+            victim->abortMerge();
         if (trigger == QLatin1String("failed: The"))
-            used.merger->setOutputDir(QStringLiteral("/nowhere"));
-        NvxWavMerger* const victim = used.merger.get();
-        const auto look = [&used, trigger] {
-            if (!used.signalsSeen.isEmpty() && used.signalsSeen.last().startsWith(trigger))
-                used.merger.reset();
+            victim->setOutputDir(QStringLiteral("/nowhere"));
+        const auto look = [&rig, trigger] {
+            if (!rig.signalsSeen.isEmpty() && rig.signalsSeen.last().startsWith(trigger))
+                rig.merger.reset();
         };
         connect(victim, &NvxWavMerger::mergeStatusMsg, victim, look);
         connect(victim, &NvxWavMerger::mergeFailed, victim, look);
         connect(victim, &NvxWavMerger::mergeAborted, victim, look);
         connect(victim, &NvxWavMerger::mergeComplete, victim, look);
         victim->startMerge();
-        QVERIFY(!used.merger);
-        QVERIFY(used.signalsSeen.last().startsWith(trigger));
+        QVERIFY(BuriedMerger::isGone() && BuriedMerger::isUntouched());
+        QVERIFY(rig.signalsSeen.last().startsWith(trigger));
+    }
+
+    void deletionWhenTheDiskIsFull_data()
+    {
+        QTest::addColumn<int>("missing");
+        QTest::addColumn<bool>("isWarned");
+        QTest::newRow("in a block") << 6000 << false;
+        // Its header and all samples found room, but the byte that makes their number even didn't.
+        QTest::newRow("at the end of the file") << 1 << true;
+    }
+    void deletionWhenTheDiskIsFull()
+    {
+        QFETCH(int, missing);
+        QFETCH(bool, isWarned);
+        MergeFile like;
+        like.bits = 24;
+        like.serial = 7;
+        like.moreFrames = 1;
+        MergeRig whole;
+        whole.merger->setChannels({7});
+        whole.add(like);
+        whole.merger->startMerge();
+        const qint64 size = QFileInfo(whole.outputPath(kOutput)).size();
+        QVERIFY(size > 36000);
+
+        TwoChannels rig(std::make_unique<BuriedMerger>());
+        rig.add(like);
+        NvxWavMerger* const victim = rig.merger.get();
+        connect(victim, &NvxWavMerger::mergeFailed, victim, [&rig] { rig.merger.reset(); });
+        if (isWarned)
+            QTest::ignoreMessage(QtWarningMsg,
+                                 QRegularExpression(QStringLiteral("is not complete: The disk")));
+        {
+            const FileSizeLimit full(static_cast<rlim_t>(size - missing));
+            victim->startMerge();
+        }
+        QVERIFY(BuriedMerger::isGone() && BuriedMerger::isUntouched());
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("failed: The disk is full.") + kAdvice);
+        QVERIFY(rig.logLinesWith(QStringLiteral("merged.")).isEmpty());
+        // What found room can be played.
+        QCOMPARE(judgeWav(rig.outputPath(kOutput)).error, QString());
+        QVERIFY(judgeWav(rig.outputPath(kOutput)).frames > kBlock);
     }
 
     void deletionBetweenBlocks_data()
@@ -204,7 +305,7 @@ private Q_SLOTS:
     void deletionBetweenBlocks()
     {
         QFETCH(int, block);
-        TwoFiles rig;
+        TwoFiles rig({}, std::make_unique<BuriedMerger>());
         NvxWavMerger* const merger = rig.merger.get();
         int calls = 0;
         QObject context;
@@ -214,6 +315,7 @@ private Q_SLOTS:
         });
         merger->startMerge();
         QCOMPARE(calls, block);
+        QVERIFY(BuriedMerger::isGone() && BuriedMerger::isUntouched());
         // The file in work is completed.
         QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
         QCOMPARE(judgeWav(rig.outputPath(kOutput)).frames, std::min<qint64>(block * kBlock, 12000));
