@@ -118,6 +118,18 @@ void RoadRig::stopRecording()
     stream->disconnectStream();
 }
 
+bool RoadRig::record(int fileSeconds)
+{
+    if (!prepare())
+        return false;
+    makeStream(fileSeconds);
+    const RecorderSettings settings = recorder.settings();
+    if (!startStream() || !waitForSamples(uint64_t{settings.sampleRate} * settings.streamSeconds, 30000))
+        return false;
+    stopRecording();
+    return fileObjection().isEmpty();
+}
+
 QString RoadRig::fileObjection() const
 {
     std::vector<int32_t> written;

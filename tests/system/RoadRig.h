@@ -44,6 +44,8 @@ public:
     /// Samples came that many, or were counted as missing.
     bool waitForSamples(uint64_t count, int milliseconds = 8000);
     void stopRecording();
+    /// All of it: the seconds that the recorder has are in files, and these hold what came.
+    bool record(int fileSeconds = 3600);
 
     uint64_t samplesReceived() const { return monitor.total().samplesReceived; }
     /// What is wrong with the files: they must hold the samples of all blocks received, in their order and

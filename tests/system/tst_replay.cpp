@@ -1,68 +1,14 @@
+#include "Relogger.h"
 #include "RoadRig.h"
 
 #include "NvxQtCommon/contract/stream/FftParams.h"
 #include "tests/recording/WavJudge.h"
-#include "tests/replay/WavReplay.h"
 #include "tests/support/FftParamsGuard.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QFile>
 
-#include <map>
-
 namespace {
-
-/// One wave logger for each device of a replay, over as many files as are played through it.
-class Relogger : public QObject
-{
-    Q_OBJECT
-
-public:
-    explicit Relogger(QString folder, int fileSeconds = 3600)
-        : m_folder(std::move(folder)), m_fileSeconds(fileSeconds)
-    {
-    }
-
-    /// Plays a file through the loggers. False when it can't be played, or doesn't end.
-    bool play(const QString& path, bool adjacent = false)
-    {
-        WavReplay replay(path);
-        if (!replay.prepare())
-            return false;
-        replay.file.setAdjacent(adjacent, 0);
-        connect(&replay.file, &NvxDataFile::streamHeaderReady, this, &Relogger::takeHeader);
-        connect(&replay.file, &NvxDataFile::streamDataReady, this,
-                [this](const std::shared_ptr<HydStreamDataPayload>& payload, const HydDeviceId& id) {
-                    m_loggers.at(id)->handleWavData(payload);
-                });
-        return replay.play();
-    }
-    void stop()
-    {
-        for (const auto& [id, logger] : m_loggers)
-            logger->stopLogging();
-    }
-
-    std::map<HydDeviceId, QStringList> files;
-
-private:
-    void takeHeader(const std::shared_ptr<HydStreamEventHeaderPayload>& header, const HydDeviceId& id,
-                    const std::shared_ptr<HydDevice>& device)
-    {
-        auto& logger = m_loggers[id];
-        if (!logger) {
-            logger = std::make_unique<NvxWavLogger>(m_fileSeconds, m_folder,
-                                                    QStringLiteral("AGAIN%1").arg(id.serialNo()));
-            connect(logger.get(), &NvxWavLogger::newFileCreated, this,
-                    [this, id](const QString& name) { files[id] << name; });
-        }
-        logger->handleWavEventHdr(header, id, device);
-    }
-
-    QString m_folder;
-    int m_fileSeconds;
-    std::map<HydDeviceId, std::unique_ptr<NvxWavLogger>> m_loggers;
-};
 
 std::vector<int32_t> channelOf(const JudgedWav& wav, int channel)
 {
@@ -70,12 +16,6 @@ std::vector<int32_t> channelOf(const JudgedWav& wav, int channel)
     for (size_t i = size_t(channel); i < wav.samples.size(); i += size_t(wav.channels))
         samples.push_back(wav.samples[i]);
     return samples;
-}
-
-std::shared_ptr<NvxWavInfoData> infoOf(const QString& path)
-{
-    NvxWAVFile file(path);
-    return file.headerPrepare(true) ? file.header()->info() : nullptr;
 }
 
 } // namespace
@@ -86,19 +26,6 @@ class tst_replay : public NvxTestCase
     Q_OBJECT
 
     FftParamsGuard m_fftParams;
-
-    /// Records the seconds that the recorder has, and leaves the files in the rig.
-    static bool record(RoadRig& rig, int fileSeconds = 3600)
-    {
-        const RecorderSettings settings = rig.recorder.settings();
-        if (!rig.prepare())
-            return false;
-        rig.makeStream(fileSeconds);
-        if (!rig.startStream() || !rig.waitForSamples(uint64_t{settings.sampleRate} * settings.streamSeconds))
-            return false;
-        rig.stopRecording();
-        return rig.fileObjection().isEmpty();
-    }
 
 private Q_SLOTS:
     void cleanup() { m_fftParams.restore(); }
@@ -129,7 +56,7 @@ private Q_SLOTS:
         settings.sampleRate = 2000;
         settings.streamSeconds = 2;
         RoadRig rig(settings);
-        QVERIFY(record(rig));
+        QVERIFY(rig.record());
         QCOMPARE(rig.files.size(), 1);
         const JudgedWav first = judgeWav(rig.files.front());
         // The array's files are little-endian whatever the stream is.
@@ -180,7 +107,7 @@ private Q_SLOTS:
         settings.streamSeconds = 2;
         settings.blocksPerSecond = 10;
         RoadRig rig(settings);
-        QVERIFY(record(rig));
+        QVERIFY(rig.record());
         const JudgedWav whole = judgeWav(rig.files.front());
         QCOMPARE(whole.frames, qint64(2 * rate));
         QFile file(rig.files.front());
@@ -201,7 +128,7 @@ private Q_SLOTS:
         settings.bitDepth = 24;
         settings.streamSeconds = 12;
         RoadRig rig(settings);
-        QVERIFY(record(rig, 5));
+        QVERIFY(rig.record(5));
         QVERIFY(rig.files.size() >= 3);
         QTemporaryDir folder;
         Relogger relogger(folder.path());
@@ -224,7 +151,7 @@ private Q_SLOTS:
         RecorderSettings settings = RoadRig::settingsAt("127.94.9.4");
         settings.streamSeconds = 12;
         RoadRig rig(settings);
-        QVERIFY(record(rig));
+        QVERIFY(rig.record());
         QCOMPARE(rig.files.size(), 1);
         const uint32_t start = infoOf(rig.files.front())->timestamp();
         QTemporaryDir folder;
@@ -266,7 +193,7 @@ private Q_SLOTS:
         settings.identity.firmwareVersion = "2.1";
         settings.identity.firmwareRelease = "B7";
         RoadRig rig(settings);
-        QVERIFY(record(rig));
+        QVERIFY(rig.record());
         const auto first = infoOf(rig.files.front());
         QTemporaryDir folder;
         Relogger relogger(folder.path());
@@ -302,7 +229,7 @@ private Q_SLOTS:
         RecorderSettings settings = RoadRig::settingsAt("127.94.9.6");
         settings.streamSeconds = 3;
         RoadRig rig(settings);
-        QVERIFY(record(rig));
+        QVERIFY(rig.record());
         const RiffChunk data = *viewRiff(rig.files.front()).chunk("data");
         QFile file(rig.files.front());
         QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(data.offset - 4));
