@@ -44,6 +44,8 @@ private Q_SLOTS:
     void fileOfTheKindIsTaken();
     void decimalSpectraAreReadAsBytes();
     void filesOfTheWriterAreRead();
+    void theMostBinsThereAre_data();
+    void theMostBinsThereAre();
     void readingAddsToWhatIsThere();
     void lastLineNeedsNoEnd();
     void emptyLines_data();
@@ -131,6 +133,59 @@ void tst_NvxNoiseFilterFile::filesOfTheWriterAreRead()
     QCOMPARE(f.filter.count(), 3);
     QCOMPARE(f.filter.numPts(), 4096U);
     QCOMPARE(f.filter.dateTime().toSecsSinceEpoch(), NoiseFile::kStart);
+}
+
+void tst_NvxNoiseFilterFile::theMostBinsThereAre_data()
+{
+    QTest::addColumn<quint32>("rate");
+    QTest::addColumn<quint32>("points");
+    QTest::addColumn<bool>("isDecimal");
+    QTest::newRow("whole frequencies") << 512000U << 256000U << false;
+    QTest::newRow("frequencies of many digits") << 511999U << 131070U << false;
+    QTest::newRow("frequencies of the most digits") << 1U << 0xFFFFFFFFU << false;
+    QTest::newRow("levels of many digits") << 511999U << 131070U << true;
+}
+
+void tst_NvxNoiseFilterFile::theMostBinsThereAre()
+{
+    QFETCH(quint32, rate);
+    QFETCH(quint32, points);
+    QFETCH(bool, isDecimal);
+    constexpr size_t bins = 65535;
+    FileFilter f("an older file");
+    NvxSpectrumFileHeader header;
+    header.setFname(f.filter.fileNameForm().toStdWString());
+    header.setTypeMode(FftModeNoise);
+    header.setStartDt(NoiseFile::kStart);
+    header.setSampleRate(rate);
+    header.setNumPts(points);
+    std::vector<unsigned char> values(bins);
+    for (size_t bin = 0; bin < bins; ++bin)
+        values[bin] = static_cast<unsigned char>(bin % 251);
+    NvxSpecWriter writer(1, f.file.folder().toStdWString());
+    write(writer, header);
+    for (int i = 0; i < 2; ++i) {
+        const auto spectrum = streamframes::spectrum(values, NoiseFile::kStart);
+        if (isDecimal) {
+            spectrum->ResetD(bins);
+            spectrum->setNoiseFiltered(true);
+            // Up to a third above the level, which reading rounds off.
+            for (size_t bin = 0; bin < bins; ++bin)
+                spectrum->data()->doubles()[static_cast<ptrdiff_t>(bin)] =
+                    values[bin] + 1.0 / static_cast<double>(3 + bin);
+        }
+        write(writer, *NvxSpectrumFileData::fromStreamData(*spectrum));
+    }
+    writer.finishFile();
+    QCOMPARE(writer.errorCode(), SpecErrNone);
+
+    QVERIFY(f.filter.read(static_cast<int>(rate)));
+    // The line of titles wasn't taken for a record, nor a record for too long.
+    QCOMPARE(f.filter.count(), 2);
+    QCOMPARE(f.filter.numPts(), points);
+    QCOMPARE(f.filter.data().size(), bins);
+    for (size_t bin = 0; bin < bins; ++bin)
+        QCOMPARE(f.filter.data()[bin], 2.0F * values[bin]);
 }
 
 void tst_NvxNoiseFilterFile::readingAddsToWhatIsThere()
