@@ -3,6 +3,7 @@
 #include "SpecWriterCase.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <limits>
 
@@ -308,6 +309,45 @@ private Q_SLOTS:
         header(kTime - 6, L"");
         spectrum(kTime);
         QCOMPARE(m_newFiles, QStringList{path("Spectrum_20240229_123450.txt")});
+    }
+
+    void unnamedFilesThatFollowBearTheirFirstRecordsTime()
+    {
+        header(kTime - 6, L"");
+        for (uint32_t i = 0; i < 7; ++i)
+            spectrum(kTime + i);
+        QCOMPARE(m_newFiles,
+                 (QStringList{path("Spectrum_20240229_123450.txt"), path("Spectrum_20240229_123459.txt"),
+                              path("Spectrum_20240229_123502.txt")}));
+        const QStringList starts{"2024-02-29 12:34:50", "2024-02-29 12:34:59", "2024-02-29 12:35:02"};
+        for (int i = 0; i < 3; ++i) {
+            const SpectrumText text = SpectrumText::of(m_newFiles[i]);
+            QCOMPARE(text.entry("Start"), starts[i].toUtf8());
+            QCOMPARE(text.entry("Name"), QFileInfo(m_newFiles[i]).completeBaseName().toUtf8());
+        }
+    }
+
+    void filesOfOneSecondAreNumbered_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("file");
+        QTest::newRow("dated header") << "Spec_20240229_123456"
+                                      << "Spec_20240229_123456";
+        QTest::newRow("header without a name") << ""
+                                               << "Spectrum_20240229_123456";
+    }
+    void filesOfOneSecondAreNumbered()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, file);
+        header(kTime, name.toStdWString());
+        for (int i = 0; i < 7; ++i)
+            spectrum(kTime);
+        QCOMPARE(m_newFiles,
+                 (QStringList{path(file + ".txt"), path(file + "_2.txt"), path(file + "_3.txt")}));
+        const QList<int> counts{3, 3, 1};
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(SpectrumText::of(m_newFiles[i]).records.size(), counts[i]);
     }
 
     void nothingIsOverwritten()
