@@ -24,7 +24,7 @@ void registerNvxMetaTypes()
                     std::shared_ptr<const HydDataCollectCmd>, std::shared_ptr<HydMarcoCommandPayload>,
                     std::shared_ptr<HydStreamMessagePayload>, std::shared_ptr<HydStreamEventHeaderPayload>,
                     std::shared_ptr<HydStreamDataPayload>, std::shared_ptr<HydStreamNotifyPayload>,
-                    std::shared_ptr<HydStatusDataPayload>, SImpDetectSettings, SSELSettings,
+                    std::shared_ptr<HydStatusDataPayload>, SImpDetectSettings, SSELSettings, SActiveTrigger,
                     std::shared_ptr<SWavStatistics>, std::shared_ptr<SImpulseStatistics>,
                     std::shared_ptr<SClickStatistics>>();
 }

@@ -18,6 +18,7 @@
 #include "NvxQtCommon/contract/stream/HydStreamType.h"
 #include "NvxQtCommon/contract/stream/StreamPayloads.h"
 #include "NvxQtCommon/control/HydControlError.h"
+#include "NvxQtCommon/control/SActiveTrigger.h"
 
 #include <QMetaType>
 
@@ -50,6 +51,7 @@ Q_DECLARE_METATYPE(HydJobSettings)
 Q_DECLARE_METATYPE(NvxWavTestInfoData)
 Q_DECLARE_METATYPE(SImpDetectSettings)
 Q_DECLARE_METATYPE(SSELSettings)
+Q_DECLARE_METATYPE(SActiveTrigger)
 Q_DECLARE_METATYPE(std::string)
 Q_DECLARE_METATYPE(std::vector<HydDeviceId>)
 

@@ -245,8 +245,6 @@ void NvxDeviceController::sendFrontOfQueue()
     Q_EMIT adapterCmdReady(command);
 }
 
-void NvxDeviceController::setupTriggers(std::vector<std::shared_ptr<HydTrigger>>, bool) {}
-
 void NvxDeviceController::mergeJobSettings(const JobTagMap& tags)
 {
     if (m_device)
@@ -292,6 +290,10 @@ void NvxDeviceController::handleAdapterResponse(std::shared_ptr<const HydControl
     case 'F':
         if (const auto reply = std::dynamic_pointer_cast<const HydJobSetupEnq>(resp))
             handleJobSetupRead(*reply);
+        break;
+    case 'R':
+        // Any payload counts as an answer: intended.
+        handleTriggerReply(dynamic_cast<const HydEnquireTrigger*>(resp.get()));
         break;
     case 'Y':
         Q_EMIT signalDevReset(*device);

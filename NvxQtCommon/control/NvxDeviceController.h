@@ -55,7 +55,12 @@ public:
     virtual void enquireTriggers() const;
     virtual void clearTriggers() const;
     virtual void enquireTimeSync() const;
-    /// Slot of the trigger setup. In this version no triggers are sent.
+    /// Brings the device's trigger list in line with `triggers` by sending what differs from the record, 200
+    /// ms between two commands; where a trigger of the record isn't wanted, the device's list is cleared
+    /// first. An empty list clears. `bEnquire` asks for the list 200 ms after the last command. Only triggers
+    /// of test types 5 and 6 are sent. As soon as there is something to send, the record holds `triggers`
+    /// itself, whatever the device will answer, so don't change them afterwards: hand over new ones. Null
+    /// pointers are skipped. What else is held back, such as a delayed job setup, is dropped.
     virtual void setupTriggers(std::vector<std::shared_ptr<HydTrigger>> triggers, bool bEnquire);
     /// Merges the tags into the record; nothing is sent.
     virtual void mergeJobSettings(const JobTagMap& tags);
@@ -125,7 +130,9 @@ Q_SIGNALS:
     void timeChanged(const NvxDevice& device);
     void timeChangeErr(const NvxDevice& device);
     void signalDevReset(const NvxDevice& device);
+    /// After every trigger enquiry reply.
     void signalEnqTrig(std::shared_ptr<NvxDevice> device);
+    /// An enquiry reply replaced the trigger list of the record.
     void signalTrigUdated(std::shared_ptr<NvxDevice> device);
     void error(HydControlError err, int serr);
     void signalErrorMes(const std::string& errorMes);
@@ -138,6 +145,7 @@ private:
     void handleTimeReply(const HydSetTimeCmd& reply);
     void handleJobSetupReply(const HydJobSetupCmd& reply);
     void handleJobSetupRead(const HydJobSetupEnq& reply);
+    void handleTriggerReply(const HydEnquireTrigger* reply);
 
     std::shared_ptr<HydDevice> m_device;
     HydCommandAdapter* m_adapter = nullptr;

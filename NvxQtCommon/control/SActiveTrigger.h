@@ -6,7 +6,6 @@
 
 #include <QByteArray>
 #include <QDateTime>
-#include <QMetaType>
 #include <QString>
 
 #include <cstdint>
@@ -61,5 +60,3 @@ private:
     QString details() const;
     QString band() const;
 };
-
-Q_DECLARE_METATYPE(SActiveTrigger)

@@ -60,6 +60,7 @@ void tst_MetaTypes::knownByName_data()
                              "NvxNetHostInfo",
                              "HydJobSettings",
                              "NvxWavTestInfoData",
+                             "SActiveTrigger",
                              "std::string",
                              "std::vector<HydDeviceId>",
                              "std::shared_ptr<NvxDevice>",
