@@ -1,6 +1,8 @@
 #include "NvxQtCommon/control/SActiveTrigger.h"
 
-#include <QStringList>
+#include <QList>
+#include <QStringTokenizer>
+#include <QStringView>
 
 #include <algorithm>
 
@@ -12,29 +14,47 @@ constexpr uint8_t kFirstStreamState = 9;
 constexpr uint8_t kLastStreamState = 15;
 constexpr uint8_t kIdle = 0;
 constexpr uint8_t kActive = 2;
+constexpr qsizetype kMaxTimeText = 64;
+constexpr qsizetype kFields = 6;
 const QString kTimeFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
 
+/// The parts of `text` between separators, empty ones too, but no more than the first `most`: a hostile line
+/// has millions.
+QList<QStringView> firstParts(QStringView text, QChar separator, qsizetype most)
+{
+    QList<QStringView> parts;
+    for (const QStringView part : qTokenize(text, separator)) {
+        if (parts.size() == most)
+            break;
+        parts << part;
+    }
+    return parts;
+}
+
 /// What begins with the first digit, of any script.
-QString fromFirstDigit(const QString& text)
+QStringView fromFirstDigit(QStringView text)
 {
     const auto digit = std::find_if(text.begin(), text.end(), [](QChar c) { return c.isDigit(); });
-    return text.mid(digit - text.begin());
+    return text.sliced(digit - text.begin());
 }
 
 /// What ends with the last digit.
-QString toLastDigit(const QString& text)
+QStringView toLastDigit(QStringView text)
 {
     const auto behind = std::find_if(text.rbegin(), text.rend(), [](QChar c) { return c.isDigit(); }).base();
-    return text.left(behind - text.begin()).trimmed();
+    return text.first(behind - text.begin()).trimmed();
 }
 
-QDateTime localTime(const QString& text)
+QDateTime localTime(QStringView text)
 {
+    // Longer ones can't be a time, and reading them takes long.
+    if (text.size() > kMaxTimeText)
+        return {};
 #if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
-    return QDateTime::fromString(text, kTimeFormat, 1900);
+    return QDateTime::fromString(text.toString(), kTimeFormat, 1900);
 #else
     // Years have four digits, so a base year would change nothing.
-    return QDateTime::fromString(text, kTimeFormat);
+    return QDateTime::fromString(text.toString(), kTimeFormat);
 #endif
 }
 
@@ -53,7 +73,7 @@ SActiveTrigger::SActiveTrigger(const QByteArray& line, TrigType /*type*/)
 void SActiveTrigger::read(const QString& line, TrigType lineType)
 {
     type = TrigInvalid;
-    const QStringList fields = line.split(QLatin1Char(','), Qt::KeepEmptyParts, Qt::CaseSensitive);
+    const QList<QStringView> fields = firstParts(line, QLatin1Char(','), kFields);
     if (fields.size() < 4 || !fields[2].contains(QLatin1String("Epoch"))) {
         trigger.eventTrg().regime = kIdle;
         return;
@@ -68,13 +88,13 @@ void SActiveTrigger::read(const QString& line, TrigType lineType)
     } else {
         if (!fields[3].contains(QLatin1String("Seq")))
             return;
-        if (fields.size() < 6) {
+        if (fields.size() < kFields) {
             trigger.eventTrg().regime = kIdle;
             return;
         }
         seq = fromFirstDigit(fields[3]).toULongLong();
-        const QStringList parts = fields[4].split(QLatin1Char(' '), Qt::KeepEmptyParts);
-        const QStringList edges = parts.value(1).split(QLatin1Char('-'));
+        const QList<QStringView> parts = firstParts(fields[4], QLatin1Char(' '), 4);
+        const QList<QStringView> edges = firstParts(parts.value(1), QLatin1Char('-'), 2);
         trigger.setMinFreq(edges.value(0).toUInt());
         trigger.setMaxFreq(edges.value(1).toUInt());
         trigger.setTestType(parts.value(2).contains(QLatin1Char('<')) ? TestTypeBelow : TestTypeAbove);

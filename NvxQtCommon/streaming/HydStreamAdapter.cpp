@@ -1,6 +1,7 @@
 #include "NvxQtCommon/streaming/HydStreamAdapter.h"
 
 #include "NvxQtCommon/contract/stream/FftParams.h"
+#include "NvxQtCommon/streaming/HydEpochStreamAdapter.h"
 
 #include <QAbstractEventDispatcher>
 #include <QDebug>
@@ -285,7 +286,7 @@ void HydStreamAdapter::delayConnectStream(int ms, bool start)
 void HydStreamAdapter::reconnectAndStart(bool start)
 {
     if (start && isConnected()) {
-        startStream();
+        startByType();
         return;
     }
     QPointer<HydStreamAdapter> self(this);
@@ -297,7 +298,7 @@ void HydStreamAdapter::reconnectAndStart(bool start)
 void HydStreamAdapter::startRetryCheck()
 {
     if (isConnected())
-        startStream();
+        startByType();
     else if (m_socket != nullptr && m_socket->state() == QAbstractSocket::ConnectingState)
         onceAfter(300, this, [this] { startRetryFinal(); });
     else
@@ -307,9 +308,19 @@ void HydStreamAdapter::startRetryCheck()
 void HydStreamAdapter::startRetryFinal()
 {
     if (isConnected())
-        startStream();
+        startByType();
     else
         reportStartFailure();
+}
+
+// By the type and not by dispatch: an epoch adapter of another type starts like any stream. Intended.
+void HydStreamAdapter::startByType()
+{
+    auto* epoch = m_streamType == StreamEpoch ? qobject_cast<HydEpochStreamAdapter*>(this) : nullptr;
+    if (epoch != nullptr)
+        epoch->startStream();
+    else
+        startStream();
 }
 
 void HydStreamAdapter::reportStartFailure()

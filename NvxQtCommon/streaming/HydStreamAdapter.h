@@ -216,6 +216,7 @@ private:
     void startRetryCheck();
     void startRetryFinal();
     void startConnected();
+    void startByType();
     void reportStartFailure();
     void startAliveTimer();
     void stopAliveTimer();

@@ -1,11 +1,6 @@
 // Delayed starts of HydStreamAdapter with their retries, and what socket errors lead to.
+#include "tests/streaming/HangingPort.h"
 #include "tests/streaming/StreamFixture.h"
-
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <vector>
 
 namespace {
 
@@ -14,45 +9,6 @@ const QString kAddress = QStringLiteral("127.41.4.1");
 struct Stream : StreamFixture
 {
     explicit Stream(HydStreamType type = StreamWave) : StreamFixture(kAddress, type) {}
-};
-
-/// A port that lets connections hang: it listens, but its queue is full.
-class HangingPort
-{
-public:
-    HangingPort()
-    {
-        m_address.sin_family = AF_INET;
-        m_address.sin_addr.s_addr = htonl(QHostAddress(kAddress).toIPv4Address());
-        m_listener = newSocket();
-        socklen_t size = sizeof m_address;
-        if (bind(m_listener, address(), size) != 0 || listen(m_listener, 0) != 0 ||
-            getsockname(m_listener, address(), &size) != 0)
-            qFatal("no hanging port");
-        for (int i = 0; i < 4; ++i)
-            connect(newSocket(), address(), size);
-    }
-    ~HangingPort()
-    {
-        for (int socket : m_sockets)
-            close(socket);
-    }
-    HangingPort(const HangingPort&) = delete;
-    HangingPort& operator=(const HangingPort&) = delete;
-
-    quint16 port() const { return ntohs(m_address.sin_port); }
-
-private:
-    sockaddr* address() { return reinterpret_cast<sockaddr*>(&m_address); }
-    int newSocket()
-    {
-        m_sockets.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        return m_sockets.back();
-    }
-
-    sockaddr_in m_address{};
-    std::vector<int> m_sockets;
-    int m_listener = -1;
 };
 
 quint16 closedPort()
@@ -134,7 +90,7 @@ private Q_SLOTS:
     void connectionInLastMomentStillStarts()
     {
         StreamPeer peer(kAddress);
-        HangingPort hanging;
+        HangingPort hanging(kAddress);
         HydStreamAdapter adapter(StreamWave, hanging.port(), kAddress, kDevice, kLongPeriod, true);
         auto* socket = adapter.findChild<QTcpSocket*>();
         QSignalSpy started(&adapter, &HydStreamAdapter::streamStarted);
@@ -186,7 +142,7 @@ private Q_SLOTS:
 
     void hangingStartIsReportedAfterLastCheck()
     {
-        HangingPort hanging;
+        HangingPort hanging(kAddress);
         HydStreamAdapter adapter(StreamWave, hanging.port(), kAddress, kDevice, kLongPeriod, true);
         QSignalSpy errors(&adapter, &HydStreamAdapter::streamErrorMsg);
         QElapsedTimer elapsed;
