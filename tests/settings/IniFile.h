@@ -31,6 +31,11 @@ public:
     }
     /// What stands in the file under group/key; an invalid value where nothing does.
     QVariant value(const QString& key) const { return QSettings(path(), QSettings::IniFormat).value(key); }
+    QByteArray bytes() const
+    {
+        QFile file(path());
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
     QStringList keys() const { return QSettings(path(), QSettings::IniFormat).allKeys(); }
 
 private:

@@ -4,26 +4,8 @@
 #include "NvxQtCommon/settings/CServerStreamSettings.h"
 #include "NvxQtCommon/settings/CSignalPowerSettings.h"
 #include "tests/settings/IniFile.h"
+#include "tests/settings/PythonIni.h"
 #include "tests/support/NvxTestCase.h"
-
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-
-namespace {
-
-/// What Python reads from a file; empty where it fails.
-QJsonObject readByPython(const QString& path)
-{
-    QProcess python;
-    python.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    python.start(QStringLiteral(NVX_PYTHON), {QStringLiteral("-B"), QStringLiteral(NVX_INI_READER), path});
-    if (!python.waitForFinished() || python.exitCode() != 0)
-        return {};
-    return QJsonDocument::fromJson(python.readAllStandardOutput()).object();
-}
-
-} // namespace
 
 class tst_settings_file : public NvxTestCase
 {
@@ -56,36 +38,33 @@ void tst_settings_file::pythonReadsEveryValue()
     references.save(file.store(), QStringLiteral("References"));
     file.reopen();
 
-    const QJsonObject expected{
-        {QStringLiteral("SignalPower"),
-         QJsonObject{{QStringLiteral("SmplRangeWave"), QStringLiteral("96000")},
-                     {QStringLiteral("SmplRangeFFT"), QStringLiteral("64000")},
-                     {QStringLiteral("MinFreqWave"), QStringLiteral("100")},
-                     {QStringLiteral("MaxFreqWave"), QStringLiteral("48000")},
-                     {QStringLiteral("MinFreqFFT"), QStringLiteral("200")},
-                     {QStringLiteral("MaxFreqFFT"), QStringLiteral("32000")},
-                     {QStringLiteral("FreqResWave"), QStringLiteral("94")},
-                     {QStringLiteral("FreqResFFT"), QStringLiteral("63")},
-                     {QStringLiteral("Enabled"), QStringLiteral("true")},
-                     {QStringLiteral("SameRanges"), QStringLiteral("false")}}},
-        {QStringLiteral("Charts"), QJsonObject{{QStringLiteral("lgndAlignment"), QStringLiteral("1")},
-                                               {QStringLiteral("chartMarkers"), QStringLiteral("true")},
-                                               {QStringLiteral("markerSize"), QStringLiteral("7")}}},
-        {QStringLiteral("Server"), QJsonObject{{QStringLiteral("isStreamSgnPower"), QStringLiteral("true")},
-                                               {QStringLiteral("isStreamSPLrms"), QStringLiteral("false")},
-                                               {QStringLiteral("isStreamPeak"), QStringLiteral("false")},
-                                               {QStringLiteral("isStreamSELcum"), QStringLiteral("false")},
-                                               {QStringLiteral("isDevAlias"), QStringLiteral("true")},
-                                               {QStringLiteral("messageID"), QStringLiteral("PMVE")}}},
-        {QStringLiteral("Instance"), QJsonObject{{QStringLiteral("UDPServerPort"), QStringLiteral("54545")}}},
-        {QStringLiteral("References"), QJsonObject{{QStringLiteral("dBReference"), QStringLiteral("-170")},
-                                                   {QStringLiteral("referenceStep"), QStringLiteral("0")},
-                                                   {QStringLiteral("plotGroupMode"), QStringLiteral("0")},
-                                                   {QStringLiteral("plotSizeMode"), QStringLiteral("0")},
-                                                   {QStringLiteral("gain"), QStringLiteral("-0.25")},
-                                                   {QStringLiteral("waveTimeLength"), QStringLiteral("0")}}},
-    };
-    QCOMPARE(readByPython(file.path()), expected);
+    const IniTexts expected{{"SignalPower/SmplRangeWave", "96000"},
+                            {"SignalPower/SmplRangeFFT", "64000"},
+                            {"SignalPower/MinFreqWave", "100"},
+                            {"SignalPower/MaxFreqWave", "48000"},
+                            {"SignalPower/MinFreqFFT", "200"},
+                            {"SignalPower/MaxFreqFFT", "32000"},
+                            {"SignalPower/FreqResWave", "94"},
+                            {"SignalPower/FreqResFFT", "63"},
+                            {"SignalPower/Enabled", "true"},
+                            {"SignalPower/SameRanges", "false"},
+                            {"Charts/lgndAlignment", "1"},
+                            {"Charts/chartMarkers", "true"},
+                            {"Charts/markerSize", "7"},
+                            {"Server/isStreamSgnPower", "true"},
+                            {"Server/isStreamSPLrms", "false"},
+                            {"Server/isStreamPeak", "false"},
+                            {"Server/isStreamSELcum", "false"},
+                            {"Server/isDevAlias", "true"},
+                            {"Server/messageID", "PMVE"},
+                            {"Instance/UDPServerPort", "54545"},
+                            {"References/dBReference", "-170"},
+                            {"References/referenceStep", "0"},
+                            {"References/plotGroupMode", "0"},
+                            {"References/plotSizeMode", "0"},
+                            {"References/gain", "-0.25"},
+                            {"References/waveTimeLength", "0"}};
+    QCOMPARE(textsByPython(file.path()), expected);
 }
 
 void tst_settings_file::whatStoodThereBeforeIsReplaced()
@@ -93,10 +72,10 @@ void tst_settings_file::whatStoodThereBeforeIsReplaced()
     IniFile file("[Charts]\nmarkerSize=many\nchartMarkers=perhaps\nother=kept\n");
     CChartsSettings().save(file.store(), QStringLiteral("Charts"));
     file.reopen();
-    const QJsonObject charts = readByPython(file.path()).value(QStringLiteral("Charts")).toObject();
-    QCOMPARE(charts.value(QStringLiteral("markerSize")).toString(), QStringLiteral("7"));
-    QCOMPARE(charts.value(QStringLiteral("chartMarkers")).toString(), QStringLiteral("true"));
-    QCOMPARE(charts.value(QStringLiteral("other")).toString(), QStringLiteral("kept"));
+    const IniTexts charts = textsByPython(file.path());
+    QCOMPARE(charts.value(QStringLiteral("Charts/markerSize")), QStringLiteral("7"));
+    QCOMPARE(charts.value(QStringLiteral("Charts/chartMarkers")), QStringLiteral("true"));
+    QCOMPARE(charts.value(QStringLiteral("Charts/other")), QStringLiteral("kept"));
 }
 
 QTEST_GUILESS_MAIN(tst_settings_file)
