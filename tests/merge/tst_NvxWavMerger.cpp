@@ -1,8 +1,10 @@
+#include "FileSwap.h"
 #include "MergeParts.h"
 
 #include "NvxQtCommon/contract/recording/HydUtil.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -204,6 +206,26 @@ private Q_SLOTS:
         QVERIFY(text.endsWith("]: Merge Complete!\n"));
     }
 
+    void eachMergeHasItsLog()
+    {
+        MergeRig rig;
+        rig.merger->startMerge();
+        const QString first = rig.signalsSeen.first().mid(24);
+        const qint64 size = QFileInfo(first).size();
+        QVERIFY(size > 0 && descriptorOf(first) >= 0);
+        const QString other = rig.outputDir() + QStringLiteral("/other");
+        QVERIFY(QDir().mkpath(other));
+        rig.merger->setOutputDir(other);
+        rig.signalsSeen.clear();
+        rig.merger->startMerge();
+        const QString second = rig.signalsSeen.first().mid(24);
+        QCOMPARE(QFileInfo(second).absolutePath(), other);
+        QCOMPARE(QFileInfo(second).size(), size);
+        // The first one is closed.
+        QCOMPARE(descriptorOf(first), -1);
+        QCOMPARE(QFileInfo(first).size(), size);
+    }
+
     // --- rainy day flows
     void moreChannelsThanThereAreNumbers()
     {
@@ -298,6 +320,15 @@ private Q_SLOTS:
         NvxWavMerger merger;
         merger.log(QStringLiteral("nobody hears this"));
         merger.logMergePlan();
+    }
+
+    void failureWithoutAnError()
+    {
+        MergeRig rig;
+        rig.merger->handleWriteError();
+        QCOMPARE(rig.signalsSeen,
+                 QStringList{QStringLiteral("failed: ") +
+                             QString::fromUtf8(NvxWavWriter::errorStr(WavErrNone)) + kAdvice});
     }
 
     void linesOfTheApplication()

@@ -254,6 +254,19 @@ private Q_SLOTS:
         QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
     }
 
+    void filesThatFallOutStayOpened()
+    {
+        TwoChannels rig;
+        MergeFile file;
+        file.serial = 8;
+        rig.add(file);
+        rig.merger->startMerge();
+        rig.merger->startMerge();
+        // The second build meets a file that it has already. This is intended.
+        QCOMPARE(rig.logLinesWith(QStringLiteral("Adding file to merge plan")).size(), 1);
+        QCOMPARE(rig.logLinesWith(QStringLiteral("not assigned")).size(), 1);
+    }
+
     void fileOfAnotherLength_data()
     {
         QTest::addColumn<unsigned>("seconds");

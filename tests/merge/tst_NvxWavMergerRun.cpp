@@ -6,6 +6,7 @@
 #include "WavJudge.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QDir>
 #include <QFile>
 
 namespace {
@@ -190,6 +191,18 @@ private Q_SLOTS:
         QCOMPARE(replay.channelDevices().size(), 2);
         QCOMPARE(replay.channelDevices().at(0).serialNo(), uint16_t{7});
         QCOMPARE(replay.channelDevices().at(1).serialNo(), uint16_t{9});
+    }
+
+    void theDirectoryMayHaveAnyName()
+    {
+        TwoFiles rig;
+        const QString other = rig.outputDir() + QStringLiteral("/Ålesund 海");
+        QVERIFY(QDir().mkpath(other));
+        rig.merger->setOutputDir(other);
+        rig.merger->startMerge();
+        QVERIFY(dataOfWav(other + QLatin1Char('/') + kOutput) ==
+                woven({rig.first.samples(), rig.second.samples()}, 2));
+        QCOMPARE(QDir(other).entryList({QStringLiteral("MERGELOG_*.txt")}, QDir::Files).size(), 1);
     }
 
     void namesThatExistAreNumbered()
