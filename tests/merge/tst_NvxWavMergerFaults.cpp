@@ -167,13 +167,13 @@ private Q_SLOTS:
             rig.merger->startMerge();
             QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
             QCOMPARE(rig.outputs(), QStringList{kOutput});
-            QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
             const bool isKnown = rig.logLinesWith(QStringLiteral("unsupported device")).isEmpty();
             QCOMPARE(isKnown, size >= header);
             if (!isKnown) {
                 QVERIFY(rig.merged() == rig.first.samples());
                 continue;
             }
+            QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
             // The sum of both channels, in whole samples, is shared out evenly.
             const qint64 frames = (20 + size - header) / 2 / 2;
             QByteArray second = rig.second.samples().left((size - header) / 2 * 2);
