@@ -22,7 +22,7 @@ FLOORS |= {
     "replay": ["logging"],
     "merge": ["replay"],
     "discovery": ["control"],
-    "transfer": ["contract/recording"],
+    "transfer": ["settings"],
     "array": ["control", "streaming", "transfer"],
 }
 # The one source that looks up: it knows the array controller that the base controller doesn't.

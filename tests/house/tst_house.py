@@ -49,8 +49,8 @@ class BrokenRules(unittest.TestCase):
         self.assert_found("NvxQtCommon/control/NvxDeviceControllerFactory.cpp",
                           line + '#include "NvxQtCommon/streaming/Y.h"\n', "looks up to streaming")
 
-    def test_transfer_stands_on_the_contract_alone(self):
-        self.assert_found("NvxQtCommon/transfer/X.cpp", '#include "NvxQtCommon/control/Y.h"\n', "looks up")
+    def test_transfer_knows_no_streams(self):
+        self.assert_found("NvxQtCommon/transfer/X.cpp", '#include "NvxQtCommon/streaming/Y.h"\n', "looks up")
 
     def test_file_outside_of_the_rooms(self):
         self.assert_found("NvxQtCommon/newroom/X.cpp", "int x;\n", "no room")

@@ -1,0 +1,105 @@
+"""A packaged FTP server (pyftpdlib) for tests: port 21 of an address, anonymous users who may do everything.
+
+It says on standard output "ready", "open" and "gone" for each control connection, and "cmd " with each command line
+that it gets. It ends when its standard input is closed.
+"""
+import argparse
+import os
+import sys
+import threading
+
+from pyftpdlib.authorizers import DummyAuthorizer
+from pyftpdlib.handlers import DTPHandler, FTPHandler, ThrottledDTPHandler
+from pyftpdlib.log import config_logging
+from pyftpdlib.servers import FTPServer
+
+RIGHTS = "elradfmwMT"
+
+
+def say(text):
+    sys.stdout.buffer.write(text.encode("utf-8", "surrogateescape") + b"\n")
+    sys.stdout.buffer.flush()
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("address")
+    parser.add_argument("directory")
+    parser.add_argument("--user", help="NAME:PASSWORD of a user beside the anonymous one")
+    parser.add_argument("--listing", help="file that every LIST gets")
+    parser.add_argument("--silent", default="", help="command that is never answered")
+    parser.add_argument("--drop", default="", help="command that ends the control connection")
+    parser.add_argument("--refuse", default="", help="command that is answered by 550")
+    parser.add_argument("--no-size", action="store_true", help="SIZE is no command")
+    parser.add_argument("--size-plus", type=int, default=0, help="what SIZE says too much")
+    parser.add_argument("--rate", type=int, default=0, help="bytes that a download brings in a second")
+    return parser.parse_args()
+
+
+class Peer(FTPHandler):
+    options = None
+    use_sendfile = False
+    banner = "peer"
+
+    def on_connect(self):
+        say("open")
+
+    def on_disconnect(self):
+        say("gone")
+
+    def pre_process_command(self, line, cmd, arg):
+        say("cmd " + line)
+        if cmd == self.options.silent:
+            return
+        if cmd == self.options.drop:
+            self.close()
+            return
+        if cmd == self.options.refuse:
+            self.respond("550 Refused on demand.")
+            return
+        if cmd == "SIZE" and self.options.no_size:
+            self.respond("500 Unknown command.")
+            return
+        super().pre_process_command(line, cmd, arg)
+
+    def ftp_SIZE(self, path):
+        if self.options.size_plus and os.path.isfile(path):
+            self.respond("213 %d" % (os.path.getsize(path) + self.options.size_plus))
+        else:
+            super().ftp_SIZE(path)
+
+    def ftp_LIST(self, path):
+        if self.options.listing is None:
+            return super().ftp_LIST(path)
+        with open(self.options.listing, "rb") as file:
+            self.push_dtp_data(file.read(), isproducer=False, cmd="LIST")
+        return path
+
+
+def main():
+    options = parse_arguments()
+    authorizer = DummyAuthorizer()
+    authorizer.add_anonymous(options.directory, perm=RIGHTS)
+    if options.user:
+        name, password = options.user.split(":", 1)
+        authorizer.add_user(name, password, options.directory, perm=RIGHTS)
+    Peer.options = options
+    Peer.authorizer = authorizer
+    Peer.dtp_handler = DTPHandler
+    if options.rate:
+        Peer.dtp_handler = ThrottledDTPHandler
+        ThrottledDTPHandler.read_limit = ThrottledDTPHandler.write_limit = options.rate
+    config_logging(level=40)
+    server = FTPServer((options.address, 21), Peer)
+
+    def end_with_input():
+        sys.stdin.read()
+        os._exit(0)
+
+    threading.Thread(target=end_with_input, daemon=True).start()
+    say("ready")
+    server.serve_forever(handle_exit=False)
+
+
+if __name__ == "__main__":
+    main()
