@@ -45,17 +45,32 @@ QStringView toLastDigit(QStringView text)
     return text.first(behind - text.begin()).trimmed();
 }
 
+/// A time in the hour that the clocks skip, which no local time has: by the offset of the day before, as a
+/// device means it whose clock goes on. Invalid where the text is no time at all.
+QDateTime skippedTime(QStringView text)
+{
+    if (text.size() != kTimeFormat.size() || text[10] != u' ')
+        return {};
+    const QDate date = QDate::fromString(text.left(10).toString(), kTimeFormat.left(10));
+    const QTime time = QTime::fromString(text.mid(11).toString(), kTimeFormat.mid(11));
+    if (!date.isValid() || !time.isValid())
+        return {};
+    const QDateTime before(date.addDays(-1), time);
+    return QDateTime(date, time, Qt::UTC).addSecs(-before.offsetFromUtc()).toLocalTime();
+}
+
 QDateTime localTime(QStringView text)
 {
     // Longer ones can't be a time, and reading them takes long.
     if (text.size() > kMaxTimeText)
         return {};
 #if QT_VERSION >= QT_VERSION_CHECK(6, 7, 0)
-    return QDateTime::fromString(text.toString(), kTimeFormat, 1900);
+    const QDateTime stamp = QDateTime::fromString(text.toString(), kTimeFormat, 1900);
 #else
     // Years have four digits, so a base year would change nothing.
-    return QDateTime::fromString(text.toString(), kTimeFormat);
+    const QDateTime stamp = QDateTime::fromString(text.toString(), kTimeFormat);
 #endif
+    return stamp.isValid() ? stamp : skippedTime(text);
 }
 
 } // namespace

@@ -1,6 +1,10 @@
 #include "NvxQtCommon/control/SActiveTrigger.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QScopeGuard>
+
+#include <ctime>
+
 namespace {
 
 constexpr qint64 kTime = 1614837967; // 2021-03-04 06:06:07 UTC
@@ -287,6 +291,38 @@ private Q_SLOTS:
     {
         QCOMPARE(parsed(QString(kLine).replace("2021-03-04", "2021-02-30")).time, uint64_t{0});
         QCOMPARE(parsed(QString(kLine).replace("2021-03-04", "yesterday")).type, TrigDevice);
+        QCOMPARE(parsed(QString(kLine).replace("04 05", "04T05")).time, uint64_t{0});
+        QCOMPARE(parsed(QString(kLine).replace("05:06:07", "05:06:60")).time, uint64_t{0});
+        QCOMPARE(parsed(QString(kLine).replace("05:06:07", "05:06:07 ?")).time, uint64_t{0});
+    }
+
+    void timeThatTheClocksSkip_data()
+    {
+        QTest::addColumn<QString>("written");
+        QTest::addColumn<QString>("utc");
+        QTest::newRow("before") << "01:59:59"
+                                << "09:59:59";
+        QTest::newRow("first") << "02:00:00"
+                               << "10:00:00";
+        QTest::newRow("last") << "02:59:59"
+                              << "10:59:59";
+        QTest::newRow("behind") << "03:00:00"
+                                << "10:00:00";
+    }
+    void timeThatTheClocksSkip()
+    {
+        QFETCH(QString, written);
+        QFETCH(QString, utc);
+        const QByteArray zone = qgetenv("TZ");
+        const auto back = qScopeGuard([&zone] {
+            zone.isNull() ? qunsetenv("TZ") : qputenv("TZ", zone);
+            tzset();
+        });
+        qputenv("TZ", "America/Vancouver");
+        tzset();
+        const SActiveTrigger active =
+            parsed(QString(kLine).replace("2021-03-04 05:06:07", "2021-03-14 " + written));
+        QCOMPARE(QDateTime::fromSecsSinceEpoch(qint64(active.time), Qt::UTC).toString("hh:mm:ss"), utc);
     }
 
     void bytesAreNotRead()
