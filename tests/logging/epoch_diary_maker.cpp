@@ -5,6 +5,7 @@
 // {"line": text} is a line of a device, anything else the fields of a record. With `die` the program is
 // killed behind the last one.
 #include "NvxQtCommon/logging/NvxEpochLogger.h"
+#include "NvxQtCommon/streaming/HydEpochStreamAdapter.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -13,6 +14,7 @@
 #include <QJsonObject>
 
 #include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -40,6 +42,22 @@ SActiveTrigger occurrenceOf(const QJsonObject& fields)
     return active;
 }
 
+void logStream(NvxEpochLogger& logger, const QString& address, unsigned short port, int count)
+{
+    HydEpochStreamAdapter stream(StreamEpoch, port, address, HydDeviceId(DevTypeRecorderA, 1234), 100000,
+                                 true);
+    QObject::connect(&stream, &HydEpochStreamAdapter::signalTrigActive, &logger,
+                     &NvxEpochLogger::handleTrigActive);
+    QObject::connect(&stream, &HydEpochStreamAdapter::signalTrigActive, &logger, [&count] {
+        std::puts("logged");
+        std::fflush(stdout);
+        if (--count == 0)
+            QCoreApplication::quit();
+    });
+    stream.startStream();
+    QCoreApplication::exec();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -55,6 +73,10 @@ int main(int argc, char** argv)
     logger.setDevId(HydDeviceId(DevTypeRecorderA, 1234));
     bool hasFailed = false;
     QObject::connect(&logger, &NvxEpochLogger::loggingFailed, &logger, [&hasFailed] { hasFailed = true; });
+    if (arguments.size() == 5) {
+        logStream(logger, arguments[2], arguments[3].toUShort(), arguments[4].toInt());
+        return hasFailed ? 1 : 0;
+    }
     for (const QJsonValue occurrence : QJsonDocument::fromJson(input.readAll()).array())
         logger.handleTrigActive(occurrenceOf(occurrence.toObject()));
     if (arguments.contains(QStringLiteral("die")))

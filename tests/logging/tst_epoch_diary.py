@@ -9,6 +9,7 @@ import os
 import pathlib
 import random
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -149,6 +150,33 @@ class EpochDiary(unittest.TestCase):
                 if (zone, day) != ("America/Vancouver", "2021-03-14"):
                     times = self.digits_of_the_device(zone, day)
                     self.assertEqual(list(times.values()), list(times), zone)
+
+    def test_stream_of_a_device(self):
+        # Whole lines, one a write, the next one when the diary has the one before.
+        source = random.Random(SEED)
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        with socket.create_server(("127.0.77.1", 0)) as server:
+            server.settimeout(60)
+            maker = subprocess.Popen([MAKER, folder.name, "127.0.77.1", str(server.getsockname()[1]), "200"],
+                                     stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+            self.addCleanup(maker.stdout.close)
+            self.addCleanup(maker.kill)
+            device, _ = server.accept()
+        expected = []
+        with device:
+            for seq in range(200):
+                time = digits(utc(1614834367 + seq))
+                fields = {"serial": 1234, "seq": str(seq), "number": seq % 20, "low": 10, "high": 1000,
+                          "below": source.random() < 0.5, "threshold": 5000, "duration": 30}
+                occurrence, lines = device_line(time, fields, source.random() < 0.5)
+                expected += lines
+                device.sendall(occurrence["line"].encode() + b"\n")
+                self.assertEqual(maker.stdout.readline(), "logged\n")
+            self.assertEqual(maker.wait(60), 0)
+        lines = read_diary.read(next(pathlib.Path(folder.name).iterdir()))
+        self.assertEqual(lines.pop()["text"], LAST)
+        self.assertEqual(lines, expected)
 
     # --- rainy day flows
 
