@@ -16,6 +16,7 @@ constexpr size_t kCommandBufferSize = 4096;
 constexpr size_t kCollectBytes = 60000;
 constexpr size_t kBurstSamples = 16;
 constexpr uint16_t kPlainRefusal = 1;
+constexpr uint16_t kThresholdRefusal = 3;
 
 /// A payload of any bytes, for replies that no correct device makes.
 class RawReply : public HydControlMsgPayload
@@ -109,6 +110,7 @@ void ControlSession::answer(const HydControlMsgPayload& request)
 {
     const uint8_t letter = request.msgType();
     const QPointer<ControlSession> self(this);
+    m_state->noteArrival(static_cast<char>(letter));
     Q_EMIT m_state->commandReceived(static_cast<char>(letter));
     // Who hears of a command may stop the recorder, or delete it.
     if (self.isNull())
@@ -219,7 +221,10 @@ void ControlSession::answerTrigger(const HydTrigger& request)
     const auto trigger = HydTrigger::fromBytes(bytes.bytes());
     if (!trigger)
         return;
-    const uint16_t code = m_state->writeTrigger(trigger);
+    const auto refusal = m_link.strike(Fault::RefuseTrigger);
+    const uint16_t code = !refusal       ? m_state->writeTrigger(trigger)
+                          : *refusal > 0 ? static_cast<uint16_t>(*refusal)
+                                         : kThresholdRefusal;
     const auto answered = HydTrigger::fromBytes(bytes.bytes());
     answered->setErrorCode(code);
     reply(answered);

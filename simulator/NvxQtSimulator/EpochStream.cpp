@@ -1,54 +1,45 @@
 #include "NvxQtSimulator/EpochStream.h"
 
-#include <QDateTime>
-
-#include <algorithm>
-
 namespace {
 
-constexpr int kEpochPaceMs = 1000;
+constexpr int kPauseMs = 50;
+constexpr size_t kMaxWaiting = 1024;
 
 } // namespace
 
 EpochStream::EpochStream(QTcpSocket* socket, RecorderState* state, QObject* parent)
     : StreamSession(socket, state, StreamEpoch, parent)
 {
+    m_pause.setSingleShot(true);
+    m_pause.setTimerType(Qt::PreciseTimer);
+    connect(&m_pause, &QTimer::timeout, this, &EpochStream::proceed);
+    connect(state, &RecorderState::epochLine, this, &EpochStream::take);
     // Not before it is whole.
     QMetaObject::invokeMethod(
         this, [this] { start(0, 0); }, Qt::QueuedConnection);
 }
 
-void EpochStream::begin()
+void EpochStream::take(const QByteArray& line)
 {
-    setPace(kEpochPaceMs);
-    proceed();
+    if (!isRunning())
+        return;
+    if (m_waiting.size() >= kMaxWaiting) {
+        ++state().counters.framesDropped;
+        return;
+    }
+    m_waiting.push_back(line);
+    if (!m_pause.isActive())
+        m_pause.start(0);
 }
 
 void EpochStream::proceed()
 {
-    const unsigned period = state().settings().epochPeriod;
-    const unsigned length = std::min(state().settings().epochSeconds, period - 1);
-    if (m_seconds % period == 0) {
-        ++m_epoch;
-        sendLine(true);
-    } else if (m_seconds % period == length) {
-        sendLine(false);
-    }
-    ++m_seconds;
-}
-
-void EpochStream::sendLine(bool started)
-{
-    QString line = QStringLiteral("%1, SN %2, Epoch %3, ")
-                       .arg(QDateTime::fromSecsSinceEpoch(state().deviceTime(), Qt::UTC)
-                                .toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")))
-                       .arg(state().identity().serial)
-                       .arg(m_epoch);
-    if (started)
-        line += QStringLiteral("Seq %1, 10-1000 > 5000uPa, %2s\n")
-                    .arg(m_lines++)
-                    .arg(state().settings().epochSeconds);
-    else
-        line += QStringLiteral("Ended\n");
-    sendFrame(line.toUtf8());
+    if (!isRunning())
+        m_waiting.clear();
+    if (m_waiting.empty())
+        return;
+    const QByteArray line = m_waiting.front();
+    m_waiting.pop_front();
+    m_pause.start(kPauseMs);
+    sendFrame(line);
 }

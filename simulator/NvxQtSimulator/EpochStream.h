@@ -2,8 +2,12 @@
 
 #include "NvxQtSimulator/StreamSession.h"
 
+#include <QTimer>
+
+#include <deque>
+
 /// The epoch stream of one reader: text lines of trigger events from the connection on, without a start
-/// message.
+/// message. Each line is one write, and the next one leaves after a pause, so that a reader sees whole lines.
 class EpochStream : public StreamSession
 {
     Q_OBJECT
@@ -12,13 +16,12 @@ public:
     EpochStream(QTcpSocket* socket, RecorderState* state, QObject* parent);
 
 protected:
-    void begin() override;
+    void begin() override {}
     void proceed() override;
 
 private:
-    void sendLine(bool started);
+    void take(const QByteArray& line);
 
-    uint64_t m_seconds = 0;
-    uint64_t m_epoch = 0;
-    uint64_t m_lines = 0;
+    QTimer m_pause;
+    std::deque<QByteArray> m_waiting;
 };

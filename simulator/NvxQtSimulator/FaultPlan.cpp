@@ -15,6 +15,7 @@ constexpr std::array kFaultNames{
     std::pair{Fault::Junk, "junk"},
     std::pair{Fault::BadChecksum, "bad-checksum"},
     std::pair{Fault::RefuseSetup, "refuse-setup"},
+    std::pair{Fault::RefuseTrigger, "refuse-trigger"},
     std::pair{Fault::TimeFailure, "time-failure"},
     std::pair{Fault::ScanBurst, "scan-burst"},
     std::pair{Fault::Silence, "silence"},

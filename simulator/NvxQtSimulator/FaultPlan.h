@@ -10,31 +10,32 @@
 /// What can go wrong with a simulated recorder. An *occasion* is the moment at which a fault may strike: a
 /// message that is sent, an event header, a data block, a request or a connection, as each line says.
 enum class Fault : uint8_t {
-    Split,        ///< message cut in two writes 20 ms apart; value: bytes of the first, 0 for any number
-    Merge,        ///< message held back and sent in one write with the next one, at most 200 ms later
-    Junk,         ///< random bytes ahead of a message; value: how many, 0 for 1 to 64
-    BadChecksum,  ///< message with a wrong checksum
-    RefuseSetup,  ///< job setup request refused; value: error code, 0 for 1
-    TimeFailure,  ///< time reply of -1
-    ScanBurst,    ///< collect reply cut short to 16 samples with the top bit of its mask set
-    Silence,      ///< nothing is sent from this message on; value: milliseconds, 0 until the next start
-                  ///< message
-    Close,        ///< connection closed within a message; value: bytes sent before, 0 for any number
-    Reset,        ///< the same with a reset instead of a close
-    SequenceGap,  ///< event header whose sequence jumps forward; value: samples, 0 for one second
-    SequenceBack, ///< event header whose sequence jumps back; value: samples, 0 for one second
-    NewEvent,     ///< a new event with another id begins at a data block; value: seconds added, 0 for 1
-    RateChange,   ///< event header with another sample rate; value: Hz, 0 for half of the rate
-    Notify,       ///< notification ahead of a data block; value: its code
-    Oversize,     ///< count larger than what follows: samples of a data block (value 0), length of a frame
-                  ///< (value 1), tags or triggers of a reply
-    RolloverUp,   ///< rollover byte rises at an event header; value: by how much, 0 for 1
-    RolloverDown, ///< rollover byte falls at an event header; value: by how much, 0 for 1
-    Loss,         ///< message not sent
-    Duplicate,    ///< message sent twice
-    Slow,         ///< message and all behind it held back; value: milliseconds, 0 for 200
-    Refuse,       ///< connection reset 20 ms after it is made; change of network settings refused (value:
-                  ///< code, 0 for 0xFFFF)
+    Split,         ///< message cut in two writes 20 ms apart; value: bytes of the first, 0 for any number
+    Merge,         ///< message held back and sent in one write with the next one, at most 200 ms later
+    Junk,          ///< random bytes ahead of a message; value: how many, 0 for 1 to 64
+    BadChecksum,   ///< message with a wrong checksum
+    RefuseSetup,   ///< job setup request refused; value: error code, 0 for 1
+    RefuseTrigger, ///< trigger refused; value: error code, 0 for 3
+    TimeFailure,   ///< time reply of -1
+    ScanBurst,     ///< collect reply cut short to 16 samples with the top bit of its mask set
+    Silence,       ///< nothing is sent from this message on; value: milliseconds, 0 until the next start
+                   ///< message
+    Close,         ///< connection closed within a message; value: bytes sent before, 0 for any number
+    Reset,         ///< the same with a reset instead of a close
+    SequenceGap,   ///< event header whose sequence jumps forward; value: samples, 0 for one second
+    SequenceBack,  ///< event header whose sequence jumps back; value: samples, 0 for one second
+    NewEvent,      ///< a new event with another id begins at a data block; value: seconds added, 0 for 1
+    RateChange,    ///< event header with another sample rate; value: Hz, 0 for half of the rate
+    Notify,        ///< notification ahead of a data block; value: its code
+    Oversize,      ///< count larger than what follows: samples of a data block (value 0), length of a frame
+                   ///< (value 1), tags or triggers of a reply
+    RolloverUp,    ///< rollover byte rises at an event header; value: by how much, 0 for 1
+    RolloverDown,  ///< rollover byte falls at an event header; value: by how much, 0 for 1
+    Loss,          ///< message not sent
+    Duplicate,     ///< message sent twice
+    Slow,          ///< message and all behind it held back; value: milliseconds, 0 for 200
+    Refuse,        ///< connection reset 20 ms after it is made; change of network settings refused (value:
+                   ///< code, 0 for 0xFFFF)
 };
 
 /// Where a fault may strike, as bits.

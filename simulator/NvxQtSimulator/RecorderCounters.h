@@ -2,6 +2,13 @@
 
 #include <cstdint>
 
+/// A control message that arrived: when, in milliseconds since the recorder was made, by a steady clock.
+struct CommandArrival
+{
+    char letter = 0;
+    int64_t ms = 0;
+};
+
 /// What a simulated recorder has done so far, over all its connections.
 struct RecorderCounters
 {

@@ -83,9 +83,5 @@ struct RecorderSettings
     int64_t backlogLimit = 4 * 1024 * 1024;
     /// Seconds of samples, at least 1, that wait for the next data collect request; what is older is lost.
     unsigned scanMemorySeconds = 4;
-    /// Seconds between the starts of two trigger events on the epoch stream, and how long each lasts.
-    unsigned epochPeriod = 60;
-    unsigned epochSeconds = 30;
-
     FaultPlan faults;
 };

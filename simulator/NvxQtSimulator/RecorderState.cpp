@@ -11,6 +11,7 @@ namespace {
 
 constexpr uint32_t kMaxSampleRate = 512000;
 constexpr size_t kMaxTriggers = 64;
+constexpr size_t kMaxArrivals = 4096;
 constexpr uint16_t kFftPoints = 1024;
 // dB re 1 V. A sine wave of full scale gives a byte of 253, the least that is told from nothing is -126 dBFS.
 constexpr int kFftRef = -120;
@@ -41,7 +42,6 @@ RecorderSettings withinLimits(RecorderSettings settings)
         settings.bitDepth = 24;
     settings.blocksPerSecond = std::clamp<unsigned>(settings.blocksPerSecond, 1, 1000);
     settings.scanMemorySeconds = std::max(settings.scanMemorySeconds, 1U);
-    settings.epochPeriod = std::max(settings.epochPeriod, 1U);
     return settings;
 }
 
@@ -77,6 +77,7 @@ RecorderState::RecorderState(const RecorderSettings& settings, QObject* parent)
         NvxMacAddr({0x02, 0x4E, static_cast<uint8_t>(address >> 8), static_cast<uint8_t>(address),
                     static_cast<uint8_t>(serial >> 8), static_cast<uint8_t>(serial)}));
     m_sinceBase.start();
+    m_sinceMade.start();
     setFaults(m_settings.faults);
 }
 
@@ -190,7 +191,29 @@ uint16_t RecorderState::writeTrigger(const std::shared_ptr<HydTrigger>& trigger)
     if (m_triggers.size() >= kMaxTriggers && !m_triggers.contains(known->trigNum()))
         return TriggerListFull;
     m_triggers[known->trigNum()] = known;
+    Q_EMIT triggersChanged();
     return TriggerAccepted;
+}
+
+void RecorderState::clearTriggers()
+{
+    m_triggers.clear();
+    Q_EMIT triggersChanged();
+}
+
+void RecorderState::setTriggerActive(uint8_t number, bool active)
+{
+    if (active)
+        m_activeTriggers.insert(number);
+    else
+        m_activeTriggers.erase(number);
+}
+
+void RecorderState::noteArrival(char letter)
+{
+    if (m_arrivals.size() == kMaxArrivals)
+        m_arrivals.pop_front();
+    m_arrivals.push_back({letter, m_sinceMade.elapsed()});
 }
 
 void RecorderState::setFaults(const FaultPlan& plan)
@@ -214,7 +237,7 @@ std::optional<int64_t> RecorderState::strike(FaultChannel channel, Fault fault)
 
 void RecorderState::restart()
 {
-    m_triggers.clear();
+    clearTriggers();
     m_baseSample = m_settings.firstSequence;
     m_highestSample = m_settings.firstSequence;
     m_sinceBase.restart();

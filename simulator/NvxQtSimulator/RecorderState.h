@@ -11,8 +11,10 @@
 #include <QObject>
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 /// What the parts of one simulated recorder share: identity, job setup, clock, sample counter, triggers and
@@ -53,7 +55,12 @@ public:
     std::vector<std::shared_ptr<HydTrigger>> triggers() const;
     /// Adds a trigger, or replaces the one of its number. The answer's code, 0 for accepted.
     uint16_t writeTrigger(const std::shared_ptr<HydTrigger>& trigger);
-    void clearTriggers() { m_triggers.clear(); }
+    void clearTriggers();
+    bool isTriggerActive(uint8_t number) const { return m_activeTriggers.contains(number); }
+    void setTriggerActive(uint8_t number, bool active);
+
+    void noteArrival(char letter);
+    const std::deque<CommandArrival>& arrivals() const { return m_arrivals; }
 
     uint8_t rollover() const { return m_rollover; }
     void setRollover(uint8_t value) { m_rollover = value; }
@@ -74,6 +81,9 @@ Q_SIGNALS:
     /// Every running stream sends this notification.
     void notification(quint16 code, const QByteArray& text);
     void commandReceived(char letter);
+    void triggersChanged();
+    /// Every reader of the epoch stream gets this line, which has its line feed.
+    void epochLine(const QByteArray& line);
     void enquiryAnswered();
     void streamStarted(HydStreamType type);
     void streamStopped(HydStreamType type);
@@ -89,6 +99,9 @@ private:
     int64_t m_baseSample;
     int64_t m_highestSample;
     std::map<uint8_t, std::shared_ptr<HydTrigger>> m_triggers;
+    std::set<uint8_t> m_activeTriggers;
+    QElapsedTimer m_sinceMade;
+    std::deque<CommandArrival> m_arrivals;
     uint8_t m_rollover;
     std::map<FaultChannel, FaultDice> m_dice;
 };

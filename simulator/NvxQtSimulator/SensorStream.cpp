@@ -109,7 +109,7 @@ void SensorStream::addBattery(HydStatusDataPayload& payload, uint32_t time) cons
     payload.setBatteryChunk(std::make_shared<HydBatteryChunk>(&battery));
 }
 
-/// The enabled trigger of the lowest number, active for as long as an epoch is; number 0 without one.
+/// The enabled trigger of the lowest number, and whether it is active; number 0 without one.
 void SensorStream::addTrigger(HydStatusDataPayload& payload, uint32_t time) const
 {
     stTRIGGER_CHUNK_V0 record;
@@ -119,7 +119,7 @@ void SensorStream::addTrigger(HydStatusDataPayload& payload, uint32_t time) cons
         if (!known || known->enabled() == 0)
             continue;
         record.trigNum = known->trigNum();
-        record.trigState = m_messages % state().settings().epochPeriod < state().settings().epochSeconds;
+        record.trigState = state().isTriggerActive(known->trigNum()) ? 1 : 0;
         break;
     }
     payload.setTriggerChunk(std::make_shared<HydTriggerChunk>(&record));

@@ -4,10 +4,12 @@
 #include "NvxQtSimulator/DiscoveryService.h"
 #include "NvxQtSimulator/RecorderState.h"
 #include "NvxQtSimulator/StreamService.h"
+#include "NvxQtSimulator/TriggerWatch.h"
 
 SimulatedRecorder::SimulatedRecorder(const RecorderSettings& settings, QObject* parent)
     : QObject(parent), m_state(new RecorderState(settings, this))
 {
+    new TriggerWatch(m_state);
     connect(m_state, &RecorderState::commandReceived, this, &SimulatedRecorder::commandReceived);
     // Through the event loop: who hears of it may stop the recorder, or delete it.
     connect(m_state, &RecorderState::enquiryAnswered, this, &SimulatedRecorder::enquiryAnswered,
@@ -120,6 +122,16 @@ int64_t SimulatedRecorder::deviceTime() const
 RecorderCounters SimulatedRecorder::counters() const
 {
     return m_state->counters;
+}
+
+std::vector<std::shared_ptr<HydTrigger>> SimulatedRecorder::triggers() const
+{
+    return m_state->triggers();
+}
+
+std::vector<CommandArrival> SimulatedRecorder::commandArrivals() const
+{
+    return {m_state->arrivals().begin(), m_state->arrivals().end()};
 }
 
 void SimulatedRecorder::setFaults(const FaultPlan& plan)

@@ -10,9 +10,11 @@
 
 #include <map>
 #include <memory>
+#include <vector>
 
 class ControlService;
 class DiscoveryService;
+class HydTrigger;
 class RecorderState;
 class StreamService;
 
@@ -24,6 +26,11 @@ class StreamService;
 /// Each second of samples begins with an event header (time, running sample number, identity, status, format,
 /// scaling); the blocks that follow carry their position in that event. A written job setup takes effect with
 /// the next second; a written time moves the times of the events that follow.
+///
+/// Triggers that are set fire on the recorder's signal: the level in a trigger's band in µPa is looked at
+/// four times a second, over the last 4096 samples. A trigger fires once the level was on its side of the
+/// threshold for its duration, and ends once it wasn't for its event hold, or when it is changed or cleared;
+/// either is a line on the epoch stream.
 ///
 /// A slot on any of its signals may stop, start again or delete it.
 class SimulatedRecorder : public QObject
@@ -55,6 +62,10 @@ public:
     /// Device time in seconds since the epoch.
     int64_t deviceTime() const;
     RecorderCounters counters() const;
+    /// Triggers that were set, by their numbers.
+    std::vector<std::shared_ptr<HydTrigger>> triggers() const;
+    /// The latest 4096 control messages, the oldest first.
+    std::vector<CommandArrival> commandArrivals() const;
 
     /// Replaces the faults; occasions are counted anew.
     void setFaults(const FaultPlan& plan);

@@ -15,7 +15,7 @@ SpectrumMaker::SpectrumMaker(const SignalSettings& signal, uint32_t sampleRate, 
         m_turns[i] = std::polar(1.0, -2.0 * std::numbers::pi * i / points);
 }
 
-std::vector<uint8_t> SpectrumMaker::bins(uint64_t first, unsigned accum, double referenceDb)
+std::vector<double> SpectrumMaker::powers(uint64_t first, unsigned accum)
 {
     constexpr unsigned kBits = 24;
     constexpr double kFullScale = 1 << (kBits - 1);
@@ -32,11 +32,19 @@ std::vector<uint8_t> SpectrumMaker::bins(uint64_t first, unsigned accum, double 
     }
     // A sine wave of amplitude 1 in the middle of a bin gives points / 4 through a Hann window.
     const double unit = transforms * (m_points / 4.0) * (m_points / 4.0);
-    std::vector<uint8_t> levels(m_points / 2);
-    for (unsigned i = 0; i < m_points / 2; ++i) {
-        const double db = 10.0 * std::log10(std::max(power[i] / unit, 1e-30));
-        levels[i] = static_cast<uint8_t>(std::clamp(std::round(2.0 * (db - referenceDb)), 0.0, 255.0));
-    }
+    for (double& bin : power)
+        bin /= unit;
+    return power;
+}
+
+std::vector<uint8_t> SpectrumMaker::bins(uint64_t first, unsigned accum, double referenceDb)
+{
+    const std::vector<double> power = powers(first, accum);
+    std::vector<uint8_t> levels(power.size());
+    std::transform(power.begin(), power.end(), levels.begin(), [referenceDb](double bin) {
+        const double db = 10.0 * std::log10(std::max(bin, 1e-30));
+        return static_cast<uint8_t>(std::clamp(std::round(2.0 * (db - referenceDb)), 0.0, 255.0));
+    });
     return levels;
 }
 

@@ -20,6 +20,8 @@ public:
     /// points / 2 bins of the samples from `first` on, averaged over `accum` transforms, at least 1. A bin is
     /// 2 x (level in dBFS - `referenceDb`), kept within 0 to 255; a sine wave of full scale has 0 dBFS.
     std::vector<uint8_t> bins(uint64_t first, unsigned accum, double referenceDb);
+    /// The same as powers: a sine wave of full scale in the middle of a bin gives that bin 1.
+    std::vector<double> powers(uint64_t first, unsigned accum);
 
 private:
     void transform();

@@ -129,6 +129,20 @@ public:
         return waitForReplies(1) ? controlFrames().front() : RawControlFrame{};
     }
 
+    /// Body of a request for an enabled event trigger of 0 to 20000 Hz.
+    static QByteArray eventTrigger(int number, int threshold = 1000, int type = 5, int duration = 0,
+                                   int hold = 0)
+    {
+        QByteArray body =
+            QByteArray(2, '\0') + char(type) + QByteArray::fromHex("0018") + char(number) + '\1';
+        body += QByteArray::fromHex("0000000000004e20");
+        for (const int word : {duration, hold, 0, threshold, 0, 0, 0}) {
+            body += char(word >> 8);
+            body += char(word);
+        }
+        return body;
+    }
+
     // Streams
 
     void startStream(uint16_t minutes = 0, uint16_t bits = 0)

@@ -539,13 +539,11 @@ private Q_SLOTS:
         settings.bitDepth = 12;
         settings.channels = 99;
         settings.blocksPerSecond = 0;
-        settings.epochPeriod = 0;
         const SimulatedRecorder recorder(settings);
         QCOMPARE(recorder.settings().sampleRate, 512000U);
         QCOMPARE(recorder.settings().bitDepth, 24U);
         QCOMPARE(recorder.settings().channels, 8U);
         QCOMPARE(recorder.settings().blocksPerSecond, 1U);
-        QCOMPARE(recorder.settings().epochPeriod, 1U);
     }
 };
 

@@ -2,6 +2,8 @@
 #include "RawPeer.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <QSet>
+
 #include <cmath>
 #include <memory>
 #include <numbers>
@@ -156,26 +158,36 @@ private Q_SLOTS:
         QCOMPARE(int(reading(0).chunk(12).at(9)), int(BattCharging));
     }
 
-    void triggerIsActiveDuringItsEpochs()
+    void triggerIsActiveWhileItFires()
     {
         RecorderSettings settings = sensorSettings("127.92.3.5");
-        settings.streamSeconds = 20;
-        settings.epochPeriod = 5;
-        settings.epochSeconds = 2;
+        settings.unpaced = false;
+        settings.streamSeconds = 0;
         QVERIFY(open(settings));
         RawPeer control;
         QVERIFY(control.open(settings.address, 50000));
-        for (const auto& [number, enabled] : {std::pair{7, true}, std::pair{3, false}, std::pair{5, true}})
-            QCOMPARE(control.ask('S', triggerRequest(number, enabled)).payload.left(2), QByteArray(2, '\0'));
         m_peer->startStream(0, SensTriggers);
-        QVERIFY(m_peer->waitForFrames(kStatus, 20));
-        for (size_t i = 0; i < 20; ++i) {
-            const QByteArray trigger = reading(i).chunk(15);
-            QCOMPARE(RawStreamFrame::word<quint32>(trigger, 0), reading(i).time());
-            // The enabled one of the lowest number.
-            QCOMPARE(int(trigger.at(4)), 5);
-            QCOMPARE(int(trigger.at(5)), i % 5 < 2 ? 1 : 0);
-        }
+        QVERIFY(m_peer->waitForFrames(kStatus, 1));
+        const auto ask = [&](int number, bool enabled) {
+            return control.ask('S', triggerRequest(number, enabled)).payload.left(2) == QByteArray(2, '\0');
+        };
+        const auto states = [this] {
+            QSet<QPair<int, int>> seen;
+            for (const auto& frame : m_peer->streamFrames(kStatus))
+                seen << qMakePair(int(frame.chunk(15).at(4)), int(frame.chunk(15).at(5)));
+            return seen;
+        };
+        QCOMPARE(states(), (QSet<QPair<int, int>>{{0, 0}}));
+        // The enabled one of the lowest number; any level is above a threshold of 0.
+        QVERIFY(ask(7, true) && ask(3, false) && ask(5, true));
+        QVERIFY(m_peer->waitFor([&] { return states().contains({5, 1}); }));
+        QCOMPARE(RawStreamFrame::word<quint32>(reading(1).chunk(15), 0), reading(1).time());
+        QVERIFY(ask(5, false));
+        QVERIFY(m_peer->waitFor([&] { return states().contains({7, 1}); }));
+        QCOMPARE(control.ask('U').letter, 'U');
+        m_peer->received.clear();
+        QVERIFY(m_peer->waitForFrames(kStatus, 1));
+        QCOMPARE(states(), (QSet<QPair<int, int>>{{0, 0}}));
     }
 
     void withoutATriggerNoneIsActive()

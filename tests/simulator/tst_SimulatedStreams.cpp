@@ -371,30 +371,6 @@ private Q_SLOTS:
         }
     }
 
-    void epochLinesComeWithoutAStart()
-    {
-        RecorderSettings settings = rampSettings("127.92.0.13");
-        settings.epochPeriod = 2;
-        settings.epochSeconds = 1;
-        QVERIFY(openStream(settings, StreamEpoch));
-        QVERIFY(m_peer->waitFor([this] { return m_peer->received.count('\n') >= 2; }));
-        const QList<QByteArray> lines = m_peer->received.split('\n');
-        const QString stamp =
-            QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d, SN 1234, Epoch 1, ");
-        const QString started = QString::fromUtf8(lines[0]);
-        QVERIFY2(QRegularExpression(stamp + QStringLiteral("Seq 0, 10-1000 > 5000uPa, 1s$"))
-                     .match(started)
-                     .hasMatch(),
-                 lines[0].constData());
-        QVERIFY2(QRegularExpression(stamp + QStringLiteral("Ended$"))
-                     .match(QString::fromUtf8(lines[1]))
-                     .hasMatch(),
-                 lines[1].constData());
-        const QDateTime time = QDateTime::fromString(started.left(19), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
-        QVERIFY(std::abs(QDateTime(time.date(), time.time(), Qt::UTC).toSecsSinceEpoch() -
-                         QDateTime::currentSecsSinceEpoch()) <= 3);
-    }
-
     void notificationsGoToAllRunningStreams()
     {
         QVERIFY(openStream(rampSettings("127.92.0.14"), StreamWave));

@@ -586,6 +586,7 @@ private Q_SLOTS:
         spectrum.startStream();
         QVERIFY(epoch.open(settings.address, m_recorder->streamPort(StreamEpoch)));
         QVERIFY(spectrum.waitForFrames(kData, 1));
+        QCOMPARE(m_peer->ask('S', RawPeer::eventTrigger(1)).letter, 'S');
         QVERIFY(epoch.waitFor([&] { return epoch.received.contains('\n'); }));
         QVERIFY(m_recorder->counters().faults > 0);
         QCOMPARE(sensor.received, QByteArray());
