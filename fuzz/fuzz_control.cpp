@@ -1,6 +1,6 @@
 // HydControlProcessor: whatever comes, whole and byte by byte give the same messages, and a message that was
 // read is read again from what it is written to. What data collect messages become as payloads of a stream
-// has the sizes that it says.
+// has the sizes that it says. Triggers and lists of them are written as they were read.
 
 #include "FuzzTarget.h"
 
@@ -78,6 +78,30 @@ void checkScan(HydScanStreamConv& converter, const std::shared_ptr<HydDataCollec
         checkData(data, spectrum->bins.size());
 }
 
+/// The body of a trigger enquiry's reply, and that of a single trigger's.
+void checkTriggers(Bytes body)
+{
+    HydEnquireTrigger list;
+    ByteReader reader(body);
+    if (list.deserialize(reader)) {
+        ByteStream out;
+        list.serialize(out);
+        HydEnquireTrigger again;
+        ByteReader writtenList(out.bytes());
+        require(again.deserialize(writtenList) && writtenList.atEnd(), "a written list reads back");
+        const auto read = list.triggers();
+        require(std::ranges::equal(read, again.triggers(),
+                                   [](const auto& l, const auto& r) { return l->compare(r.get()); }),
+                "a list reads back as it was");
+    }
+    if (const auto trigger = HydTrigger::fromBytes(body)) {
+        ByteStream out;
+        trigger->serialize(out);
+        require(std::ranges::equal(out.bytes(), body), "a trigger is written as it was read");
+        require(trigger->errorMes(true).empty() == (trigger->errorCode() == 0), "a refusal has a text");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -96,6 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             checkScan(converter, collected);
     }
     // The same bytes without a frame, whose checksum a fuzzer hardly ever gets right.
+    checkTriggers(input);
     const auto bare = std::make_shared<HydDataCollectCmd>();
     ByteReader reader(input);
     if (bare->deserialize(reader))

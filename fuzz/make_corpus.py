@@ -41,6 +41,38 @@ def collect_payloads():
     yield "collect-bare-unfit", payload.replace(b"\x82\2\0\2", b"\x83\2\0\2")
 
 
+def trigger_payloads():
+    """Without their frames, like the above."""
+    messages = dict(make_golden.control_messages())
+    yield "triggers-bare", messages["triggers-reply"][4:-4]
+    yield "trigger-bare", messages["trigger-write"][4:-4]
+    yield "triggers-bare-too-many", b"\xff\xff" + messages["triggers-reply"][6:-4]
+    yield "triggers-bare-too-few", b"\0\0" + messages["triggers-reply"][6:-4]
+
+
+def epoch_lines():
+    begin = b"2021-03-04 05:06:07, SN 1234, Epoch 3, "
+    yield "started", begin + b"Seq 100, 10-1000 > 5000uPa, 30s"
+    yield "below", begin + b"Seq 18446744073709551615, 0-4294967295 < -32768uPa, 65535s\r"
+    yield "ended", begin + b"Ended"
+    yield "no-numbers", b", SN, Epoch, Seq, , "
+    yield "long-numbers", begin + b"Seq " + 40 * b"9" + b", " + 40 * b"9" + b"-" + 40 * b"9" + b" > " + 40 * b"9" + b"uPa, " + 40 * b"9"
+    yield "other-digits", "2021-03-04 05:06:07, SN ١٢, Epoch ١, Seq ١, ١-٢ > ١uPa, ١s".encode()
+    yield "zero", b"\0" + begin + b"Ended"
+    yield "commas", 64 * b"," + b"Epoch"
+
+
+def job_tags():
+    yield "unsigned", b"$WAVE_SAMPLE_RATE=96000"
+    yield "signed", b"$FFT_REF_LEVEL=-180"
+    yield "list", b"ARRAY_SERIALS=1,22,65535"
+    yield "no-number", b"$WAVE_GAIN=loud"
+    yield "too-large", b"$FFT_POINTS=" + 40 * b"9"
+    yield "two-borders", b"$WAVE_GAIN=3=6"
+    yield "no-key", b"$=1"
+    yield "unknown", b"$TAG_16384=1"
+
+
 def spectrum_files():
     header = (b"Nerivox spectrum file\t1\nType\t0\nName\tSpec_20240229_123456\nClient\tclient\nDevice type\t5\nSerial\t42\n"
               b"Start\t2024-02-29 12:34:56\nStart sample\t4886718345\nContinued\t1\nContinued from\tSpec\n"
@@ -99,7 +131,11 @@ if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
     for name, content in collect_payloads():
         write("control", name, content)
+    for name, content in trigger_payloads():
+        write("control", name, content)
     seeds("marco", make_golden.marco_messages())
     seeds("stream", make_golden.stream_messages())
     seeds("spectrum", spectrum_files())
     seeds("wav_header", wave_files())
+    seeds("epoch_line", epoch_lines())
+    seeds("job_tag", job_tags())
