@@ -133,7 +133,8 @@ public:
     uint64_t droppedReads() const { return m_droppedReads; }
     /// Bytes since construction that belonged to no good message, or that a new connection found unread.
     uint64_t skippedBytes() const { return m_processor.skippedBytes() + m_forgottenBytes; }
-    /// Replaces the clock that tells whether the stream is stale; the system clock by default.
+    /// Replaces the clock that tells whether the stream is stale, and that stamps what an array stream
+    /// delivers; the system clock by default.
     void setClock(Clock clock);
 
 Q_SIGNALS:
@@ -203,6 +204,8 @@ protected:
     void reconnectAndStart(bool start);
     void applyDuration(uint16_t seconds);
     void dropConnection();
+    /// Seconds since the Unix epoch, by the clock of setClock().
+    int64_t now() const { return m_clock(); }
 
     QHostAddress m_hostAddress;
     HydDeviceId m_deviceId;

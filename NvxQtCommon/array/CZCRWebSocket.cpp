@@ -1,0 +1,104 @@
+#include "NvxQtCommon/array/CZCRWebSocket.h"
+
+#include <QAbstractEventDispatcher>
+#include <QDebug>
+#include <QThread>
+#include <QUrl>
+
+#include <utility>
+
+namespace {
+
+/// A socket can't be deleted while it emits. Where no event loop runs any more, as at the end of a thread,
+/// the dispatcher takes it along.
+void deleteWebSocketLater(CZCRWebSocket* socket)
+{
+    socket->disconnect();
+    // A close message only leaves where there is a connection.
+    if (socket->state() == QAbstractSocket::ConnectedState)
+        socket->closeConnection();
+    else
+        socket->abort();
+    socket->setParent(QAbstractEventDispatcher::instance(socket->thread()));
+    socket->deleteLater();
+}
+
+} // namespace
+
+void CZCRWebSocket::ZCR_STREAM_STR::serialize()
+{
+    readFrom(
+        std::span<const uint8_t, kSize>(reinterpret_cast<const uint8_t*>(frameBytes.constData()), kSize));
+}
+
+std::shared_ptr<CZCRWebSocket> CZCRWebSocket::make()
+{
+    return {new CZCRWebSocket, deleteWebSocketLater};
+}
+
+CZCRWebSocket::CZCRWebSocket(QString const& origin, QWebSocketProtocol::Version version, QObject* parent)
+    : QWebSocket(origin, version, parent)
+{
+    setMaxAllowedIncomingFrameSize(kMaxMessageSize);
+    setMaxAllowedIncomingMessageSize(kMaxMessageSize);
+    connect(this, &QWebSocket::connected, this, &CZCRWebSocket::webSocketConnected);
+    connect(this, &QWebSocket::disconnected, this, &CZCRWebSocket::handleDisconnected);
+    connect(this, errorSignal(), this, &CZCRWebSocket::handleError);
+    connect(this, &QWebSocket::binaryMessageReceived, this, &CZCRWebSocket::readWebStream);
+}
+
+void CZCRWebSocket::openConnection()
+{
+    closeConnection();
+    if (state() != QAbstractSocket::UnconnectedState)
+        return;
+    open(QUrl(QStringLiteral("ws://%1:%2").arg(m_hAddress.toString()).arg(kPort)));
+}
+
+void CZCRWebSocket::closeConnection()
+{
+    if (state() != QAbstractSocket::UnconnectedState)
+        close(QWebSocketProtocol::CloseCodeNormal, QString());
+}
+
+void CZCRWebSocket::webSocketConnected()
+{
+    m_isOpen = true;
+    m_shortFrameLogged = false;
+    Q_EMIT signalWebSocketConnected();
+}
+
+void CZCRWebSocket::handleDisconnected()
+{
+    // The code of an earlier connection stays until the next one is closed by a message.
+    if (std::exchange(m_isOpen, false) && closeCode() == QWebSocketProtocol::CloseCodeTooMuchData)
+        qDebug() << "Array web socket closed: a message of more than" << kMaxMessageSize << "bytes";
+    closeConnection();
+}
+
+void CZCRWebSocket::handleError(QAbstractSocket::SocketError err)
+{
+    const QString text = errorString();
+    if (err != QAbstractSocket::UnfinishedSocketOperationError) {
+        m_isOpen = false;
+        // A refused handshake leaves the socket connecting for ever, and no message can leave a dead one.
+        if (!isValid())
+            abort();
+        closeConnection();
+    }
+    qDebug().noquote() << text;
+}
+
+void CZCRWebSocket::readWebStream(QByteArray const& message)
+{
+    if (message.size() < static_cast<qsizetype>(ZcrFrameHeader::kSize)) {
+        if (!m_shortFrameLogged)
+            qDebug() << "Array web socket: frame of" << message.size() << "bytes dropped";
+        m_shortFrameLogged = true;
+        return;
+    }
+    ZCR_STREAM_STR frame;
+    frame.frameBytes = message;
+    frame.serialize();
+    Q_EMIT signalWebSocBinMesReceived(frame);
+}
