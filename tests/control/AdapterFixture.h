@@ -4,11 +4,11 @@
 
 #include "NvxQtCommon/control/HydCommandAdapter.h"
 #include "tests/support/LogSpy.h"
+#include "tests/support/Patience.h"
 
 #include <QSerialPort>
 #include <QSignalSpy>
 #include <QTcpSocket>
-#include <QTest>
 #include <QTimer>
 
 #include <memory>
@@ -45,7 +45,7 @@ public:
         if (!peer.listen())
             return false;
         adapter.openConnection();
-        return QTest::qWaitFor([this] { return adapter.isConnected() && peer.isConnected(); });
+        return QTest::qWaitFor([this] { return adapter.isConnected() && peer.isConnected(); }, kPatienceMs);
     }
 
     /// Lets the adapter have exactly these bytes in one read. False when they don't arrive.
@@ -55,7 +55,7 @@ public:
         socket->blockSignals(true);
         peer.send(bytes);
         const bool arrived =
-            QTest::qWaitFor([&] { return socket->bytesAvailable() >= before + bytes.size(); });
+            QTest::qWaitFor([&] { return socket->bytesAvailable() >= before + bytes.size(); }, kPatienceMs);
         socket->blockSignals(false);
         return arrived && QMetaObject::invokeMethod(&adapter, "readStream", Qt::DirectConnection);
     }

@@ -344,7 +344,7 @@ void tst_HydCommandAdapterScan::stateIsReadableFromOtherThreads()
     });
     bool sawAll = true;
     const auto expect = [&](const std::atomic<bool>& seen, bool value) {
-        sawAll = sawAll && QTest::qWaitFor([&] { return seen == value; });
+        sawAll = sawAll && QTest::qWaitFor([&] { return seen == value; }, kPatienceMs);
     };
     for (int i = 0; i < 20; ++i) {
         f.adapter.setDataScanConf(0, 0x20);

@@ -36,7 +36,7 @@ public:
             return false;
         QSignalSpy opened(&controller, &NvxDeviceController::channelOpen);
         controller.openChannel(ChanCommand);
-        return QTest::qWaitFor([&] { return !opened.isEmpty() && peer.isConnected(); });
+        return QTest::qWaitFor([&] { return !opened.isEmpty() && peer.isConnected(); }, kPatienceMs);
     }
 
     ControlPeer peer;

@@ -3,12 +3,12 @@
 #include "NvxQtCommon/discovery/CUdpSocProc.h"
 #include "NvxQtCommon/discovery/HydMarcoAdapter.h"
 #include "tests/discovery/MarcoBytes.h"
+#include "tests/support/Patience.h"
 
 #include <QNetworkDatagram>
 #include <QNetworkInterface>
 #include <QPointer>
 #include <QSignalSpy>
-#include <QTest>
 
 // Both sides of discovery on loopback, for the tests of HydMarcoAdapter.
 
@@ -23,7 +23,7 @@ public:
     bool isBound() const { return m_bound; }
     bool waitForEnquiry()
     {
-        if (!QTest::qWaitFor([this] { return hasPendingDatagrams(); }))
+        if (!QTest::qWaitFor([this] { return hasPendingDatagrams(); }, kPatienceMs))
             return false;
         m_last = receiveDatagram();
         return true;

@@ -236,8 +236,8 @@ void tst_HydMarcoAdapterInput::slotMayRunAnEventLoop()
             return;
         // A dialog, say: while it is open the second answer comes and the socket's time runs out.
         loopback.socket()->timer()->start(1);
-        inOrder = QTest::qWaitFor([&] { return found.size() == 2; });
-        ended = QTest::qWaitFor([&] { return !loopback.socket(); });
+        inOrder = QTest::qWaitFor([&] { return found.size() == 2; }, kPatienceMs);
+        ended = QTest::qWaitFor([&] { return !loopback.socket(); }, kPatienceMs);
     });
     QVERIFY(loopback.send(enquiryBytes(5, 1)));
     QVERIFY(loopback.send(enquiryBytes(5, 2)));

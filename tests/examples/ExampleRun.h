@@ -1,8 +1,9 @@
 #pragma once
 
+#include "tests/support/Patience.h"
+
 #include <QProcess>
 #include <QStringList>
-#include <QTest>
 
 /// How a program ended.
 struct ExampleRun
@@ -17,7 +18,7 @@ inline ExampleRun runExample(const char* program, const QStringList& arguments)
 {
     QProcess process;
     process.start(QLatin1String(program), arguments);
-    if (!QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, 20000))
+    if (!QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, kPatienceMs))
         return {};
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAllStandardOutput()),

@@ -172,7 +172,7 @@ private Q_SLOTS:
             Q_ARG(std::shared_ptr<SClickStatistics>, std::make_shared<SClickStatistics>(makeClick(kTime))),
             Q_ARG(HydDeviceId, kDevice)));
         QCOMPARE(progress.size(), 0);
-        QVERIFY(progress.wait());
+        QVERIFY(progress.wait(kPatienceMs));
     }
 
     // --- rainy day flows

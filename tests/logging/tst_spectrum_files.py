@@ -28,7 +28,7 @@ class SpectrumFiles(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
-        subprocess.run([MAKER, cls.folder.name], check=True, timeout=60)
+        subprocess.run([MAKER, cls.folder.name], check=True, timeout=240)
         cls.sent = json.loads((pathlib.Path(cls.folder.name) / "sent.json").read_text(encoding="utf-8"))
 
     @classmethod

@@ -48,7 +48,7 @@ private:
         start(arguments);
         QByteArray output;
         while (!output.contains("ready\n")) {
-            if (!m_program.waitForReadyRead(10000))
+            if (!m_program.waitForReadyRead(kPatienceMs))
                 return {};
             output += m_program.readAllStandardOutput();
         }

@@ -536,7 +536,7 @@ private Q_SLOTS:
         auto* timer = adapter.findChild<QTimer*>();
         QSignalSpy timeouts(timer, &QTimer::timeout);
         timer->start(1);
-        QVERIFY(timeouts.wait());
+        QVERIFY(timeouts.wait(kPatienceMs));
         timer->stop();
         QSignalSpy started(&adapter, &HydStreamAdapter::streamStarted);
         adapter.startStream();
@@ -550,7 +550,7 @@ private:
     {
         QSignalSpy timeouts(stream.timer, &QTimer::timeout);
         stream.timer->start(1);
-        const bool hasTicked = timeouts.wait();
+        const bool hasTicked = timeouts.wait(kPatienceMs);
         stream.timer->stop();
         QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
         stream.adapter.startStream();

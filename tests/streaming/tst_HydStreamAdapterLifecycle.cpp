@@ -64,7 +64,7 @@ private Q_SLOTS:
         QCOMPARE(adapter.findChildren<QTcpSocket*>().size(), 1);
         QSignalSpy connected(&adapter, &HydStreamAdapter::streamConnected);
         adapter.connectStream();
-        QVERIFY(connected.wait());
+        QVERIFY(connected.wait(kPatienceMs));
     }
 
     void addressCanBeSetLater()
@@ -75,7 +75,7 @@ private Q_SLOTS:
         QCOMPARE(adapter.hostAddress(), QHostAddress(kAddress));
         QSignalSpy connected(&adapter, &HydStreamAdapter::streamConnected);
         adapter.connectStream();
-        QVERIFY(connected.wait());
+        QVERIFY(connected.wait(kPatienceMs));
         QTRY_VERIFY(peer.isConnected());
     }
 
@@ -103,7 +103,7 @@ private Q_SLOTS:
         // A round of the timer would leave its mark on the next start.
         QSignalSpy rounds(stream.timer, &QTimer::timeout);
         stream.timer->start(1);
-        QVERIFY(rounds.wait());
+        QVERIFY(rounds.wait(kPatienceMs));
         CONNECT_STREAM(stream);
         QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
         stream.adapter.startStream();
@@ -516,7 +516,7 @@ private Q_SLOTS:
         QSignalSpy connected(&stream.adapter, &HydStreamAdapter::streamConnected);
         QSignalSpy started(&stream.adapter, &HydStreamAdapter::streamStarted);
         stream.adapter.startStream();
-        QVERIFY(connected.wait());
+        QVERIFY(connected.wait(kPatienceMs));
         QVERIFY(spyStaysEmpty(started, 30));
         QTRY_VERIFY(stream.peer.isConnected());
         stream.peer.send("twelve bytes");

@@ -380,7 +380,7 @@ private Q_SLOTS:
         HydStreamAdapter later(StreamWave, peer.port(), kAddress, kDevice, kLongPeriod, true);
         QSignalSpy connected(&later, &HydStreamAdapter::streamConnected);
         later.delayConnectStream(700, false);
-        QVERIFY(connected.wait());
+        QVERIFY(connected.wait(kPatienceMs));
         QTRY_COMPARE(peer.connections(), qsizetype{1});
     }
 };

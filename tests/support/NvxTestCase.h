@@ -1,8 +1,9 @@
 #pragma once
 
+#include "tests/support/Patience.h"
+
 #include <QObject>
 #include <QRegularExpression>
-#include <QTest>
 
 /// Base of all test classes: an unexpected warning fails the test function that caused it. A test that
 /// overrides init() calls this one first.

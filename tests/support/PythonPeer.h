@@ -1,8 +1,9 @@
 #pragma once
 
+#include "tests/support/Patience.h"
+
 #include <QProcess>
 #include <QStringList>
-#include <QTest>
 
 /// A peer written in Python as a process of its own: it says "ready" and then a line for everything that
 /// reaches it, takes commands as lines, and ends with this object. Lives on the thread that created it.
@@ -16,7 +17,7 @@ public:
     ~PythonPeer()
     {
         m_process.closeWriteChannel();
-        if (m_process.state() != QProcess::NotRunning && !m_process.waitForFinished(5000)) {
+        if (m_process.state() != QProcess::NotRunning && !m_process.waitForFinished(kPatienceMs)) {
             m_process.kill();
             m_process.waitForFinished();
         }
@@ -56,7 +57,7 @@ public:
         }
         return found;
     }
-    bool waitForLines(const QString& first, qsizetype count, int timeoutMs = 10000)
+    bool waitForLines(const QString& first, qsizetype count, int timeoutMs = kPatienceMs)
     {
         return QTest::qWaitFor(
                    [&] { return lines(first).size() >= count || m_process.state() == QProcess::NotRunning; },

@@ -48,7 +48,7 @@ bool RoadRig::discover()
     connect(&marco, &HydMarcoAdapter::deviceFound, this,
             [this](const std::shared_ptr<HydDevice>& found) { device = found; });
     marco.netEnquireUDPIPAddr(recorder.settings().address, false, false);
-    return QTest::qWaitFor([this] { return device != nullptr; });
+    return QTest::qWaitFor([this] { return device != nullptr; }, kPatienceMs);
 }
 
 bool RoadRig::openCommands()
@@ -56,7 +56,7 @@ bool RoadRig::openCommands()
     controller = NvxDeviceController::createController(device, ConnTcp);
     QSignalSpy opened(controller.get(), &NvxDeviceController::channelOpen);
     controller->openChannel(ChanCommand);
-    return QTest::qWaitFor([&] { return !opened.isEmpty(); });
+    return QTest::qWaitFor([&] { return !opened.isEmpty(); }, kPatienceMs);
 }
 
 bool RoadRig::startUp()
@@ -66,7 +66,8 @@ bool RoadRig::startUp()
     QSignalSpy clocked(controller.get(), &NvxDeviceController::timeChanged);
     controller->startUpProc();
     controller->sendSetTime(0);
-    return QTest::qWaitFor([&] { return !identified.isEmpty() && !setUp.isEmpty() && !clocked.isEmpty(); });
+    return QTest::qWaitFor([&] { return !identified.isEmpty() && !setUp.isEmpty() && !clocked.isEmpty(); },
+                           kPatienceMs);
 }
 
 bool RoadRig::prepare()
@@ -98,7 +99,7 @@ bool RoadRig::startStream()
 {
     QSignalSpy started(stream.get(), &HydStreamAdapter::streamStarted);
     stream->startStream();
-    return QTest::qWaitFor([&] { return !started.isEmpty(); });
+    return QTest::qWaitFor([&] { return !started.isEmpty(); }, kPatienceMs);
 }
 
 bool RoadRig::waitForSamples(uint64_t count, int milliseconds)

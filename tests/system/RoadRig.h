@@ -6,6 +6,7 @@
 #include "NvxQtCommon/streaming/HydStreamAdapter.h"
 #include "NvxQtCommon/streaming/NvxStreamMonitor.h"
 #include "NvxQtSimulator/SimulatedRecorder.h"
+#include "tests/support/Patience.h"
 
 #include <QStringList>
 #include <QTemporaryDir>
@@ -42,7 +43,7 @@ public:
     void makeStream(int fileSeconds = 3600, int alivePeriodMs = 60000);
     bool startStream();
     /// Samples came that many, or were counted as missing.
-    bool waitForSamples(uint64_t count, int milliseconds = 8000);
+    bool waitForSamples(uint64_t count, int milliseconds = kPatienceMs);
     void stopRecording();
     /// All of it: the seconds that the recorder has are in files, and these hold what came.
     bool record(int fileSeconds = 3600);

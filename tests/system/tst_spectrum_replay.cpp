@@ -78,7 +78,7 @@ Heard replay(const QStringList& files, NvxSpecLogger& logger)
         file.setReplayVel(ReplayMax, 1);
         file.setAdjacent(path != files.first(), 1);
         file.processData();
-        if (finished.isEmpty() && !finished.wait(30000))
+        if (finished.isEmpty() && !finished.wait(kPatienceMs))
             return {};
     }
     logger.stopLogging();
@@ -107,7 +107,8 @@ bool tst_spectrum_replay::setReference(RoadRig& rig, int level)
     wanted.setFftRef(level);
     QSignalSpy taken(rig.controller.get(), &NvxDeviceController::jobSetupGotFromDev);
     rig.controller->sendJobSetup(wanted.map(), false);
-    return QTest::qWaitFor([&] { return !taken.isEmpty(); }) && rig.recorder.jobSettings().fftRef() == level;
+    return QTest::qWaitFor([&] { return !taken.isEmpty(); }, kPatienceMs) &&
+           rig.recorder.jobSettings().fftRef() == level;
 }
 
 bool tst_spectrum_replay::record(RoadRig& rig, Recording& recording, Heard& heard)
@@ -122,7 +123,7 @@ bool tst_spectrum_replay::record(RoadRig& rig, Recording& recording, Heard& hear
     connect(&stream, &HydStreamAdapter::signalTotalPower, this,
             [&heard](const HydDeviceId&, double value) { heard.powers.push_back(value); });
     stream.startStream();
-    const bool came = QTest::qWaitFor([&] { return heard.spectra.size() >= kSpectra; }, 20000);
+    const bool came = QTest::qWaitFor([&] { return heard.spectra.size() >= kSpectra; }, kPatienceMs);
     stream.stopStream();
     recording.logger.stopLogging();
     stream.disconnectStream();
