@@ -8,7 +8,7 @@ add_custom_target(threads_tests)
 function(nvx_add_test NAME)
   cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 120)
+    set(ARG_TIMEOUT 300)
   endif()
   add_executable(${NAME} ${NAME}.cpp ${ARG_SOURCES})
   # A test includes its own moc output, which a joined source file can't do twice.

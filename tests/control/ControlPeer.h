@@ -34,6 +34,8 @@ public:
     explicit ControlPeer(const QString& address);
 
     bool listen();
+    /// Milliseconds since this peer was made.
+    qint64 now() const { return m_clock.elapsed(); }
     void stopListening() { m_server.close(); }
     qint64 bytesToWrite() const { return m_socket ? m_socket->bytesToWrite() : 0; }
     QString address() const { return m_address; }
