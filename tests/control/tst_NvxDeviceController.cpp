@@ -55,8 +55,8 @@ HydSetTimeCmd hostTime()
 /// Hands the controller a time reply that equals the host's time when it is looked at.
 void replyWithHostTime(NvxDeviceController& controller)
 {
-    // Away from the end of a second, so that it doesn't pass in between.
-    while (QDateTime::currentMSecsSinceEpoch() % 1000 > 900)
+    // Far from the end of a second, so that it doesn't pass in between.
+    while (QDateTime::currentMSecsSinceEpoch() % 1000 > 300)
         QCoreApplication::processEvents();
     controller.handleAdapterResponse(std::make_shared<HydSetTimeCmd>(hostTime()));
 }
@@ -150,8 +150,8 @@ void tst_NvxDeviceController::clockRunsUntilCloseAll()
     QCOMPARE(spies.time.count(), 1);
 
     controller.handleAdapterResponse(std::make_shared<HydSetTimeCmd>(500));
-    QTRY_COMPARE_WITH_TIMEOUT(controller.device()->timeUtc(), 501, 3000);
-    QCOMPARE(spies.time.count(), 3);
+    QTRY_VERIFY(spies.time.count() >= 3);
+    QCOMPARE(spies.time[2][0].value<NvxDevice>().timeUtc(), 501);
     controller.closeAll();
     QVERIFY(!controller.findChild<QTimer*>()->isActive());
     controller.closeAll();
