@@ -7,6 +7,8 @@
 
 #include <functional>
 
+#include <poll.h>
+
 using namespace streamframes;
 
 namespace {
@@ -181,6 +183,8 @@ private Q_SLOTS:
         peer.socket()->disconnectFromHost();
         // Bytes to a closed end come back as a reset, which only the next write tells of: no event loop runs.
         adapter->stopStream();
+        pollfd reset{static_cast<int>(adapter->findChild<QTcpSocket*>()->socketDescriptor()), 0, 0};
+        QCOMPARE(poll(&reset, 1, kPatienceMs), 1);
         destroyUnder(adapter);
         call(*adapter);
         QVERIFY(BuriedAdapter::isGone());
