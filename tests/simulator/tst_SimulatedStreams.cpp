@@ -117,7 +117,8 @@ private Q_SLOTS:
                     QCOMPARE(frame.time(), time + 1);
                 } else {
                     QVERIFY(frame.sequence() >= settings.firstSequence);
-                    QVERIFY(std::abs(int64_t(frame.time()) - now) <= 1);
+                    QVERIFY(int64_t(frame.time()) >= now - 1 &&
+                            int64_t(frame.time()) <= QDateTime::currentSecsSinceEpoch() + 1);
                 }
                 sequence = frame.sequence();
                 time = frame.time();
@@ -256,11 +257,19 @@ private Q_SLOTS:
                                                        "0010000400000010"
                                                        "0012000400000001");
         QCOMPARE(control.ask('D', request).letter, 'D');
-        QVERIFY(m_peer->waitForFrames(kHeader, 2));
-        const auto headers = m_peer->streamFrames(kHeader);
-        QCOMPARE(headers[1].waveRate(), 16000U);
-        QCOMPARE(uchar(headers[1].chunk(4).at(6)), uchar{0x82});
-        QCOMPARE(headers[1].sequence(), headers[0].sequence() + 8000);
+        const qint64 answered = m_recorder->deviceTime();
+        std::vector<RawStreamFrame> headers;
+        QVERIFY(m_peer->waitFor([&] {
+            headers = m_peer->streamFrames(kHeader);
+            return headers.back().waveRate() == 16000;
+        }));
+        const auto first = std::find_if(headers.begin(), headers.end(), [](const RawStreamFrame& header) {
+            return header.waveRate() != 8000;
+        });
+        QCOMPARE(first->waveRate(), 16000U);
+        QVERIFY(first->time() <= answered + 1);
+        QCOMPARE(uchar(first->chunk(4).at(6)), uchar{0x82});
+        QCOMPARE(first->sequence(), std::prev(first)->sequence() + 8000);
         QVERIFY(m_peer->waitFor(
             [this] { return m_peer->streamFrames().back().sampleBytes().size() == 2 * 640; }));
     }
@@ -278,10 +287,9 @@ private Q_SLOTS:
         QByteArray time(4, 0);
         qToBigEndian(quint32(before - 3600), time.data());
         QCOMPARE(control.ask('A', time).letter, 'A');
-        QVERIFY(m_peer->waitForFrames(kHeader, 2));
-        const auto headers = m_peer->streamFrames(kHeader);
-        const qint64 shift = qint64(headers[1].time()) - headers[0].time();
-        QVERIFY2(shift >= -3600 && shift <= -3598, qPrintable(QString::number(shift)));
+        const qint64 shift = m_peer->backwardStep();
+        // A busy machine lets time pass between the reading of the clock and its writing.
+        QVERIFY2(shift >= -3660 && shift <= -3598, qPrintable(QString::number(shift)));
     }
 
     void severalReadersHaveTheirOwnStreams()
@@ -420,7 +428,7 @@ private Q_SLOTS:
         again.startStream();
         QVERIFY(again.waitForFrames(kHeader, 1));
         const int64_t sequence = again.streamFrames(kHeader).front().sequence();
-        QVERIFY2(sequence >= 500 && sequence < 40000, qPrintable(QString::number(sequence)));
+        QVERIFY2(sequence >= 500 && sequence < 160000, qPrintable(QString::number(sequence)));
     }
 
     // --- rainy day flows
@@ -436,7 +444,7 @@ private Q_SLOTS:
         m_peer->socket.setReadBufferSize(1);
         m_peer->socket.disconnect(m_peer.get());
         m_peer->startStream();
-        QVERIFY(m_peer->waitFor([this] { return m_recorder->counters().samplesDropped > 51200; }, 10000));
+        QVERIFY(m_peer->waitFor([this] { return m_recorder->counters().samplesDropped > 51200; }));
         QVERIFY(m_recorder->counters().framesDropped > 0);
         // What left the simulator fits what the sockets and the backlog hold.
         QVERIFY(m_recorder->counters().bytesSent < 32U * 1024 * 1024);
@@ -465,15 +473,13 @@ private Q_SLOTS:
         qint64 total = 0;
         QByteArray piece(1024 * 1024, 0);
         m_peer->socket.setReadBufferSize(0);
-        QVERIFY(m_peer->waitFor(
-            [&] {
-                qint64 count = 0;
-                while ((count = m_peer->socket.read(piece.data(), piece.size())) > 0)
-                    total += count;
-                return m_recorder->counters().samplesSent == 1024000 &&
-                       total == qint64(m_recorder->counters().bytesSent);
-            },
-            20000));
+        QVERIFY(m_peer->waitFor([&] {
+            qint64 count = 0;
+            while ((count = m_peer->socket.read(piece.data(), piece.size())) > 0)
+                total += count;
+            return m_recorder->counters().samplesSent == 1024000 &&
+                   total == qint64(m_recorder->counters().bytesSent);
+        }));
         QCOMPARE(m_recorder->counters().samplesDropped, 0U);
     }
 
@@ -484,7 +490,7 @@ private Q_SLOTS:
         m_peer->startStream();
         QVERIFY(m_peer->waitForFrames(kData, 1));
         m_peer->socket.abort();
-        QVERIFY(stopped.wait());
+        QVERIFY(stopped.wait(kPatienceMs));
         QCOMPARE(stopped.first().first().value<HydStreamType>(), StreamWave);
     }
 

@@ -63,14 +63,14 @@ int main(int argc, char** argv)
     }
 
     auto device = std::make_shared<HydDevice>(DevTypeRecorderA);
-    device->setNetHostInfo(NvxNetHostInfo(0x7F5D0009)); // 127.93.0.9
+    device->setNetHostInfo(NvxNetHostInfo(0x7F590009)); // 127.89.0.9
     const auto controller = NvxDeviceController::createController(device, ConnTcp);
     QObject::connect(controller.get(), &NvxDeviceController::error, &application,
                      [](HydControlError error, int) {
                          std::printf("consumer: refused with error %d, as it should be\n", error);
                          QCoreApplication::exit(error == ErrNotConnected ? 0 : 2);
                      });
-    QTimer::singleShot(20000, &application, [] { QCoreApplication::exit(3); });
+    QTimer::singleShot(60000, &application, [] { QCoreApplication::exit(3); });
     controller->openChannel(ChanCommand);
     return QCoreApplication::exec();
 }
