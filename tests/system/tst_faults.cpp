@@ -164,7 +164,12 @@ private Q_SLOTS:
         // The last four bytes come by themselves, don't begin with "0*", and are dropped: intended.
         RecorderSettings settings = RoadRig::settingsAt("127.96.0.2");
         settings.unpaced = false;
-        QVERIFY(prepare("split:times=1,after=10,value=" + QByteArray::number(kBlockFrame - 4), settings));
+        const QByteArray split = "split:times=1,after=10,value=" + QByteArray::number(kBlockFrame - 4);
+        QVERIFY(prepare(split, settings));
+        // The block behind them stays behind, however late the recorder is.
+        FaultPlan plan = RoadRig::planOf(split + ",on=wave");
+        plan.add(FaultRule::fromText(QStringLiteral("slow:times=1,after=11,value=300,on=wave")).value());
+        m_rig->recorder.setFaults(plan);
         QVERIFY(m_rig->startStream());
         QVERIFY(m_rig->waitForSamples(8000));
         m_rig->stopRecording();
