@@ -60,7 +60,10 @@ private Q_SLOTS:
         failOnUnexpectedWarnings();
         m_dir = std::make_unique<QTemporaryDir>();
         QVERIFY(m_dir->isValid());
-        m_writer = std::make_unique<NvxWavWriter>(kSpan, m_dir->path().toStdWString());
+        // One below the temporary one, so that nothing stays even of a writer that misses its directory.
+        m_folder = QDir(m_dir->filePath(QStringLiteral("waves")));
+        QVERIFY(m_folder.mkpath(QStringLiteral(".")));
+        m_writer = std::make_unique<NvxWavWriter>(kSpan, m_folder.path().toStdWString());
         m_feeder = std::make_unique<WavFeeder>(*m_writer);
     }
     void cleanup()
@@ -302,7 +305,7 @@ private Q_SLOTS:
         m_writer->finishFile();
         QCOMPARE(m_feeder->newFiles.size(), files);
         QCOMPARE(m_feeder->newFileTimes.last(), files == 1 ? kTime : kTime + 1);
-        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), files);
+        QCOMPARE(m_folder.entryList(QDir::Files).size(), files);
         const QString last = m_feeder->newFiles.last();
         for (const QString& file : m_feeder->newFiles)
             QCOMPARE(wholeFileObjection(file), QString());
@@ -427,10 +430,10 @@ private Q_SLOTS:
         m_feeder->rate = 2000;
         QVERIFY(m_feeder->second(kTime + kSpan, 1000));
         m_writer->finishFile();
-        const QStringList files{m_dir->filePath(QStringLiteral("ABC0042_20240229_124000.wav")),
-                                m_dir->filePath(QStringLiteral("ABC0042_20240229_125000.wav"))};
+        const QStringList files{m_folder.filePath(QStringLiteral("ABC0042_20240229_124000.wav")),
+                                m_folder.filePath(QStringLiteral("ABC0042_20240229_125000.wav"))};
         QCOMPARE(m_feeder->newFiles, files);
-        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), 2);
+        QCOMPARE(m_folder.entryList(QDir::Files).size(), 2);
         const JudgedWav wav = judgeWav(m_feeder->newFiles.last());
         QCOMPARE(wav.bits, 24);
         QCOMPARE(wav.rate, 2000);
@@ -447,7 +450,7 @@ private Q_SLOTS:
         m_writer->finishFile();
         QCOMPARE(m_writer->errorCode(), WavErrNone);
         QCOMPARE(m_feeder->newFiles.size(), 1);
-        QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files).size(), 1);
+        QCOMPARE(m_folder.entryList(QDir::Files).size(), 1);
         // What was finished takes no more blocks.
         QTest::ignoreMessage(QtWarningMsg, "NvxWavWriter: samples before any header are dropped");
         QVERIFY(m_feeder->block(kTime + 1, 1500, 10));
@@ -529,6 +532,7 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
+    QDir m_folder;
     std::unique_ptr<NvxWavWriter> m_writer;
     std::unique_ptr<WavFeeder> m_feeder;
 };
