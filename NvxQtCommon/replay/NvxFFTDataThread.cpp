@@ -33,7 +33,12 @@ NvxFFTDataThread::NvxFFTDataThread(const QString& name, qint64 dataPos, QObject*
     connect(m_timer, &QTimer::timeout, this, &NvxFFTDataThread::readRecord);
 }
 
-NvxFFTDataThread::~NvxFFTDataThread() = default;
+NvxFFTDataThread::~NvxFFTDataThread()
+{
+    // Until then the file is run()'s. Asking makes what run() did to the file known to the deleting thread.
+    if (hasBegun())
+        m_file.close();
+}
 
 void NvxFFTDataThread::setSignalPowerSet(const CSignalPowerSettings& settings)
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "WavFiles.h"
+
 #include <QByteArray>
 
 #include <cstdint>
@@ -30,4 +32,12 @@ inline WavSignal makeSignal(int frames, int channels, int bits, bool bigEndian)
         }
     }
     return signal;
+}
+
+/// A whole file of these samples, the list ahead of them.
+inline QByteArray fileOf(const WavSignal& signal, const WavBytes::Format& fmt, bool bigEndian = false)
+{
+    const auto info = makeInfo(fmt.channels);
+    WavBytes file(bigEndian);
+    return file.head().format(fmt).list(bytesOf(info->fileBytes())).data(signal.bytes).bytes;
 }

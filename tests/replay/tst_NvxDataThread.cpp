@@ -5,6 +5,8 @@
 #include <QPointer>
 #include <QSignalSpy>
 
+#include <memory>
+
 /// The tick timer of a replay, and how its thread ends.
 class tst_NvxDataThread : public NvxTestCase
 {
@@ -17,6 +19,7 @@ private Q_SLOTS:
     void theTimeIsTakenOver();
     void aRunningTimerTakesANewTimeAtOnce();
     void pausesAndResumes();
+    void resumesWithAWholePeriod();
     void theStartSlotResumes();
     void runBeginsTheTicks();
     void exitThreadEndsBoth();
@@ -77,7 +80,7 @@ void tst_NvxDataThread::aRunningTimerTakesANewTimeAtOnce()
     thread.setTimerTime(100000);
     thread.resume();
     thread.setTimerTime(5);
-    QTRY_VERIFY(thread.ticks > 2);
+    QTRY_VERIFY_WITH_TIMEOUT(thread.ticks > 2, 20000);
 }
 
 void tst_NvxDataThread::pausesAndResumes()
@@ -85,14 +88,26 @@ void tst_NvxDataThread::pausesAndResumes()
     CountingThread thread;
     thread.setTimerTime(5);
     thread.resume();
-    QTRY_VERIFY(thread.ticks > 1);
+    QTRY_VERIFY_WITH_TIMEOUT(thread.ticks > 1, 20000);
     thread.pause();
     QVERIFY(!thread.timer().isActive());
     const int ticks = thread.ticks;
     QSignalSpy ticked(&thread, &CountingThread::ticked);
     QVERIFY(spyStaysEmpty(ticked, 50));
     thread.resume();
-    QTRY_VERIFY(thread.ticks > ticks);
+    QTRY_VERIFY_WITH_TIMEOUT(thread.ticks > ticks, 20000);
+}
+
+void tst_NvxDataThread::resumesWithAWholePeriod()
+{
+    CountingThread thread;
+    thread.setTimerTime(100000);
+    thread.resume();
+    QVERIFY(hasRunDown(thread.timer()));
+    const int remaining = thread.timer().remainingTime();
+    thread.pause();
+    thread.resume();
+    QVERIFY(thread.timer().remainingTime() > remaining);
 }
 
 void tst_NvxDataThread::theStartSlotResumes()
@@ -105,27 +120,27 @@ void tst_NvxDataThread::theStartSlotResumes()
 
 void tst_NvxDataThread::runBeginsTheTicks()
 {
-    CountingThread thread;
+    const auto thread = std::make_unique<CountingThread>();
     int begun = 0;
-    connect(&thread, &NvxDataThread::startMTimer, this, [&begun] { ++begun; });
-    thread.setTimerTime(5);
-    thread.start();
-    QTRY_COMPARE(begun, 1);
-    QVERIFY(thread.hasBegun());
-    QTRY_VERIFY(thread.ticks > 1);
-    QVERIFY(thread.isRunning());
-    thread.exitThread();
-    QVERIFY(thread.wait(10000));
+    connect(thread.get(), &NvxDataThread::startMTimer, this, [&begun] { ++begun; });
+    thread->setTimerTime(5);
+    thread->start();
+    QTRY_COMPARE_WITH_TIMEOUT(begun, 1, 20000);
+    QVERIFY(thread->hasBegun());
+    QTRY_VERIFY_WITH_TIMEOUT(thread->ticks > 1, 20000);
+    QVERIFY(thread->isRunning());
+    thread->exitThread();
+    QVERIFY(thread->wait(10000));
 }
 
 void tst_NvxDataThread::exitThreadEndsBoth()
 {
-    CountingThread thread;
-    thread.start();
-    QTRY_VERIFY(thread.timer().isActive());
-    thread.exitThread();
-    QVERIFY(!thread.timer().isActive());
-    QVERIFY(thread.wait(10000));
+    const auto thread = std::make_unique<CountingThread>();
+    thread->start();
+    QTRY_VERIFY_WITH_TIMEOUT(thread->timer().isActive(), 20000);
+    thread->exitThread();
+    QVERIFY(!thread->timer().isActive());
+    QVERIFY(thread->wait(10000));
 }
 
 void tst_NvxDataThread::theSameTimeLeavesARunningTimerAlone_data()
@@ -194,16 +209,16 @@ void tst_NvxDataThread::pauseAndResumeTwice()
 void tst_NvxDataThread::ticksBeforeTheThreadHasBegun()
 {
     QSemaphore gate;
-    CountingThread thread(nullptr, &gate);
-    thread.setTimerTime(1);
-    thread.start();
-    thread.resume();
-    QTRY_VERIFY(thread.ticks > 0);
-    QVERIFY(!thread.hasBegun());
+    const auto thread = std::make_unique<CountingThread>(nullptr, &gate);
+    thread->setTimerTime(1);
+    thread->start();
+    thread->resume();
+    QTRY_VERIFY_WITH_TIMEOUT(thread->ticks > 0, 20000);
+    QVERIFY(!thread->hasBegun());
     gate.release();
-    QTRY_VERIFY(thread.hasBegun());
-    thread.exitThread();
-    QVERIFY(thread.wait(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(thread->hasBegun(), 20000);
+    thread->exitThread();
+    QVERIFY(thread->wait(10000));
 }
 
 void tst_NvxDataThread::aDeletedThreadThatNeverRan()
@@ -222,12 +237,12 @@ void tst_NvxDataThread::retiresWhileItRuns()
     connect(thread, &CountingThread::ticked, &parent, [&ticks] { ++ticks; });
     thread->setTimerTime(1);
     thread->start();
-    QTRY_VERIFY(ticks > 0);
+    QTRY_VERIFY_WITH_TIMEOUT(ticks > 0, 20000);
     thread->retire();
     const int before = ticks;
     QCOMPARE(thread->parent(), nullptr);
     thread->resume();
-    QTRY_VERIFY(thread.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(thread.isNull(), 20000);
     QCOMPARE(ticks, before);
 }
 
@@ -244,7 +259,7 @@ void tst_NvxDataThread::retiresBeforeItHasBegun()
     QVERIFY(!thread->isFinished());
     // The start of the timer comes on its way behind the retirement.
     gate.release();
-    QTRY_VERIFY(thread.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(thread.isNull(), 20000);
     QCOMPARE(ticks, 0);
 }
 
@@ -253,7 +268,7 @@ void tst_NvxDataThread::retiresWithoutEverRunning()
     QPointer<CountingThread> thread = new CountingThread;
     thread->retire();
     QVERIFY(!thread.isNull());
-    QTRY_VERIFY(thread.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(thread.isNull(), 20000);
 }
 
 void tst_NvxDataThread::retiresWhenItHasFinished()
@@ -263,7 +278,7 @@ void tst_NvxDataThread::retiresWhenItHasFinished()
     thread->quit();
     QVERIFY(thread->wait(10000));
     thread->retire();
-    QTRY_VERIFY(thread.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(thread.isNull(), 20000);
 }
 
 QTEST_GUILESS_MAIN(tst_NvxDataThread)

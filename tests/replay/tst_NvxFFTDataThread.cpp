@@ -102,7 +102,7 @@ void tst_NvxFFTDataThread::cleanup()
 {
     const QPointer<NvxFFTDataThread> reader = m_file ? m_file->findChild<NvxFFTDataThread*>() : nullptr;
     m_file.reset();
-    QTRY_VERIFY(reader.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(reader.isNull(), 20000);
     m_params.restore();
 }
 
@@ -267,7 +267,7 @@ void tst_NvxFFTDataThread::totalPower()
     QVERIFY(prepare());
     QVERIFY(m_file->processData());
     m_file->setSignalPowerSet(range);
-    QTRY_COMPARE(m_finished->size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(m_finished->size(), 1, 20000);
     QCOMPARE(m_powers->at(0)[0].value<HydDeviceId>(), kDevice);
     const double value = m_powers->at(0)[1].toDouble();
     // Exactly 0, or the level.
@@ -284,7 +284,7 @@ void tst_NvxFFTDataThread::theFirstTickIsLostToTheTitles()
     QVERIFY(m_file->timerTime() > 20000);
     QVERIFY(m_file->processData());
     auto* const reader = m_file->findChild<NvxFFTDataThread*>();
-    QTRY_VERIFY(reader->findChild<QTimer*>()->isActive());
+    QTRY_VERIFY_WITH_TIMEOUT(reader->findChild<QTimer*>()->isActive(), 20000);
     m_file->processPause();
     reader->readRecord();
     QCOMPARE(m_headers->size(), 0);
@@ -297,7 +297,7 @@ void tst_NvxFFTDataThread::theFirstTickIsLostToTheTitles()
     QVERIFY(m_finished->isEmpty());
     reader->readRecord();
     QCOMPARE(m_headers->size(), 2);
-    QTRY_COMPARE(m_finished->size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(m_finished->size(), 1, 20000);
 }
 
 void tst_NvxFFTDataThread::powerSettingsOfAReplay()
@@ -331,12 +331,12 @@ void tst_NvxFFTDataThread::theFileGoesOnWhereItPaused()
     QVERIFY(prepare());
     connect(m_file.get(), &NvxDataFile::streamDataReady, this, [&] { m_file->processPause(); });
     QVERIFY(m_file->processData());
-    QTRY_COMPARE(m_data->size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(m_data->size(), 1, 20000);
     m_file->processResume();
-    QTRY_COMPARE(m_data->size(), 2);
+    QTRY_COMPARE_WITH_TIMEOUT(m_data->size(), 2, 20000);
     QCOMPARE(bytesOf(m_data->at(1)), QByteArray("\x28\x32\x3C"));
     m_file->processResume();
-    QTRY_COMPARE(m_finished->size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(m_finished->size(), 1, 20000);
 }
 
 void tst_NvxFFTDataThread::playsAgainFromTheBeginning()
@@ -370,7 +370,7 @@ void tst_NvxFFTDataThread::linesThatAreNoRecordsCostATick()
     QVERIFY(m_file->timerTime() > 20000);
     QVERIFY(m_file->processData());
     auto* const reader = m_file->findChild<NvxFFTDataThread*>();
-    QTRY_VERIFY(reader->findChild<QTimer*>()->isActive());
+    QTRY_VERIFY_WITH_TIMEOUT(reader->findChild<QTimer*>()->isActive(), 20000);
     m_file->processPause();
     QList<qsizetype> sizes;
     for (int tick = 0; tick < 7; ++tick) {
@@ -483,7 +483,7 @@ void tst_NvxFFTDataThread::resumedBeforeTheFileIsOpen()
         m_file->processResume();
         auto* const reader = m_file->findChild<NvxFFTDataThread*>();
         reader->readRecord();
-        QTRY_COMPARE(m_finished->size(), times + 1);
+        QTRY_COMPARE_WITH_TIMEOUT(m_finished->size(), times + 1, 20000);
         QCOMPARE(m_data->size(), 2 * (times + 1));
     }
 }
@@ -515,7 +515,7 @@ void tst_NvxFFTDataThread::deletedByASlot()
     else
         connect(m_file.get(), &NvxDataFile::streamFileFinished, this, drop);
     m_file->processData();
-    QTRY_VERIFY(m_file == nullptr);
+    QTRY_VERIFY_WITH_TIMEOUT(m_file == nullptr, 20000);
     QCOMPARE(m_headers->size(), std::min(signal, 1) + (signal == 4 ? 1 : 0));
     QCOMPARE(m_data->size(), signal == 4 ? 2 : signal == 3 ? 1 : 0);
     QVERIFY(m_finished->isEmpty());
@@ -545,7 +545,7 @@ void tst_NvxFFTDataThread::aSlotBeginsAnew()
             m_file->processData();
     });
     QVERIFY(m_file->processData());
-    QTRY_COMPARE(m_finished->size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(m_finished->size(), 1, 20000);
     // Nothing more of the first one.
     QCOMPARE(m_headers->size(), 3);
     QCOMPARE(m_data->size(), 2);
