@@ -1,6 +1,7 @@
 #include "NvxQtCommon/replay/NvxDataThread.h"
 
 #include <QFileInfo>
+#include <QPointer>
 
 #include <limits>
 
@@ -76,6 +77,18 @@ void NvxDataThread::retire()
         quit();
     else
         deleteLater();
+}
+
+void NvxDataThread::runTick(const std::function<void()>& read)
+{
+    // The timer goes on for a moment after the end was reported, behind which no data may come.
+    if (!m_hasBegun || m_isInTick || isFinished())
+        return;
+    const QPointer<NvxDataThread> self(this);
+    m_isInTick = true;
+    read();
+    if (self)
+        m_isInTick = false;
 }
 
 void NvxDataThread::beginTicks()

@@ -11,6 +11,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 /// The reader of one replay and its tick timer; a class of each kind of file overrides run() and reads at
@@ -67,6 +68,10 @@ protected:
     /// True from beginTicks() on. An application that resumes a replay just begun lets the timer tick
     /// before; then what run() prepares must not be touched.
     bool hasBegun() const { return m_hasBegun; }
+    /// One tick: calls `read`, which may see this object deleted by a slot. Does nothing before beginTicks(),
+    /// behind the end of the thread, and inside of another tick: a slot that runs an event loop and starts
+    /// the timer anew gets no data before those that its own block came with.
+    void runTick(const std::function<void()>& read);
 
     QTimer* m_timer; ///< a child, precise
 
@@ -74,4 +79,5 @@ private:
     QString m_fileName;
     qint64 m_timerTime = 500;
     std::atomic<bool> m_hasBegun{false};
+    bool m_isInTick = false;
 };

@@ -59,9 +59,11 @@ void NvxFFTDataThread::run()
 
 void NvxFFTDataThread::readRecord()
 {
-    // The timer goes on for a moment after the end was reported, behind which no spectrum may come.
-    if (!hasBegun() || isFinished())
-        return;
+    runTick([this] { readLine(); });
+}
+
+void NvxFFTDataThread::readLine()
+{
     if (m_file.tellg() != m_dataPos)
         m_file.seekg(m_dataPos);
     const bool isLine = RecordText::readLine(m_file, m_line);

@@ -14,7 +14,8 @@
 class CSignalPowerSettings;
 
 /// Reads a spectrum file, a line a tick, and makes of each record what a live stream sends: header, total
-/// power, spectrum. Made by NvxFFTFile; owner and thread as NvxDataThread tells.
+/// power, spectrum. Made by NvxFFTFile; owner and thread as NvxDataThread tells. It holds one line, at most
+/// 2 MiB, and one record, at most 65535 bins.
 class NVXQTCOMMON_EXPORT NvxFFTDataThread : public NvxDataThread
 {
     Q_OBJECT
@@ -43,6 +44,7 @@ protected:
     void run() override;
 
 private:
+    void readLine();
     std::shared_ptr<HydEventKeyChunk const> makeKey() const;
     std::shared_ptr<HydStreamEventHeaderPayload> makeHeader() const;
     std::shared_ptr<HydDevice> makeDevice() const;

@@ -121,10 +121,11 @@ qint64 NvxWAVDataThread::end() const
 
 void NvxWAVDataThread::readRecord()
 {
-    // A consumer may have resumed the ticks ahead of run(), which prepares the file. And the timer goes on
-    // for a moment after the end was reported, behind which no sample may come.
-    if (!hasBegun() || isFinished())
-        return;
+    runTick([this] { readTick(); });
+}
+
+void NvxWAVDataThread::readTick()
+{
     if (!m_fmt || !m_file.isOpen() || m_file.pos() + tickBytes() > end()) {
         // What is left and fills no tick isn't played; this is intended.
         exitThread();
@@ -173,7 +174,7 @@ void NvxWAVDataThread::readRecord()
                 static_cast<size_t>(std::min(fullFrame, std::max(size, total))));
         if (m_file.read(reinterpret_cast<char*>(frame.get()), size) != size)
             return;
-        // A slot that runs an event loop may have come to the end meanwhile.
+        // A slot may have ended the thread, which closes the file.
         if (!handOut(frame, size, isLast) || !m_file.isOpen())
             return;
     }

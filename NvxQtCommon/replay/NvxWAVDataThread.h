@@ -8,8 +8,9 @@
 
 /// Reader of a replayed wave file: each tick reads its share of a second and emits it as blocks of one
 /// channel, at most one FFT length long. Made and started by NvxWAVFile; see NvxDataThread for its threads
-/// and its end. It holds one frame at a time: at most an FFT length of each channel, 67 MB for 255 channels
-/// of 32 bits and the largest length; what its signals carry is their receivers' to let go of.
+/// and its end. It holds one frame at a time, at most an FFT length of each channel, and one channel's block
+/// of it: 67 MB for 255 channels of 32 bits and the largest length. What its signals carry is their
+/// receivers' to let go of.
 class NVXQTCOMMON_EXPORT NvxWAVDataThread : public NvxDataThread
 {
     Q_OBJECT
@@ -44,6 +45,7 @@ protected:
     void run() override;
 
 private:
+    void readTick();
     qint64 tickBytes() const;
     qint64 end() const;
     bool handOut(const std::shared_ptr<unsigned char[]>& frame, qint64 size, bool isLast);

@@ -10,6 +10,7 @@
 #include <QPointer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <cmath>
 #include <memory>
@@ -61,12 +62,14 @@ private Q_SLOTS:
     void theFileShrinks();
     void aLineWithoutEndEndsTheReplay();
     void withoutAHeaderNothingIsSent();
+    void ticksWithoutAHeader();
     void withoutPreparation();
     void valuesBeyondTheChunks();
     void resumedBeforeTheFileIsOpen();
     void deletedByASlot_data();
     void deletedByASlot();
     void theReaderGoesWhileASlotRunsAnEventLoop();
+    void aSlotRunsAnEventLoop();
     void aSlotBeginsAnew();
 
 private:
@@ -448,6 +451,22 @@ void tst_NvxFFTDataThread::withoutAHeaderNothingIsSent()
     QCOMPARE(headers.size(), 1);
 }
 
+void tst_NvxFFTDataThread::ticksWithoutAHeader()
+{
+    QVERIFY(prepare());
+    const auto reader = std::make_unique<NvxFFTDataThread>(path(), m_text.header().size(), nullptr);
+    QSignalSpy headers(reader.get(), &NvxDataThread::streamHeaderReady);
+    QSignalSpy data(reader.get(), &NvxDataThread::streamDataReady);
+    QSignalSpy ticks(reader->findChild<QTimer*>(), &QTimer::timeout);
+    reader->setTimerTime(1);
+    reader->start();
+    QTRY_VERIFY_WITH_TIMEOUT(reader->isFinished(), 20000);
+    // The titles, two records and the end.
+    QVERIFY(ticks.size() >= 4);
+    QVERIFY(headers.isEmpty() && data.isEmpty());
+    QCOMPARE(reader->fileDate()->numBins(), 0);
+}
+
 void tst_NvxFFTDataThread::withoutPreparation()
 {
     m_file->setReplayVel(ReplayMax, 1);
@@ -534,6 +553,30 @@ void tst_NvxFFTDataThread::theReaderGoesWhileASlotRunsAnEventLoop()
     QCOMPARE(m_headers->size(), 1);
     QVERIFY(m_powers->isEmpty());
     QVERIFY(m_data->isEmpty());
+}
+
+void tst_NvxFFTDataThread::aSlotRunsAnEventLoop()
+{
+    QVERIFY(prepare());
+    QStringList order;
+    connect(m_file.get(), &NvxDataFile::streamHeaderReady, this, [&] {
+        order << QStringLiteral("header");
+        // A timer that is set anew ticks in the loop, too; those ticks are nobody's.
+        m_file->processPause();
+        m_file->processResume();
+        QEventLoop loop;
+        int ticks = 0;
+        connect(m_file->findChild<NvxFFTDataThread*>()->findChild<QTimer*>(), &QTimer::timeout, &loop, [&] {
+            if (++ticks == 3)
+                loop.quit();
+        });
+        loop.exec();
+    });
+    connect(m_file.get(), &NvxDataFile::signalTotalPower, this, [&] { order << QStringLiteral("power"); });
+    connect(m_file.get(), &NvxDataFile::streamDataReady, this, [&] { order << QStringLiteral("data"); });
+    QVERIFY(play());
+    QCOMPARE(order.join(u' '), QStringLiteral("header power data header power data"));
+    QCOMPARE(bytesOf(m_data->at(1)), QByteArray("\x28\x32\x3C"));
 }
 
 void tst_NvxFFTDataThread::aSlotBeginsAnew()

@@ -281,6 +281,42 @@ private Q_SLOTS:
         QVERIFY(replay.samples(0).size() == 2000);
     }
 
+    void eventLoopOfASlot()
+    {
+        // Its ticks are nobody's: all blocks come once, whole and in their order.
+        const WavSignal signal = makeSignal(4000, 2, 16, false);
+        WavReplay replay(threeBlocksASecond(signal));
+        QVERIFY(replay.prepare());
+        size_t inTheLoop = 0;
+        int loops = 0;
+        connect(&replay.file, &NvxDataFile::streamDataReady, this, [&] {
+            if (replay.blocks.size() % 5 != 1)
+                return;
+            ++loops;
+            const size_t before = replay.blocks.size();
+            // A timer that is set anew ticks in the loop, too.
+            replay.file.processPause();
+            replay.file.processResume();
+            QEventLoop loop;
+            int ticks = 0;
+            const auto* timer = replay.file.findChild<NvxWAVDataThread*>()->findChild<QTimer*>();
+            connect(timer, &QTimer::timeout, &loop, [&] {
+                if (++ticks == 3)
+                    loop.quit();
+            });
+            loop.exec();
+            inTheLoop += replay.blocks.size() - before;
+        });
+        QVERIFY(replay.play());
+        QCOMPARE(loops, 5);
+        QCOMPARE(inTheLoop, size_t{0});
+        QCOMPARE(replay.blocks.size(), size_t{24});
+        for (size_t i = 0; i < replay.blocks.size(); ++i)
+            QCOMPARE(replay.blocks[i].devId, replay.file.channelDevices()[qsizetype(i % 2)]);
+        QVERIFY(replay.samples(0) == signal.channels[0]);
+        QVERIFY(replay.samples(1) == signal.channels[1]);
+    }
+
     void readerGoneWithinItsBlock_data()
     {
         QTest::addColumn<bool>("byDeletion");
