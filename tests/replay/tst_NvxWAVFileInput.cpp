@@ -148,6 +148,38 @@ private Q_SLOTS:
         QCOMPARE(file.channelDevices(), QList<HydDeviceId>{HydDeviceId(DevTypeWavFile, 0)});
     }
 
+    void promisesThatAreTooLarge_data()
+    {
+        QTest::addColumn<int>("samples");
+        QTest::addColumn<int>("filling");
+        QTest::addColumn<int>("listsTakenOff");
+        QTest::newRow("small file") << 400 << 0 << 0;
+        // Where the list would be taken off twice the more there is of it the fewer samples would be left.
+        QTest::newRow("as many samples as list") << 1016 << 1016 << 1;
+        QTest::newRow("one sample less than list") << 1014 << 1016 << 0;
+        QTest::newRow("short recording, long list") << 300 << 1016 << 0;
+    }
+    void promisesThatAreTooLarge()
+    {
+        QFETCH(int, samples);
+        QFETCH(int, filling);
+        QFETCH(int, listsTakenOff);
+        WavBytes list;
+        QByteArray content = list.listContent(bytesOf(makeInfo(1)->fileBytes()));
+        if (filling > 0)
+            content += WavBytes().chunk("ICMT", QByteArray(filling - 16 - content.size(), 'c')).bytes;
+        list.chunk("LIST", content);
+        const WavBytes file =
+            WavBytes().head().format({}).data(QByteArray(samples, 's'), 0xFFFFFFFF).raw(list.bytes);
+        QCOMPARE(file.bytes.size() < 1276, filling == 0);
+        NvxWAVFile replay(m_dir.write(file.bytes));
+        QVERIFY(replay.headerPrepare(true));
+        // A small file's list counts as samples.
+        const qsizetype left = filling == 0 ? samples + list.bytes.size() : samples;
+        QCOMPARE(qsizetype(replay.header()->dataSize()), left - listsTakenOff * list.bytes.size());
+        QCOMPARE(replay.channelDevices()[0].serialNo(), uint16_t(filling == 0 ? 0 : 101));
+    }
+
     void listAtTheVeryStartOfTheScan_data()
     {
         QTest::addColumn<int>("behind");
