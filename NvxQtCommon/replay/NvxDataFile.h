@@ -29,7 +29,8 @@ enum ReplayFILEVelocity : uint8_t {
 /// stream adapter. A class of each kind of file reads the header and makes the reader. Made and owned by the
 /// application; all functions, slots and signals are on the thread that it lives on, which must run an event
 /// loop. It may be deleted at any time, also from inside of one of its signals: the reader then ends by
-/// itself.
+/// itself. A replay's memory doesn't grow with its file: the classes of the readers tell their bounds, and
+/// what the signals carry is their receivers' to let go of. The lines of text are what the application gives.
 class NVXQTCOMMON_EXPORT NvxDataFile : public QObject
 {
     Q_OBJECT
@@ -45,7 +46,8 @@ public:
     /// Ends the replay; streamFileFinished and threadFinished follow as at the end of the file.
     void processStop() { quitThread(); }
     void quitThread();
-    /// Stops the ticks of a replay; the place in the file stays.
+    /// Stops the ticks of a replay; the place in the file stays. A pause right behind the start of a replay
+    /// is lost, since the reader starts the ticks when it is ready; this is intended.
     void processPause() { pauseThread(); }
     void pauseThread();
     /// Goes on with a whole period.

@@ -132,7 +132,7 @@ void NvxWAVDataThread::readTick()
         return;
     }
     const qint64 fullFrame = qint64{m_fmt->numChannels()} * m_chunkBytes;
-    if (m_bytesPerSample < 1 || m_bytesPerSample > kMaxBytesPerSample || fullFrame == 0)
+    if (m_bytesPerSample > kMaxBytesPerSample || fullFrame == 0)
         return;
     qint64 total = tickBytes();
     qint64 frames = (total + fullFrame - 1) / fullFrame;

@@ -203,7 +203,8 @@ bool NvxWAVFile::readHeader()
     } else if (processor.errorCode() != WavHeaderNoInfo) {
         return false;
     } else if (fileSize >= kMinTailFileBytes) {
-        // A smaller file begins to play at its first byte; this is intended.
+        // A smaller file begins to play where the file before of this object did, or at its first byte; this
+        // is intended.
         if (!readTailList(processor))
             return false;
         const quint32 list = processor.listChunkSize();

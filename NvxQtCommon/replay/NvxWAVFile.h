@@ -9,8 +9,8 @@
 class NvxWavHeaderProcessor;
 
 /// Replay of one wave file: its header as devices and event headers, a device of type 68 for each channel,
-/// and the samples as a live stream has them. It takes what NvxWavHeaderProcessor takes. Failures are silent:
-/// headerPrepare() is false.
+/// and the samples as a live stream has them. It takes what NvxWavHeaderProcessor takes, and no more memory
+/// for a header than that does. Failures are silent: headerPrepare() is false.
 class NVXQTCOMMON_EXPORT NvxWAVFile : public NvxDataFile
 {
     Q_OBJECT
@@ -31,7 +31,8 @@ public:
 
     /// Reads the header and prepares the replay; false if the file can't be replayed. The list of texts of
     /// each device begins anew where `freshLog`. It may halve the FFT length of FFT_Params_WAV, which then
-    /// stays so for the process.
+    /// stays so for the process. A file of less than 1276 bytes without a list ahead of its samples plays
+    /// from the place where the samples of the file before began, 0 in a fresh object.
     bool headerPrepare(bool freshLog);
     /// Hands out the two records of the header, named after the file; false where one is missing.
     bool headerCheak(std::shared_ptr<NvxWavInfoData>& info, std::shared_ptr<NvxWavFmtData>& fmt);
@@ -58,7 +59,8 @@ public:
     void setAdjacent(bool adjacent, int channels);
 
 public Q_SLOTS:
-    /// Adds a line on the impulse to the texts of the device, if it is one of this file's.
+    /// Adds a line on the impulse to the texts of the device, if it is one of this file's. A record is one
+    /// impulse, so each call adds one line, none for null.
     void handleImp(std::shared_ptr<SImpulseStatistics> imps, HydDeviceId devId);
 
 Q_SIGNALS:
@@ -66,6 +68,8 @@ Q_SIGNALS:
     void signalFWFFTLenChanged();
 
 private:
+    /// The number of channels that stands where most files have it, 1 where there is none: a hint for the
+    /// processor, on which nothing depends.
     int scanChannels();
     bool readHeader();
     bool readTailList(NvxWavHeaderProcessor& processor);

@@ -46,6 +46,7 @@ private Q_SLOTS:
     void payloadsPassThrough();
     void theTimeFollowsBehindThePayload();
     void theReaderTakesThePeriod();
+    void nothingComesAheadOfTheFirstPeriod();
     void aNewPeriodReachesTheReader_data();
     void aNewPeriodReachesTheReader();
     void pausesAndResumes();
@@ -57,6 +58,7 @@ private Q_SLOTS:
     void aPayloadWithoutAKeySetsTheTimeTo0();
     void theSamePeriodAndASecondResumeLeaveTheReaderAlone();
     void controlOfAFinishedReader();
+    void aPauseAheadOfTheTicksIsLost();
     void stopsTwice();
     void aReaderThatWasLetGoReportsNothing_data();
     void aReaderThatWasLetGoReportsNothing();
@@ -79,7 +81,7 @@ void tst_NvxDataFileReplay::cleanup()
 {
     const QPointer<CountingThread> reader = m_file ? m_file->reader() : nullptr;
     m_file.reset();
-    QTRY_VERIFY(reader.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(reader.isNull(), 20000);
 }
 
 void tst_NvxDataFileReplay::payloadsPassThrough()
@@ -133,7 +135,18 @@ void tst_NvxDataFileReplay::theReaderTakesThePeriod()
     CountingThread* const reader = m_file->make();
     QCOMPARE(reader->timerTime(), 5);
     reader->start();
-    QTRY_VERIFY(reader->ticks > 2);
+    QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > 2, 20000);
+}
+
+void tst_NvxDataFileReplay::nothingComesAheadOfTheFirstPeriod()
+{
+    m_file->m_baseTime = 100000;
+    m_file->calcTimerTime(1);
+    CountingThread* const reader = m_file->make();
+    reader->start();
+    QTRY_VERIFY_WITH_TIMEOUT(reader->timer().isActive(), 20000);
+    QVERIFY(reader->timer().remainingTime() > 0);
+    QCOMPARE(reader->ticks, 0);
 }
 
 void tst_NvxDataFileReplay::aNewPeriodReachesTheReader_data()
@@ -151,7 +164,7 @@ void tst_NvxDataFileReplay::aNewPeriodReachesTheReader()
     m_file->m_baseTime = 100000;
     m_file->setReplayVel(ReplayNormal, 1);
     reader->start();
-    QTRY_VERIFY(reader->timer().isActive());
+    QTRY_VERIFY_WITH_TIMEOUT(reader->timer().isActive(), 20000);
     QCOMPARE(reader->timer().interval(), 100000);
     m_file->m_baseTime = 10;
     if (bySpeed)
@@ -159,7 +172,7 @@ void tst_NvxDataFileReplay::aNewPeriodReachesTheReader()
     else
         m_file->setAdjacent(true, 1);
     QCOMPARE(reader->timerTime(), bySpeed ? 5 : 10);
-    QTRY_VERIFY(reader->ticks > 2);
+    QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > 2, 20000);
 }
 
 void tst_NvxDataFileReplay::pausesAndResumes()
@@ -167,7 +180,7 @@ void tst_NvxDataFileReplay::pausesAndResumes()
     m_file->setReplayVel(ReplayMax, 1);
     CountingThread* const reader = m_file->make();
     reader->start();
-    QTRY_VERIFY(reader->ticks > 0);
+    QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > 0, 20000);
     for (const bool other : {false, true}) {
         other ? m_file->pauseThread() : m_file->processPause();
         QVERIFY(!reader->timer().isActive());
@@ -176,7 +189,7 @@ void tst_NvxDataFileReplay::pausesAndResumes()
         QSignalSpy ticked(reader, &CountingThread::ticked);
         QVERIFY(spyStaysEmpty(ticked, 30));
         other ? m_file->resumeThread() : m_file->processResume();
-        QTRY_VERIFY(reader->ticks > ticks);
+        QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > ticks, 20000);
     }
 }
 
@@ -200,7 +213,7 @@ void tst_NvxDataFileReplay::endsInItsOrder()
     connect(m_file.get(), &NvxDataFile::threadFinished, this, [&] { order << QStringLiteral("thread"); });
     const QPointer<CountingThread> reader = m_file->make();
     reader->start();
-    QTRY_VERIFY(reader->timer().isActive());
+    QTRY_VERIFY_WITH_TIMEOUT(reader->timer().isActive(), 20000);
     m_file->handleDataReady(dataAt(keyOf(1709210096)), kDevice);
     if (way == 0)
         reader->exitThread();
@@ -210,8 +223,9 @@ void tst_NvxDataFileReplay::endsInItsOrder()
         m_file->quitThread();
     // A stop from outside leaves the timer running until the object goes: intended.
     QCOMPARE(reader->timer().isActive(), way != 0);
-    QTRY_COMPARE(order, (QStringList{QStringLiteral("file 1709210096"), QStringLiteral("thread")}));
-    QTRY_VERIFY(reader.isNull());
+    QTRY_COMPARE_WITH_TIMEOUT(
+        order, (QStringList{QStringLiteral("file 1709210096"), QStringLiteral("thread")}), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(reader.isNull(), 20000);
 }
 
 void tst_NvxDataFileReplay::aSecondReplayOfTheSameObject()
@@ -220,7 +234,7 @@ void tst_NvxDataFileReplay::aSecondReplayOfTheSameObject()
     for (int count = 1; count <= 2; ++count) {
         m_file->make()->start();
         m_file->processStop();
-        QTRY_COMPARE(finished.size(), count);
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), count, 20000);
     }
 }
 
@@ -243,7 +257,7 @@ void tst_NvxDataFileReplay::theSamePeriodAndASecondResumeLeaveTheReaderAlone()
     m_file->calcTimerTime(1);
     CountingThread* const reader = m_file->make();
     reader->start();
-    QTRY_VERIFY(reader->timer().isActive());
+    QTRY_VERIFY_WITH_TIMEOUT(reader->timer().isActive(), 20000);
     QVERIFY(hasRunDown(reader->timer()));
     const int remaining = reader->timer().remainingTime();
     m_file->setReplayVel(ReplayNormal, 1);
@@ -267,8 +281,20 @@ void tst_NvxDataFileReplay::controlOfAFinishedReader()
     m_file->setReplayVel(ReplayMax, 1);
     QCOMPARE(reader->timerTime(), 500);
     QSignalSpy finished(m_file.get(), &NvxDataFile::threadFinished);
-    QTRY_COMPARE(finished.size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
     QCOMPARE(m_file->reader(), nullptr);
+}
+
+void tst_NvxDataFileReplay::aPauseAheadOfTheTicksIsLost()
+{
+    // There is no timer to stop yet, and nothing keeps the wish: intended.
+    m_file->setReplayVel(ReplayMax, 1);
+    QSemaphore gate;
+    CountingThread* const reader = m_file->make(&gate);
+    reader->start();
+    m_file->processPause();
+    gate.release();
+    QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > 0, 20000);
 }
 
 void tst_NvxDataFileReplay::stopsTwice()
@@ -278,7 +304,7 @@ void tst_NvxDataFileReplay::stopsTwice()
     reader->start();
     m_file->processStop();
     m_file->processStop();
-    QTRY_COMPARE(finished.size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
     m_file->processStop();
     QSignalSpy again(m_file.get(), &NvxDataFile::threadFinished);
     QVERIFY(spyStaysEmpty(again, 20));
@@ -306,19 +332,19 @@ void tst_NvxDataFileReplay::aReaderThatWasLetGoReportsNothing()
         first->quit();
         QVERIFY(first->wait(10000));
     } else {
-        QTRY_VERIFY(ticks > 0);
+        QTRY_VERIFY_WITH_TIMEOUT(ticks > 0, 20000);
     }
     CountingThread* const second = m_file->make();
     const int before = ticks;
     Q_EMIT first->streamDataReady(dataAt(keyOf(1)), kDevice);
     second->start();
-    QTRY_VERIFY(first.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(first.isNull(), 20000);
     QCOMPARE(ticks, before);
     QVERIFY(data.isEmpty());
     QVERIFY(finished.isEmpty());
     QCOMPARE(m_file->reader(), second);
     m_file->processStop();
-    QTRY_COMPARE(finished.size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
 }
 
 void tst_NvxDataFileReplay::deletedWhileItPlays()
@@ -326,11 +352,11 @@ void tst_NvxDataFileReplay::deletedWhileItPlays()
     m_file->setReplayVel(ReplayMax, 1);
     const QPointer<CountingThread> reader = m_file->make();
     reader->start();
-    QTRY_VERIFY(reader->ticks > 0);
+    QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > 0, 20000);
     QSignalSpy finished(m_file.get(), &NvxDataFile::streamFileFinished);
     m_file.reset();
     QVERIFY(!reader.isNull());
-    QTRY_VERIFY(reader.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(reader.isNull(), 20000);
     QVERIFY(finished.isEmpty());
 }
 
@@ -342,7 +368,7 @@ void tst_NvxDataFileReplay::deletedBeforeTheReaderHasBegun()
     m_file.reset();
     QVERIFY(reader->isRunning());
     gate.release();
-    QTRY_VERIFY(reader.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(reader.isNull(), 20000);
 }
 
 void tst_NvxDataFileReplay::deletedByItsOwnSignal_data()
@@ -373,8 +399,8 @@ void tst_NvxDataFileReplay::deletedByItsOwnSignal()
         Q_EMIT reader->streamDataReady(dataAt(keyOf(1)), kDevice);
     else
         m_file->processStop();
-    QTRY_VERIFY(m_file == nullptr);
-    QTRY_VERIFY(reader.isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(m_file == nullptr, 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(reader.isNull(), 20000);
     QVERIFY(threadFinished.isEmpty());
 }
 

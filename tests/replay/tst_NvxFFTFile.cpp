@@ -1,6 +1,7 @@
 #include "NvxQtCommon/replay/NvxFFTFile.h"
 #include "SpectrumFileText.h"
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/OrdinaryUser.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -38,6 +39,7 @@ private Q_SLOTS:
     // --- rainy day flows
     void noFile_data();
     void noFile();
+    void aFileThatMayNotBeRead();
     void refusedFiles_data();
     void refusedFiles();
     void aRefusedFileKeepsNothingOfTheOneBefore();
@@ -190,8 +192,12 @@ void tst_NvxFFTFile::anEpochLogThatGoesOn()
     QVERIFY(file.headerPrepare(false));
     NvxDataFile::EpochLog expected{{kDevice, {}}};
     QCOMPARE(file.epochLogLists(), expected);
+    // The carried ones come first.
+    file.handleTrigActiveStr(QStringLiteral("three"), kDevice);
+    QVERIFY(file.headerPrepare(false));
+    QCOMPARE(file.epochLogLists(), expected);
     file.setAdjacent(true, 1);
-    expected[kDevice] = lines;
+    expected[kDevice] = lines + QList<QString>{QStringLiteral("three")};
     QCOMPARE(file.epochLogLists(), expected);
 }
 
@@ -235,7 +241,28 @@ void tst_NvxFFTFile::noFile()
     // Played all the same it ends at once; opening a pipe would wait for its writer.
     QSignalSpy finished(&file, &NvxDataFile::streamFileFinished);
     file.processData();
-    QTRY_COMPARE(finished.size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
+}
+
+void tst_NvxFFTFile::aFileThatMayNotBeRead()
+{
+    QVERIFY(m_text.write(path()));
+    QVERIFY(QFile::setPermissions(m_dir->path(), QFile::Permissions(0x7755)));
+    QVERIFY(QFile::setPermissions(path(), QFile::Permissions()));
+    NvxFFTFile file(path(), nullptr);
+    {
+        const OrdinaryUser user;
+        if (QFile(path()).open(QIODevice::ReadOnly))
+            QSKIP("nothing keeps this user from reading any file");
+        QVERIFY(!file.headerPrepare(true));
+        QSignalSpy finished(&file, &NvxDataFile::streamFileFinished);
+        QSignalSpy headers(&file, &NvxDataFile::streamHeaderReady);
+        file.processData();
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
+        QVERIFY(headers.isEmpty());
+    }
+    QVERIFY(QFile::setPermissions(path(), QFile::ReadOwner));
+    QVERIFY(file.headerPrepare(true));
 }
 
 void tst_NvxFFTFile::refusedFiles_data()
@@ -317,7 +344,7 @@ void tst_NvxFFTFile::everyTruncation()
         file.setReplayVel(ReplayMax, 1);
         QSignalSpy finished(&file, &NvxFFTFile::threadFinished);
         QVERIFY(file.processData());
-        QTRY_COMPARE(finished.size(), 1);
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
     }
 }
 

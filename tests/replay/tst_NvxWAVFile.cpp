@@ -420,6 +420,29 @@ private Q_SLOTS:
         QVERIFY(file.m_epochCarry.first().isEmpty() && file.m_epochCarry.last().isEmpty());
     }
 
+    void carriedListsOfAnAdjacentFile()
+    {
+        struct OpenFile : NvxWAVFile
+        {
+            using NvxDataFile::m_epochCarry;
+            using NvxWAVFile::NvxWAVFile;
+        };
+        OpenFile file(m_dir.write(waveFile(*makeInfo(2), {.channels = 2}, 100)));
+        QVERIFY(file.headerPrepare(true));
+        const HydDeviceId id = file.channelDevices()[1];
+        file.addEpochMessg(id, {QStringLiteral("new")});
+        file.m_epochCarry[id] << QStringLiteral("old");
+        QVERIFY(file.headerPrepare(false));
+        file.setAdjacent(true, 0);
+        QCOMPARE(file.epochLogLists().value(id), (QStringList{QStringLiteral("new"), QStringLiteral("old")}));
+        QVERIFY(file.m_epochCarry.value(id).isEmpty());
+        // Without adjacency they go.
+        file.m_epochCarry[id] << QStringLiteral("lost");
+        file.setAdjacent(false, 0);
+        QVERIFY(file.m_epochCarry.value(id).isEmpty());
+        QCOMPARE(file.epochLogLists().value(id).size(), 2);
+    }
+
     void impulseBecomesALine()
     {
         NvxWAVFile file(m_dir.write(waveFile(*makeInfo(1), {}, 100)));

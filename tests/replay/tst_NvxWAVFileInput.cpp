@@ -2,6 +2,7 @@
 #include "WavReplay.h"
 
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/OrdinaryUser.h"
 
 #include <sys/stat.h>
 
@@ -51,6 +52,32 @@ private Q_SLOTS:
         QVERIFY(replay.play());
         QCOMPARE(replay.events, (QStringList{QStringLiteral("started"), QStringLiteral("finished"),
                                              QStringLiteral("thread finished")}));
+    }
+
+    void fileThatMayNotBeRead()
+    {
+        const QString path = m_dir.write(waveFile(*makeInfo(1), {.rate = 1000}, 4000));
+        QVERIFY(QFile::setPermissions(m_dir.path(), QFile::Permissions(0x7755)));
+        QVERIFY(QFile::setPermissions(path, QFile::Permissions()));
+        WavReplay replay(path);
+        {
+            const OrdinaryUser user;
+            if (QFile(path).open(QIODevice::ReadOnly))
+                QSKIP("nothing keeps this user from reading any file");
+            QVERIFY(!replay.prepare());
+            QVERIFY(!replay.file.header());
+            QVERIFY(replay.play());
+            QCOMPARE(replay.events, (QStringList{QStringLiteral("started"), QStringLiteral("finished"),
+                                                 QStringLiteral("thread finished")}));
+        }
+        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner));
+        QVERIFY(replay.prepare());
+        // One that loses its readers behind its header has nothing to play.
+        QVERIFY(QFile::setPermissions(path, QFile::Permissions()));
+        const OrdinaryUser user;
+        QVERIFY(replay.play());
+        QVERIFY(replay.blocks.empty());
+        QCOMPARE(replay.headers.size(), size_t{1});
     }
 
     void truncatedAnywhere_data()
@@ -148,6 +175,19 @@ private Q_SLOTS:
         QCOMPARE(file.channelDevices(), QList<HydDeviceId>{HydDeviceId(DevTypeWavFile, 0)});
     }
 
+    void smallFileBeginsWhereTheOneBeforeDid()
+    {
+        // What a small file leaves out stays as the object has it: intended.
+        NvxWAVFile file(m_dir.write(waveFile(*makeInfo(1), {}, 100)));
+        QVERIFY(file.headerPrepare(true));
+        const qint64 before = firstSample(file);
+        QVERIFY(before > 44);
+        file.setFileName(m_dir.write(WavBytes().head().format({}).data(QByteArray(1000, 's')).bytes));
+        QVERIFY(file.headerPrepare(true));
+        QCOMPARE(file.headerSize(), 44U);
+        QCOMPARE(firstSample(file), before);
+    }
+
     void promisesThatAreTooLarge_data()
     {
         QTest::addColumn<int>("samples");
@@ -178,6 +218,36 @@ private Q_SLOTS:
         const qsizetype left = filling == 0 ? samples + list.bytes.size() : samples;
         QCOMPARE(qsizetype(replay.header()->dataSize()), left - listsTakenOff * list.bytes.size());
         QCOMPARE(replay.channelDevices()[0].serialNo(), uint16_t(filling == 0 ? 0 : 101));
+    }
+
+    void deviceOfAChannelThatIsNotThere_data()
+    {
+        QTest::addColumn<int>("index");
+        for (int index : {2, 254, 1000, -1})
+            QTest::addRow("%d", index) << index;
+    }
+    void deviceOfAChannelThatIsNotThere()
+    {
+        QFETCH(int, index);
+        WavReplay replay(m_dir.write(waveFile(*makeInfo(2), {.channels = 2}, 100)));
+        QVERIFY(replay.prepare());
+        const auto device = replay.file.formDev(index);
+        QVERIFY(device);
+        QCOMPARE(device->serial(), uint16_t{0});
+        QCOMPARE(device->devType(), DevTypeWavFile);
+    }
+
+    void depthBetweenWholeBytesInTheHeader()
+    {
+        WavReplay replay(m_dir.write(waveFile(*makeInfo(1), {.bits = 12}, 100)));
+        QVERIFY(replay.prepare());
+        QVERIFY(replay.file.headerEventPrepare());
+        const HydStreamEventHeaderPayload& header = *replay.headers.front().payload;
+        // One byte a sample, and the largest number of twelve bits: intended.
+        QCOMPARE(int(header.streamSetupChunk()->wavSetup()->bitDepth()), 8);
+        QCOMPARE(int(header.amplScalingChunks().front()->bitsPerSample()), 12);
+        QCOMPARE(header.amplScalingChunks().front()->maxValue(), 2047);
+        QCOMPARE(header.amplScalingChunks().front()->minValue(), -2048);
     }
 
     void listAtTheVeryStartOfTheScan_data()
