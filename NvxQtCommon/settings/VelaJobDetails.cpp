@@ -45,6 +45,9 @@ void VelaJobDetails::save(QSettings* store, const QString& group) const
 
 void VelaJobDetails::load(QSettings* store, const QString& group)
 {
-    if (store != nullptr && store->childGroups().contains(group))
-        forEachValue(*this, SettingsReader(store, group, keys()));
+    if (store == nullptr || !store->childGroups().contains(group))
+        return;
+    // The reader leaves a text as it is where none is stored; here an empty one counts.
+    *this = VelaJobDetails();
+    forEachValue(*this, SettingsReader(store, group, keys()));
 }

@@ -25,7 +25,9 @@ public:
     QString getTtitles() const;
 
     void save(QSettings* store, const QString& group) const;
-    /// Without the group nothing changes; a text that is missing or empty stays.
+    /// Reads all five texts: one that is missing or empty becomes empty. Without the group nothing changes.
+    /// It is looked for right below the group that the store is in, so an empty name and one with "/" are
+    /// saved and not found again.
     void load(QSettings* store, const QString& group);
 
     bool operator==(const VelaJobDetails&) const = default;

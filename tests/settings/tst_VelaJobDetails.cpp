@@ -59,14 +59,45 @@ private Q_SLOTS:
         QVERIFY(details == makeDetails());
     }
 
-    void missingAndEmptyTextsStay()
+    void missingAndEmptyTextsBecomeEmpty()
     {
-        IniFile file("[Job]\nClient=\nJobName=new\n");
+        // "a, b" without quotation marks is a list, and no text.
+        IniFile file("[Job]\nClient=\nJobName=new\nPersonnel=a, b\n");
+        VelaJobDetails expected;
+        expected.setJobName(QStringLiteral("new"));
         VelaJobDetails details = makeDetails();
         details.load(file.store(), kGroup);
-        QCOMPARE(details.jobName(), QStringLiteral("new"));
-        QCOMPARE(details.client(), QStringLiteral("Höegh & Søn"));
-        QCOMPARE(details.operatorName(), QStringLiteral("C"));
+        QVERIFY(details == expected);
+    }
+
+    void anEmptyTextComesBack()
+    {
+        VelaJobDetails cleared = makeDetails();
+        cleared.setPersonnel(QString());
+        IniFile file;
+        cleared.save(file.store(), kGroup);
+        VelaJobDetails details = makeDetails();
+        details.load(file.reopen(), kGroup);
+        QVERIFY(details == cleared);
+    }
+
+    void groupsThatAreNotFoundAgain_data()
+    {
+        QTest::addColumn<QString>("group");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("within another") << QStringLiteral("Survey/Job");
+        QTest::newRow("with a sign in front") << QStringLiteral("/Job");
+        QTest::newRow("with a sign behind") << QStringLiteral("Job/");
+    }
+    void groupsThatAreNotFoundAgain()
+    {
+        QFETCH(QString, group);
+        IniFile file;
+        makeDetails().save(file.store(), group);
+        QCOMPARE(file.store()->allKeys().size(), 5);
+        VelaJobDetails details;
+        details.load(file.reopen(), group);
+        QVERIFY(details == VelaJobDetails());
     }
 
     void withoutAStoreNothingHappens()
