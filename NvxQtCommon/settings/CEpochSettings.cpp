@@ -194,6 +194,7 @@ void CEpochSettings::save(QSettings* store, const QString& group) const
     if (store == nullptr)
         return;
     const SettingsGroup whole(store, group);
+    // Whatever the group is, and be it the whole store. This is intended.
     store->remove(QString());
     forEachValue(*this, SettingsWriter(store, QString(), keys()));
     int index = 0;

@@ -63,11 +63,13 @@ public:
     /// device; that of a stream (states 10 to 15) into all of them.
     void handleTrigActive(const SActiveTrigger& active);
 
-    /// Empties the group first, whatever else stands there.
+    /// Empties the group first, whatever else stands there and in groups within. With an empty name that is
+    /// the group that the store is in, and the whole store where it is in none.
     void save(QSettings* store, const QString& group) const;
     /// Without the group nothing changes. Else a number or bool that is missing loads as 0 or false, a text
     /// that is missing or empty stays, and the program's triggers become those of the group, of which the
-    /// first five are read.
+    /// first five are read: the others are gone with the next save(). The group is looked for right below the
+    /// one that the store is in, so an empty name and one with "/" are saved and not found again.
     void load(QSettings* store, const QString& group);
 
 private:

@@ -10,7 +10,8 @@
 class QSettings;
 class QString;
 
-/// The job settings of a device, and the choices of the application about it. A copyable value.
+/// The job settings of a device, and the choices of the application about it. A copyable value. The
+/// comparison is that of the job settings: two that differ in the choices alone are equal.
 class NVXQTCOMMON_EXPORT VelaDeviceSettings : public HydJobSettings
 {
 public:
@@ -60,8 +61,10 @@ public:
     /// The job tags, as key and value each. Only the part of a value behind its last "=" is kept; a tag that
     /// the library doesn't know has no name and isn't stored.
     void saveJobMap(QSettings* store, const QString& group) const;
-    /// Adds the tags that stand in the group, and replaces those of equal keys; a key or value that no tag
-    /// has is passed over. Without the group nothing changes.
+    /// Adds the tags that stand in the group, and replaces those of equal keys; a key that no tag has is
+    /// passed over, and a value that is no number counts as 0. Without the group nothing changes. It is
+    /// looked for right below the one that the store is in, so an empty name and one with "/" are saved and
+    /// not found again.
     void loadJobMap(QSettings* store, const QString& group);
 
 private:

@@ -123,6 +123,9 @@ private Q_SLOTS:
     void numbersThatDoNotFit();
     void emptyTextsStay();
     void emptyGroupIsTheStoresOwn();
+    void emptyGroupOfTheRootEmptiesTheStore();
+    void groupsThatAreNotFoundAgain_data();
+    void groupsThatAreNotFoundAgain();
     void noTriggersAndNullTriggers();
     void withoutAStoreNothingHappens();
 };
@@ -379,6 +382,11 @@ void tst_CEpochSettings::atMostFiveTriggersAreRead()
     QCOMPARE(file.reopen()->value(QStringLiteral("Epoch/trigNum6")).toInt(), 6);
     settings.load(file.store(), kGroup);
     QVERIFY(settings.compareTriggers(makeTriggers(5)));
+    // And no more are left after the next save.
+    settings.save(file.store(), kGroup);
+    QVERIFY(file.reopen()->contains(QStringLiteral("Epoch/trigNum4")));
+    QVERIFY(!file.store()->contains(QStringLiteral("Epoch/trigNum5")));
+    QVERIFY(!file.store()->contains(QStringLiteral("Epoch/trigNum6")));
 }
 
 void tst_CEpochSettings::readingStopsAtTheFirstOtherType_data()
@@ -487,6 +495,38 @@ void tst_CEpochSettings::emptyGroupIsTheStoresOwn()
     file.store()->endGroup();
     QCOMPARE(file.reopen()->allKeys().size(), 7 + 1);
     QCOMPARE(file.value(QStringLiteral("Other/kept")).toInt(), 1);
+}
+
+void tst_CEpochSettings::emptyGroupOfTheRootEmptiesTheStore()
+{
+    // Intended: the group is emptied, and here it is the whole store.
+    IniFile file("[General]\nEpochPrefix=x\nforeign=1\n[Other]\nlost=1\n");
+    CEpochSettings().save(file.store(), QString());
+    QCOMPARE(file.reopen()->allKeys().size(), 7);
+    QCOMPARE(file.value(QStringLiteral("EpochPrefix")).toString(), QStringLiteral("Epoch"));
+    QVERIFY(file.store()->childGroups().isEmpty());
+}
+
+void tst_CEpochSettings::groupsThatAreNotFoundAgain_data()
+{
+    QTest::addColumn<QString>("group");
+    QTest::newRow("empty") << QString();
+    QTest::newRow("within another") << QStringLiteral("Survey/Epoch");
+}
+void tst_CEpochSettings::groupsThatAreNotFoundAgain()
+{
+    QFETCH(QString, group);
+    CEpochSettings settings;
+    setAll(settings, values());
+    settings.setTriggers(makeTriggers(1));
+    IniFile file;
+    settings.save(file.store(), group);
+    QCOMPARE(file.store()->allKeys().size(), 7 + 12);
+    CEpochSettings other;
+    other.load(file.reopen(), group);
+    for (const auto& value : values())
+        QCOMPARE(value.get(other), value.standard);
+    QVERIFY(other.triggers().empty());
 }
 
 void tst_CEpochSettings::noTriggersAndNullTriggers()

@@ -141,6 +141,50 @@ private Q_SLOTS:
         QCOMPARE(other.toString(), settings.toString());
     }
 
+    void serialNumbersOfAnArraySurvive_data()
+    {
+        QTest::addColumn<QList<int>>("serials");
+        QTest::newRow("some") << QList<int>{1, 70, 65535};
+        QTest::newRow("one") << QList<int>{1234};
+        QTest::newRow("none") << QList<int>{};
+    }
+    void serialNumbersOfAnArraySurvive()
+    {
+        QFETCH(QList<int>, serials);
+        const std::vector<uint16_t> devices(serials.begin(), serials.end());
+        VelaDeviceSettings settings;
+        settings.setTag(std::make_shared<TmiDeviceListTag>(devices));
+        IniFile file;
+        settings.saveJobMap(file.store(), kGroup);
+        VelaDeviceSettings other;
+        other.loadJobMap(file.reopen(), kGroup);
+        QCOMPARE(file.keys(), QStringList{"Job/ARRAY_SERIALS"});
+        const auto tag = other.map().find(JobTagDeviceList);
+        QVERIFY(tag != other.map().end());
+        const auto* list = dynamic_cast<const TmiDeviceListTag*>(tag->second.get());
+        QVERIFY(list != nullptr);
+        QVERIFY(list->deviceList() == devices);
+    }
+
+    void choicesAreNotCompared()
+    {
+        // By the job settings alone: intended.
+        VelaDeviceSettings settings;
+        settings.setFftAccum(3);
+        VelaDeviceSettings other(settings);
+        other.setTimeSyncType(VelaDeviceSettings::SyncComputer);
+        other.setSyncMaster(7);
+        other.setStreamReg(VelaDeviceSettings::StreamRegimeNone);
+        other.setRegFFTMode(FftModeClick);
+        other.setRegWAVEMode(WaveModeLog);
+        other.setRefType(RefVolts);
+        other.setChartDisp(false);
+        other.setChartDisp(false, 7);
+        QVERIFY(other == settings);
+        other.setFftAccum(4);
+        QVERIFY(!(other == settings));
+    }
+
     void jobSettingsCanBeTakenOver()
     {
         HydJobSettings job;
@@ -159,6 +203,35 @@ private Q_SLOTS:
         settings.setFftAccum(3);
         settings.loadJobMap(file.store(), kGroup);
         QCOMPARE(settings.fftAccum(), 3U);
+    }
+
+    void groupsThatAreNotFoundAgain_data()
+    {
+        QTest::addColumn<QString>("group");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("within another") << QStringLiteral("Survey/Job");
+    }
+    void groupsThatAreNotFoundAgain()
+    {
+        QFETCH(QString, group);
+        VelaDeviceSettings settings;
+        settings.setFftAccum(20);
+        IniFile file;
+        settings.saveJobMap(file.store(), group);
+        QCOMPARE(file.store()->allKeys().size(), 1);
+        VelaDeviceSettings other;
+        other.loadJobMap(file.reopen(), group);
+        QVERIFY(other.map().empty());
+    }
+
+    void serialNumbersWithoutQuotationMarks()
+    {
+        // A bare comma makes a list of the store, which is no text.
+        IniFile file("[Job]\nARRAY_SERIALS=1, 2\n");
+        VelaDeviceSettings settings;
+        settings.setTag(std::make_shared<TmiDeviceListTag>(std::vector<uint16_t>{3}));
+        settings.loadJobMap(file.store(), kGroup);
+        QCOMPARE(QString::fromStdString(settings.toString()), QStringLiteral("ARRAY_SERIALS="));
     }
 
     void missingSyncLoadsAsNothing()
