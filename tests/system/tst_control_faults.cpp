@@ -93,9 +93,10 @@ private Q_SLOTS:
 
     void lateReplyIsRead()
     {
-        QVERIFY(open("slow:value=300,times=1"));
+        QVERIFY(open("slow:value=1500,times=1"));
+        const uint64_t before = m_rig->recorder.counters().commands;
         controller().sendEnquire();
-        QVERIFY(waitForCommands(1));
+        QVERIFY(waitForCommands(before + 1));
         QCOMPARE(m_identified->size(), 0);
         QTRY_COMPARE(m_identified->size(), 1);
     }
