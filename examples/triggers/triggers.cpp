@@ -33,7 +33,9 @@ std::unique_ptr<SimulatedRecorder> startSimulator()
     settings.wavePort = settings.spectrumPort = settings.sensorPort = settings.epochPort = 0;
     settings.signal.kind = SignalSettings::Impulses;
     settings.signal.frequency = 4000.0;
-    settings.signal.levelDb = -130.0;
+    settings.signal.levelDb = -140.0;
+    // 21000 µPa, so that the beginning and the end of a burst stay quiet in other bands.
+    settings.signal.impulseLevelDb = -90.0;
     settings.signal.impulseSeconds = 3.0;
     settings.signal.impulseLength = 1.5;
     for (uint32_t i = 0; i < kAddresses; ++i) {

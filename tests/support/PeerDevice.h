@@ -9,9 +9,14 @@ public:
     PeerDevice() : PythonPeer(QStringLiteral("peer_device.py")) {}
 
     /// Port of the wave stream.
-    quint16 wavePort()
+    quint16 wavePort() { return port(QStringLiteral("wave-port")); }
+    /// Port of the epoch stream.
+    quint16 epochPort() { return port(QStringLiteral("epoch-port")); }
+
+private:
+    quint16 port(const QString& word)
     {
-        const QList<QStringList> found = lines(QStringLiteral("wave-port"));
+        const QList<QStringList> found = lines(word);
         return found.isEmpty() ? quint16(0) : found.first().value(0).toUShort();
     }
 };

@@ -2,9 +2,10 @@
 """A recorder in another language: written from docs/wire-protocol.md, standard library only.
 
 It answers discovery on UDP 62726 and commands on TCP 50000, and streams a ramp of 24-bit waves whose sample value
-is its sample number. On standard output it says "wave-port N" and "ready", and then a line for everything that
-reaches it; it ends when its standard input ends. --seconds makes the stream end after that many whole seconds, so
-that the same bytes come every time.
+is its sample number. On standard output it says "wave-port N", "epoch-port N" and "ready", and then a line for
+everything that reaches it; it ends when its standard input ends. --seconds makes the stream end after that many whole
+seconds, so that the same bytes come every time. --epochs gives every reader of the epoch stream that many starts and
+ends of its triggers.
 """
 import argparse
 import asyncio
@@ -79,7 +80,7 @@ class Recorder:
         self.rate, self.seconds, self.pace = options.rate, options.seconds, options.pace
         self.tags = {WAVE_RATE_KEY: struct.pack(">I", options.rate), BIT_DEPTH_KEY: struct.pack(">I", 24),
                      GAIN_KEY: struct.pack(">I", 6), 0: bytes(4)}
-        self.triggers = []
+        self.triggers, self.epochs = [], options.epochs
         self.clock_offset = 0
         self.sample = 0
 
@@ -260,6 +261,38 @@ class Waves(asyncio.Protocol):
         say("stream-end", recorder.sample)
 
 
+class Epochs(asyncio.Protocol):
+    """Lets each trigger in turn start and end, a whole line in a write."""
+
+    def __init__(self, recorder):
+        self.recorder = recorder
+        self.task = None
+
+    def connection_made(self, transport):
+        self.transport = transport
+        self.task = asyncio.get_running_loop().create_task(self.write())
+        say("epoch-open")
+
+    def connection_lost(self, _error):
+        self.task.cancel()
+        say("epoch-closed")
+
+    def data_received(self, data):
+        say("epoch-message", data.hex())
+
+    async def write(self):
+        recorder = self.recorder
+        for sequence in range(1, recorder.epochs + 1):
+            body = recorder.triggers[sequence % len(recorder.triggers)][3:]
+            number, _, low, high, duration = struct.unpack_from(">BBIIH", body)
+            threshold = struct.unpack_from(">h", body, 16)[0]
+            for rest in (f"Seq {sequence}, {low}-{high} > {threshold}uPa, {duration}s", "Ended"):
+                stamp = time.strftime("%Y-%m-%d %H:%M:%S", time.gmtime(recorder.now()))
+                self.transport.write(f"{stamp}, SN {recorder.serial}, Epoch {number}, {rest}\n".encode())
+                await asyncio.sleep(0.003)
+        say("epoch-end", recorder.epochs)
+
+
 async def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("address", help="address to listen on; 0.0.0.0 to hear broadcasts")
@@ -269,6 +302,7 @@ async def main():
     parser.add_argument("--serial", type=int, default=4242)
     parser.add_argument("--rate", type=int, default=8000, help="samples a second, at most 655350")
     parser.add_argument("--seconds", type=int, default=0, help="length of the stream; 0: until stopped")
+    parser.add_argument("--epochs", type=int, default=0, help="occurrences on the epoch stream; needs triggers")
     parser.add_argument("--pace", type=float, default=1.0, help="seconds of sound in a second of time")
     options = parser.parse_args()
 
@@ -279,6 +313,8 @@ async def main():
         await loop.create_server(lambda: Commands(recorder), options.address, CONTROL_PORT)
         waves = await loop.create_server(lambda: Waves(recorder), options.address, 0)
         say("wave-port", waves.sockets[0].getsockname()[1])
+        epochs = await loop.create_server(lambda: Epochs(recorder), options.address, 0)
+        say("epoch-port", epochs.sockets[0].getsockname()[1])
     say("ready")
     await loop.run_in_executor(None, sys.stdin.buffer.read)
 

@@ -2,7 +2,7 @@
 #include "NvxQtCommon/control/HydDeviceController.h"
 #include "NvxQtCommon/discovery/HydMarcoAdapter.h"
 #include "NvxQtCommon/logging/NvxWavLogger.h"
-#include "NvxQtCommon/streaming/HydStreamAdapter.h"
+#include "NvxQtCommon/streaming/HydEpochStreamAdapter.h"
 #include "tests/recording/WavJudge.h"
 #include "tests/support/NvxTestCase.h"
 #include "tests/support/PeerDevice.h"
@@ -13,6 +13,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void recordsTheRamp();
     void controllerCommandsAreAnswered();
     void triggersAreKept();
+    void occurrencesArriveOnceInOrder();
     // --- rainy day flows
     void stoppedStreamLeavesWholeFiles();
     void vanishedPeerLeavesWholeFiles();
@@ -288,6 +290,61 @@ void tst_python_peer::triggersAreKept()
     QTRY_COMPARE(replies.size(), 4);
     QVERIFY(triggersOfReply(3).empty());
     QCOMPARE(complaint.size(), 0);
+}
+
+void tst_python_peer::occurrencesArriveOnceInOrder()
+{
+    constexpr int kOccurrences = 300;
+    STEP(startPeer({QStringLiteral("--epochs"), QString::number(kOccurrences)}));
+    STEP(discover());
+    STEP(openCommands());
+    // The peer lets each of its triggers fire in turn.
+    std::vector<std::shared_ptr<HydTrigger>> triggers;
+    for (const uint8_t number : {uint8_t{1}, uint8_t{2}, uint8_t{200}}) {
+        auto trigger = std::make_shared<HydTrigger_5_6>();
+        trigger->setTrigNum(number);
+        trigger->setMinFreq(10);
+        trigger->setMaxFreq(1000U * number);
+        trigger->setThreshold(static_cast<int16_t>(-5 * number));
+        trigger->setDuration(static_cast<uint16_t>(300 * number));
+        triggers.push_back(std::move(trigger));
+    }
+    QSignalSpy updated(m_controller.get(), &NvxDeviceController::signalTrigUdated);
+    QSignalSpy enquired(m_controller.get(), &NvxDeviceController::signalEnqTrig);
+    m_controller->setupTriggers(triggers, true);
+    QTRY_COMPARE(enquired.size(), 1);
+    // The peer's list is the one that was wanted.
+    QCOMPARE(updated.size(), 0);
+
+    HydEpochStreamAdapter epochs(StreamEpoch, m_peer->epochPort(), kAddress,
+                                 m_controller->device()->deviceId(), 60000, true);
+    QList<SActiveTrigger> occurrences;
+    connect(&epochs, &HydEpochStreamAdapter::signalTrigActive, this,
+            [&](const SActiveTrigger& occurrence) { occurrences << occurrence; });
+    QSignalSpy payloads(&epochs, &HydStreamAdapter::streamDataReady);
+    epochs.startStream();
+    QVERIFY(m_peer->waitForLines(QStringLiteral("epoch-end"), 1, 30000));
+    QTRY_COMPARE(occurrences.size(), 2 * kOccurrences);
+    QCOMPARE(payloads.size(), 2 * kOccurrences);
+    const auto now = QDateTime::currentSecsSinceEpoch();
+    for (int i = 0; i < occurrences.size(); ++i) {
+        const SActiveTrigger& occurrence = occurrences[i];
+        const auto wanted = std::static_pointer_cast<HydTrigger_5_6>(triggers[size_t(i / 2 + 1) % 3]);
+        QCOMPARE(occurrence.devId, m_controller->device()->deviceId());
+        QCOMPARE(int(occurrence.trigger.trigNum()), int(wanted->trigNum()));
+        QCOMPARE(int(occurrence.state), i % 2 == 0 ? 2 : 6);
+        // The device's digits are of UTC, and read as local ones.
+        const QDateTime digits = occurrence.logTime();
+        QVERIFY(std::abs(QDateTime(digits.date(), digits.time(), Qt::UTC).toSecsSinceEpoch() - now) < 60);
+        if (i % 2 != 0)
+            continue;
+        QCOMPARE(occurrence.seq, uint64_t(i / 2 + 1));
+        QCOMPARE(occurrence.trigger.maxFreq(), wanted->maxFreq());
+        QCOMPARE(occurrence.trigger.threshold(), wanted->threshold());
+        QCOMPARE(occurrence.trigger.duration(), wanted->duration());
+    }
+    // Nothing was said to the peer.
+    QVERIFY(m_peer->lines(QStringLiteral("epoch-message")).isEmpty());
 }
 
 void tst_python_peer::stoppedStreamLeavesWholeFiles()
