@@ -231,6 +231,14 @@ private Q_SLOTS:
         QVERIFY(parsed(kLine).logMes(0, 0, 0).startsWith("2021-03-04 05:06:07, U"));
     }
 
+    void blanksAroundTheTime()
+    {
+        const uint64_t time = parsed(kLine).time;
+        QVERIFY(time != 0);
+        QCOMPARE(parsed(QStringLiteral("  \t") + kLine).time, time);
+        QCOMPARE(parsed(QString(kLine).replace("05:06:07,", "05:06:07 \t ,")).time, time);
+    }
+
     // --- rainy day flows
     void linesThatAreNone_data()
     {
@@ -285,6 +293,65 @@ private Q_SLOTS:
         QCOMPARE(active.trigger.threshold(), int16_t{0});
         QCOMPARE(active.trigger.duration(), uint16_t{0});
         QCOMPARE(active.trigger.testType(), TestTypeAbove);
+    }
+
+    void digitsOfAnotherScriptCount()
+    {
+        // They begin and end a number, which then can't be read: intended.
+        const SActiveTrigger active =
+            parsed(QStringLiteral("2021-03-04 05:06:07, SN \u066177, Epoch \u09663, Seq \uFF15100, 10-1000 > "
+                                  "5000uPa\u0661, 30s\u0E51"));
+        QCOMPARE(active.type, TrigDevice);
+        QCOMPARE(active.devId.serialNo(), uint16_t{0});
+        QCOMPARE(int(active.trigger.trigNum()), 0);
+        QCOMPARE(active.seq, uint64_t{0});
+        QCOMPARE(active.trigger.threshold(), int16_t{0});
+        QCOMPARE(active.trigger.duration(), uint16_t{0});
+        QCOMPARE(active.trigger.maxFreq(), 1000U);
+        // Digits that are no decimals are passed over like letters.
+        QCOMPARE(parsed(QString(kLine).replace("SN 1234", "SN \u00B2\u21621234")).devId.serialNo(),
+                 uint16_t{1234});
+    }
+
+    void numbersThatAreTooWide_data()
+    {
+        QTest::addColumn<QString>("number");
+        QTest::addColumn<int>("serial");
+        QTest::addColumn<int>("trigNum");
+        QTest::addColumn<int>("threshold");
+        QTest::addColumn<int>("duration");
+        QTest::addColumn<uint>("maxFreq");
+        const auto row = [](const char* number, int serial, int trigNum, int threshold, int duration,
+                            uint maxFreq) {
+            QTest::newRow(number) << QString::fromLatin1(number) << serial << trigNum << threshold << duration
+                                  << maxFreq;
+        };
+        // The low bits of what 32 bits hold, and 0 beyond.
+        row("300", 300, 44, 300, 300, 300);
+        row("40000", 40000, 64, 40000 - 65536, 40000, 40000);
+        row("65536", 0, 0, 0, 0, 65536);
+        row("70000", 4464, 112, 4464, 4464, 70000);
+        row("2147483647", 65535, 255, -1, 65535, 2147483647);
+        row("2147483648", 0, 0, 0, 0, 2147483648);
+        row("4294967295", 0, 0, 0, 0, 4294967295);
+        row("4294967296", 0, 0, 0, 0, 0);
+    }
+    void numbersThatAreTooWide()
+    {
+        QFETCH(QString, number);
+        QFETCH(int, serial);
+        QFETCH(int, trigNum);
+        QFETCH(int, threshold);
+        QFETCH(int, duration);
+        QFETCH(uint, maxFreq);
+        const SActiveTrigger active = parsed(
+            QStringLiteral("2021-03-04 05:06:07, SN %1, Epoch %1, Seq %1, 10-%1 > %1uPa, %1s").arg(number));
+        QCOMPARE(int(active.devId.serialNo()), serial);
+        QCOMPARE(int(active.trigger.trigNum()), trigNum);
+        QCOMPARE(active.seq, number.toULongLong());
+        QCOMPARE(active.trigger.maxFreq(), maxFreq);
+        QCOMPARE(int(active.trigger.threshold()), threshold);
+        QCOMPARE(int(active.trigger.duration()), duration);
     }
 
     void wrongTimeIsTheEpoch()
