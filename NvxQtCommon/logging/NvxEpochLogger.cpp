@@ -82,7 +82,7 @@ void NvxEpochLogger::startLogging()
     start.trigger.eventTrg().type = TrigProgram;
     if (!fileCheck(start, QDateTime::currentDateTimeUtc()))
         return;
-    // The first occurrence opens the file again.
+    // The first occurrence opens the file again, or that of its local day. This is intended.
     m_file.write((stampNow() + QStringLiteral(", P, Logging Started\n")).toUtf8());
     m_file.close();
     Q_EMIT loggingStarted();

@@ -13,11 +13,12 @@
 #include <cstdint>
 
 /// The diary of a recording: each occurrence of a trigger and each start and stop of a stream is a line of a
-/// text file, one file for each device and day, which later sessions of the day go on with; an open file is
-/// gone on with whatever the day. The application makes one, feeds it and owns it; all on its thread. A slot
-/// on one of its signals may delete it. A file that can't be opened is an error; a line that can't be
-/// written is lost without a word, and the lines before it stay whole. The destructor writes the closing
-/// line and doesn't emit anything.
+/// text file. A file is opened for the device and day of an occurrence, and later sessions of that day go on
+/// with it; while it is open it takes everything, whatever the day and the device. The application makes one,
+/// feeds it and owns it; all on its thread. A slot on one of its signals may delete it. A file that can't be
+/// opened is an error; a line that can't be written isn't. Of such lines the first 16 KiB are held and
+/// follow once there is room, as long as the file is open; the others are lost without a word. The lines
+/// before them stay whole. The destructor writes the closing line and doesn't emit anything.
 class NVXQTCOMMON_EXPORT NvxEpochLogger : public QObject
 {
     Q_OBJECT
@@ -50,13 +51,15 @@ public:
 
 public Q_SLOTS:
     /// Writes the opening line and leaves the file closed; nothing while device occurrences aren't logged.
+    /// The file is that of the day in UTC; the first line of a device may be of another, local day.
     void startLogging();
     /// Writes the closing line, as far as a file is open, and emits loggingStopped() in any case.
     void stopLogging();
     /// As stopLogging(), 2 ms later.
     void stopStreaming();
-    /// Writes an occurrence that is wanted; its line is with the system when this returns. Messages (state 3)
-    /// and a stop behind a stop are never wanted; lines that couldn't be read (TrigInvalid) always are.
+    /// Writes an occurrence that is wanted; its line is with the system when this returns, as far as there is
+    /// room. Messages (state 3) and a stop behind a stop, be it of another file, are never wanted; lines that
+    /// couldn't be read (TrigInvalid) always are.
     void handleTrigActive(SActiveTrigger trigger);
     /// Deletes this 200 ms later.
     void deleteDelay();

@@ -6,19 +6,34 @@
 
 #include <QElapsedTimer>
 #include <QPointer>
-#include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSignalSpy>
+
+#include <ctime>
 
 namespace {
 
 const QString kName = QStringLiteral("VEEpoch__1234_20210304_050607.txt");
 const QString kEnded = QStringLiteral("2021-03-04 05:06:07, P, 1234, E, 3, Ended, S, 100");
 
+bool isNow(const QDateTime& time)
+{
+    return time.isValid() && qAbs(time.secsTo(QDateTime::currentDateTimeUtc())) < 120;
+}
+
 /// True for a line of the time now, UTC, and this text behind.
 bool isLineOfNow(const QString& line, const QString& text)
 {
-    const QDateTime time = QDateTime::fromString(line.left(19).replace(u' ', u'T') + u'Z', Qt::ISODate);
-    return time.isValid() && qAbs(time.secsTo(QDateTime::currentDateTimeUtc())) < 120 && line.mid(19) == text;
+    return isNow(QDateTime::fromString(line.left(19).replace(u' ', u'T') + u'Z', Qt::ISODate)) &&
+           line.mid(19) == text;
+}
+
+/// The time in the name of a file, taken as UTC.
+QDateTime utcOfName(const QString& name)
+{
+    QDateTime time = QDateTime::fromString(name.section(u'_', 3), QStringLiteral("yyyyMMdd_hhmmss'.txt'"));
+    time.setTimeSpec(Qt::UTC);
+    return time;
 }
 
 } // namespace
@@ -45,6 +60,9 @@ private Q_SLOTS:
     void wantedOccurrences_data();
     void wantedOccurrences();
     void secondStopInARowIsLeftOut();
+    void lastStateOutlivesTheFile();
+    void nameBearsTheGivenTime();
+    void openingLineOfAnotherDayThanTheDevice();
     void slotsAreReachedByName();
     void threeSignalsNeverFire();
     // --- rainy day flows
@@ -118,8 +136,9 @@ void tst_NvxEpochLogger::openingLine()
     QVERIFY(started.size() >= 1);
     // It is closed again, and the next occurrence goes on with it.
     QCOMPARE(diary->logPath(), QString());
-    QVERIFY(diary.files().last().startsWith("VEEpoch__1234_" + today + '_'));
     const QString name = diary.files().last();
+    QVERIFY(name.startsWith("VEEpoch__1234_" + today + '_'));
+    QVERIFY(isNow(utcOfName(name)));
     QVERIFY(isLineOfNow(diary.lines(name).last(), QStringLiteral(", P, Logging Started")));
     const auto before = diary.lines(name).size();
     SActiveTrigger active = occurrenceOf(TrigProgram, 6);
@@ -301,6 +320,67 @@ void tst_NvxEpochLogger::secondStopInARowIsLeftOut()
     QCOMPARE(diary.lines(),
              once + QStringList({begin + "File Streaming is Stopped", begin + "File Streaming is Stopped",
                                  begin + "Streaming is Stopped"}));
+}
+
+void tst_NvxEpochLogger::lastStateOutlivesTheFile()
+{
+    EpochDiary diary;
+    diary->handleTrigActive(occurrenceOf(TrigProgram, 9));
+    diary->handleTrigActive(occurrenceOf(TrigProgram, 14));
+    diary->stopLogging();
+    QVERIFY(diary->fileCheck(occurrenceOf(TrigProgram, 6), occurrenceOf(TrigProgram, 6).logTime()));
+    diary->handleTrigActive(occurrenceOf(TrigProgram, 14));
+    diary->stopLogging();
+    const QStringList lines = diary.lines();
+    QCOMPARE(lines.size(), 4);
+    QVERIFY(lines[0].endsWith(", P, 1234, , , Streaming is Started"));
+    QVERIFY(lines[1].endsWith(", P, 1234, , , Streaming is Stopped"));
+    QVERIFY(lines[2].endsWith(", P, 1234, , , Logging Finished"));
+    QVERIFY(lines[3].endsWith(", P, 1234, , , Logging Finished"));
+}
+
+void tst_NvxEpochLogger::nameBearsTheGivenTime()
+{
+    // As it is given, whatever the time of the occurrence and in whatever zone.
+    const QString name = QStringLiteral("VEEpoch__1234_20220102_030405.txt");
+    EpochDiary diary;
+    const SActiveTrigger active = occurrenceOf(TrigProgram, 6);
+    QVERIFY(diary->fileCheck(active, QDateTime(QDate(2022, 1, 2), QTime(3, 4, 5))));
+    QCOMPARE(diary->logPath(), diary.path(name));
+    diary->fileClose(QStringLiteral("end"));
+    QVERIFY(diary->fileCheck(active, QDateTime(QDate(2022, 1, 2), QTime(23, 4, 5), Qt::UTC)));
+    QCOMPARE(diary->logPath(), diary.path(name));
+    diary->fileClose(QStringLiteral("end"));
+    QVERIFY(diary->fileCheck(active, active.logTime()));
+    QCOMPARE(diary.files(), (QStringList{kName, name}));
+}
+
+void tst_NvxEpochLogger::openingLineOfAnotherDayThanTheDevice()
+{
+    const QByteArray zone = qgetenv("TZ");
+    const auto back = qScopeGuard([&zone] {
+        zone.isNull() ? qunsetenv("TZ") : qputenv("TZ", zone);
+        tzset();
+    });
+    EpochDiary diary;
+    diary->startLogging();
+    const QString first = diary.files().value(0);
+    const QDateTime time = utcOfName(first);
+    QVERIFY(time.isValid());
+    // Where the clocks show another day than those in Greenwich.
+    qputenv("TZ", time.time().hour() < 12 ? "XYZ+14" : "XYZ-14");
+    tzset();
+    SActiveTrigger active = occurrenceOf(TrigDevice, 6);
+    active.time = static_cast<uint64_t>(time.toSecsSinceEpoch());
+    diary->handleTrigActive(active);
+    // The opening line is of the day in UTC, that of the device of its local day: intended.
+    QCOMPARE(diary.files().size(), 2);
+    QCOMPARE(diary.lines(first).size(), 1);
+    QVERIFY(diary.lines(first).first().endsWith(", P, Logging Started"));
+    const QString local = time.toLocalTime().toString(QStringLiteral("yyyyMMdd_hhmmss"));
+    QVERIFY(local.left(8) != time.toString(QStringLiteral("yyyyMMdd")));
+    QCOMPARE(diary->logPath(), diary.path("VEEpoch__1234_" + local + ".txt"));
+    QCOMPARE(diary.lines(QFileInfo(diary->logPath()).fileName()).size(), 1);
 }
 
 void tst_NvxEpochLogger::slotsAreReachedByName()

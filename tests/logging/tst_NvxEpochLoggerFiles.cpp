@@ -109,6 +109,7 @@ private Q_SLOTS:
     void prefixesThatAreNoNames_data();
     void prefixesThatAreNoNames();
     void fullDiskLosesLinesWithoutAWord();
+    void heldLinesFollowOnceThereIsRoom();
     void shortenedLineIsGoneOnWith();
     void deletedByASlot_data();
     void deletedByASlot();
@@ -406,6 +407,41 @@ void tst_NvxEpochLoggerFiles::fullDiskLosesLinesWithoutAWord()
     QCOMPARE(said.words(), (QStringList{QStringLiteral("stopped"), QStringLiteral("started")}));
     const QStringList whole(2, lineOf(QStringLiteral("2021-03-04T05:06:07")));
     QCOMPARE(diary.lines(kName), whole + QStringList{lineOf(kLater).left(10) + QStringLiteral(" (no end)")});
+}
+
+void tst_NvxEpochLoggerFiles::heldLinesFollowOnceThereIsRoom()
+{
+    const auto numbered = [](uint64_t seq) {
+        SActiveTrigger active = ended();
+        active.seq = seq;
+        return active;
+    };
+    const auto lineOfNumber = [](uint64_t seq) {
+        return QStringLiteral("2021-03-04 05:06:07, P, 1234, E, 3, Ended, S, %1").arg(seq);
+    };
+    constexpr uint64_t first = 10000;
+    constexpr uint64_t last = 11000;
+    EpochDiary diary;
+    diary->handleTrigActive(numbered(first));
+    const auto size = static_cast<rlim_t>(diary.bytes(kName).size());
+    rlimit before{};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit full{size + 10, before.rlim_max};
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &full), 0);
+    for (uint64_t seq = first + 1; seq < last; ++seq)
+        diary->handleTrigActive(numbered(seq));
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &before), 0);
+    QCOMPARE(diary.bytes(kName).size(), qsizetype(size) + 10);
+    // The file is open still: the cut line gets its end, what was held follows, and behind the gap of what
+    // was not the next line.
+    diary->handleTrigActive(numbered(last));
+    QStringList lines = diary.lines();
+    QCOMPARE(lines.takeLast(), lineOfNumber(last));
+    uint64_t seq = first;
+    for (const QString& line : std::as_const(lines))
+        QCOMPARE(line, lineOfNumber(seq++));
+    const auto held = (lines.size() - 1) * static_cast<qsizetype>(size);
+    QVERIFY2(held > 16384 - 2 * qsizetype(size) && held <= 16384 + 10, qPrintable(QString::number(held)));
 }
 
 void tst_NvxEpochLoggerFiles::shortenedLineIsGoneOnWith()

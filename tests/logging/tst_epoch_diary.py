@@ -13,6 +13,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 import zoneinfo
 
@@ -124,9 +125,11 @@ class EpochDiary(unittest.TestCase):
         for zone in ZONES:
             with self.subTest(zone=zone, seed=SEED):
                 sent, expected = self.any_occurrences(zone)
+                began = utc(time.time())
                 _, lines = self.write(zone, sent)
                 last = lines.pop()
                 self.assertEqual((last["who"], last["serial"], last["text"]), ("P", "1234", LAST))
+                self.assertTrue(digits(began) <= last["time"] <= digits(utc(time.time())), last["time"])
                 self.assertEqual(lines, expected)
 
     def test_zone_is_in_force(self):
