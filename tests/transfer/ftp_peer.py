@@ -1,6 +1,6 @@
 """A packaged FTP server (pyftpdlib) for tests: port 21 of an address, anonymous users who may do everything.
 
-It says on standard output "ready", "open" and "gone" for each control connection, and "cmd " with each command line
+It says on standard output "port " with its port, "ready", "open" and "gone" for each control connection, and "cmd " with each command line
 that it gets. It ends when its standard input is closed.
 """
 import argparse
@@ -25,6 +25,7 @@ def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("address")
     parser.add_argument("directory")
+    parser.add_argument("--port", type=int, default=21, help="0 is any")
     parser.add_argument("--user", help="NAME:PASSWORD of a user beside the anonymous one")
     parser.add_argument("--listing", help="file that every LIST gets")
     parser.add_argument("--silent", default="", help="command that is never answered")
@@ -90,13 +91,14 @@ def main():
         Peer.dtp_handler = ThrottledDTPHandler
         ThrottledDTPHandler.read_limit = ThrottledDTPHandler.write_limit = options.rate
     config_logging(level=40)
-    server = FTPServer((options.address, 21), Peer)
+    server = FTPServer((options.address, options.port), Peer)
 
     def end_with_input():
         sys.stdin.read()
         os._exit(0)
 
     threading.Thread(target=end_with_input, daemon=True).start()
+    say("port %d" % server.socket.getsockname()[1])
     say("ready")
     server.serve_forever(handle_exit=False)
 
