@@ -26,7 +26,8 @@ struct NVXQTCOMMON_EXPORT SActiveTrigger
     /// "2021-03-04 05:06:07, SN 1234, Epoch 3, Seq 100, 10-1000 > 5000uPa, 30s", or with "Ended" in place of
     /// all from "Seq" on. The time is local, in the hour that the clocks skip by the offset of before. `type`
     /// becomes TrigInvalid for what is no such line. A number that is missing or doesn't fit 31 bits (the
-    /// band: 32, the sequence number: 64) counts as 0; of one that is wider than its field the low bits count.
+    /// band: 32, the sequence number: 64) counts as 0; of one that is wider than its field the low bits
+    /// count.
     SActiveTrigger(const QString& line, TrigType type);
     /// Reads nothing: the record keeps its defaults, and without a text its type is TrigInvalid. This is
     /// intended; the form above reads.
