@@ -372,6 +372,9 @@ std::shared_ptr<HydDevice> NvxWAVFile::formDev(int index)
     device->setSensitivity(static_cast<float>(sensitivity) * (isTenths ? 0.1F : 1.0F));
     device->setHumidity(info.humidity(channel));
     device->setTemperature(info.temperature(channel));
+    // Whatever the index; this is intended.
+    if (fmt.numChannels() == 1)
+        device->setSerial(devId(0)->serialNo());
     HydJobSettings settings{JobTagMap()};
     settings.setWavRate(SampRate{fmt.sampleRate()});
     settings.setFftRate(SampRate{fmt.sampleRate()});

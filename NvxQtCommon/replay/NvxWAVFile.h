@@ -40,7 +40,8 @@ public:
     bool headerEventPrepare();
     /// Starts the replay from the first sample, in place of one under way. Always true.
     bool processData();
-    /// The record of a channel's device, `index` from 0. Null without a header.
+    /// The record of a channel's device, `index` from 0. Null without a header. The only channel of a file
+    /// gives its serial number to every index.
     std::shared_ptr<HydDevice> formDev(int index);
     /// Id of a channel, `index` from 0; of a wave file without a number for an index behind the last one.
     std::shared_ptr<HydDeviceId> devId(int index) const;

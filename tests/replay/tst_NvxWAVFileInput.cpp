@@ -222,18 +222,26 @@ private Q_SLOTS:
 
     void deviceOfAChannelThatIsNotThere_data()
     {
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<int>("serial");
         QTest::addColumn<int>("index");
         for (int index : {2, 254, 1000, -1})
-            QTest::addRow("%d", index) << index;
+            QTest::addRow("two channels, %d", index) << 2 << 0 << index;
+        // The only channel's number is given whatever the index: intended.
+        for (int index : {1, 254, 1000, -1})
+            QTest::addRow("one channel, %d", index) << 1 << 101 << index;
     }
     void deviceOfAChannelThatIsNotThere()
     {
+        QFETCH(int, channels);
+        QFETCH(int, serial);
         QFETCH(int, index);
-        WavReplay replay(m_dir.write(waveFile(*makeInfo(2), {.channels = 2}, 100)));
+        WavReplay replay(
+            m_dir.write(waveFile(*makeInfo(channels), {.channels = static_cast<quint16>(channels)}, 100)));
         QVERIFY(replay.prepare());
         const auto device = replay.file.formDev(index);
         QVERIFY(device);
-        QCOMPARE(device->serial(), uint16_t{0});
+        QCOMPARE(int(device->serial()), serial);
         QCOMPARE(device->devType(), DevTypeWavFile);
     }
 
