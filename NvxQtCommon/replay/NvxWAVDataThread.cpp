@@ -55,8 +55,10 @@ void NvxWAVDataThread::setFileHeader(std::shared_ptr<NvxWavHeader> header, unsig
     m_dataStart = dataStart;
     m_ticksPerSecond = static_cast<qint8>(ticksPerSecond);
     m_tickPhase = 0;
-    if (!m_fmt || !m_info)
+    if (!m_fmt || !m_info) {
+        m_fmt.reset();
         return;
+    }
     const unsigned channels = m_fmt->numChannels();
     for (unsigned channel = 1; channel <= channels; ++channel) {
         HydDeviceId id(DevTypeWavFile, m_info->serialNo(static_cast<unsigned char>(channel)));
@@ -136,8 +138,6 @@ void NvxWAVDataThread::readTick()
         return;
     qint64 total = tickBytes();
     qint64 frames = (total + fullFrame - 1) / fullFrame;
-    if (frames == 0)
-        return;
     // One tick more than there are in a second makes a round; this is intended.
     if (m_ticksPerSecond > 1 && m_tickPhase < m_ticksPerSecond) {
         ++m_tickPhase;
@@ -149,6 +149,9 @@ void NvxWAVDataThread::readTick()
             total += lost;
         }
     }
+    // A tick of less than a byte plays what its round puts back, and isn't counted before; this is intended.
+    if (frames == 0)
+        return;
 
     const qint64 step = qint64{m_fmt->numChannels()} * m_bytesPerSample;
     std::shared_ptr<unsigned char[]> frame;

@@ -23,7 +23,8 @@ public:
     ~NvxWAVDataThread() override;
 
     /// Before start(): what to read, and where the samples begin. The length of the blocks follows from
-    /// FFT_Params_WAV as it stands then. Without a header there is nothing to read.
+    /// FFT_Params_WAV as it stands then. Without a header, its format or its record there is nothing to
+    /// read, and the replay ends at its first tick.
     void setFileHeader(std::shared_ptr<NvxWavHeader> header, unsigned headerLength, int dataStart,
                        char ticksPerSecond);
     /// Puts the file to the first sample of a second. False before run() has opened it.

@@ -210,7 +210,6 @@ private Q_SLOTS:
         QTest::newRow("no channels") << 0 << 1000U << 16 << 400U << 1;
         QTest::newRow("no rate") << 1 << 0U << 16 << 400U << 1;
         QTest::newRow("blocks without a length") << 1 << 1000U << 16 << 0U << 1;
-        QTest::newRow("ticks of less than a byte") << 1 << 1U << 8 << 400U << 4;
     }
     void ticksThatDoNothing()
     {
@@ -233,6 +232,67 @@ private Q_SLOTS:
         QVERIFY(data.isEmpty());
         thread->exitThread();
         QVERIFY(thread->wait(10000));
+    }
+
+    void ticksOfLessThanAByte_data()
+    {
+        QTest::addColumn<unsigned>("rate");
+        QTest::addColumn<int>("ticksPerSecond");
+        // So many bytes come in the last tick of each round of one tick more than a second has.
+        QTest::newRow("one byte in four ticks") << 1U << 4;
+        QTest::newRow("three bytes in four ticks") << 3U << 4;
+        QTest::newRow("one byte in two ticks") << 1U << 2;
+    }
+    void ticksOfLessThanAByte()
+    {
+        QFETCH(unsigned, rate);
+        QFETCH(int, ticksPerSecond);
+        const Watchdog watchdog;
+        FFT_Params_WAV.setFftLength(400);
+        const QByteArray samples("0123456789");
+        const auto thread =
+            std::make_unique<NvxWAVDataThread>(m_dir.write(QByteArray(44, 'h') + samples), nullptr);
+        thread->setFileHeader(headerOf(1, rate, 8, unsigned(samples.size())), 44, 44,
+                              static_cast<char>(ticksPerSecond));
+        thread->setTimerTime(1);
+        QList<qsizetype> ticksOfTheBlocks;
+        QByteArray played;
+        QSignalSpy ticks(thread->findChild<QTimer*>(), &QTimer::timeout);
+        connect(thread.get(), &NvxDataThread::streamDataReady, this,
+                [&](const std::shared_ptr<HydStreamDataPayload>& payload) {
+                    ticksOfTheBlocks << ticks.size();
+                    played += bytesOf(*payload->data());
+                });
+        thread->start();
+        QTRY_VERIFY_WITH_TIMEOUT(thread->isFinished(), 20000);
+        // All but the very last one, which is left of a tick.
+        QCOMPARE(played, samples.left(9));
+        const int round = ticksPerSecond + 1;
+        for (qsizetype block = 0; block < ticksOfTheBlocks.size(); ++block)
+            QCOMPARE(ticksOfTheBlocks[block], round * (block + 1) - 1);
+    }
+
+    void headerThatLacksAPart_data()
+    {
+        QTest::addColumn<bool>("hasFormat");
+        QTest::newRow("no record") << true;
+        QTest::newRow("no format") << false;
+    }
+    void headerThatLacksAPart()
+    {
+        QFETCH(bool, hasFormat);
+        const Watchdog watchdog;
+        const auto whole = headerOf(1, 1000, 16, 4000);
+        const auto header = std::make_shared<NvxWavHeader>(hasFormat ? whole->fmt() : nullptr,
+                                                           hasFormat ? nullptr : whole->info(), false);
+        header->setDataSize(4000);
+        const auto thread = std::make_unique<NvxWAVDataThread>(m_dir.write(QByteArray(40000, 's')), nullptr);
+        thread->setFileHeader(header, 44, 44, 1);
+        thread->setTimerTime(1);
+        QSignalSpy data(thread.get(), &NvxDataThread::streamDataReady);
+        thread->start();
+        QTRY_VERIFY_WITH_TIMEOUT(thread->isFinished(), 20000);
+        QVERIFY(data.isEmpty());
     }
 
     void tickAheadOfTheFile()
