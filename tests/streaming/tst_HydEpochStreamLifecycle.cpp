@@ -97,6 +97,11 @@ private Q_SLOTS:
         epoch.peer.send(kEndedLine);
         QTRY_COMPARE(epoch.said.size(), 2);
         QCOMPARE(epoch.peer.connections(), qsizetype{1});
+        // One stop ends what several starts began.
+        epoch.adapter.stopStream();
+        epoch.peer.send(kStartedLine);
+        QTRY_COMPARE(epoch.socket->bytesAvailable(), qint64(kStartedLine.size()));
+        QCOMPARE(epoch.said.size(), 2);
     }
 
     void stopOnlyEndsTheReading()
