@@ -127,6 +127,28 @@ def wave_files():
     yield "record-array", info_record(2)
 
 
+def ftp_replies():
+    yield "session", b"220 Ready\r\n331 Password\r\n230 Welcome\r\n200 Type\r\n213 4711\r\n221 Bye\r\n"
+    yield "passive", b"227 Entering Passive Mode (127,0,0,1,4,210).\r\n229 Entering Extended Passive Mode (|||6446|)\r\n"
+    yield "bad-passive", b"227 (127,0,0,256,4,210)\r\n227 (127,0,0,1,0,0)\r\n229 (|||0|)\r\n229 (!!!65536!)\r\n"
+    yield "lines", b"211-Features\r\n SIZE\r\n211-more\r\n2110 no end\r\n211 End\r\n"
+    yield "encodings", b"550 m\xc3\xa9r\r\n550 m\xe9r\r\n550 a\0b\n"
+    yield "long", b"550-" + 1400 * b"\xe2\x82\xac" + b"\r\n550 \r\n"
+    yield "junk", b"hello\r\n\r\n22 x\r\n 220 x\r\n220\r\n999 y\r\n000z\r\n"
+
+
+def ftp_listings():
+    yield "unix", (b"total 12\r\n-rw-r--r--    1 ftp      ftp       1234567 Mar 04 05:06 REC1234_20210304_050607.wav\r\n"
+                   b"drwxr-sr-t 2 root root 4096 Mar  4  2021 Data\r\nlrwxrwxrwx 1 a b 11 Feb 29 2020 l.wav -> x.wav\r\n")
+    yield "netbsd", (b"-rw-r--r--  1 operator    512 Mar 04 2021 log.txt\r\n-rw-r--r-- 1  staff 512 Mar 04 2021 log.txt\r\n"
+                     b"-rw-r--r-- 1   512 Mar 04 2021 log.txt\r\n")
+    yield "dos", (b"03-04-21  05:06AM              1234567 REC1234_20210304_050607.wav\r\n12-31-70  11:59PM       <DIR>          Data\r\n"
+                  b"03-04-2021  12:00AM 512 a.txt.LNK\r\n03-04-021  12:00PM 512 a.txt\r\n")
+    yield "missing", b"ls: Data: No such file or directory\r\n"
+    yield "names", b"-rw-r--r-- 1 a b 1 Mar 04 2021 m\xc3\xa9r.wav\r\n-rw-r--r-- 1 a b 1 Mar 04 2021 m\xe9r.wav\n"
+    yield "long", b"-rw-r--r-- 1 a b 1 Mar 04 2021 " + 8300 * b"x" + b".wav\r\n-rw-r--r-- 1 a b 1 Mar 04 2021 a.wav\r\n"
+
+
 if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
     for name, content in collect_payloads():
@@ -139,3 +161,5 @@ if __name__ == "__main__":
     seeds("wav_header", wave_files())
     seeds("epoch_line", epoch_lines())
     seeds("job_tag", job_tags())
+    seeds("ftp_reply", ftp_replies())
+    seeds("ftp_listing", ftp_listings())
