@@ -28,6 +28,11 @@ class WavMergeInput;
 /// Headers are read as NvxWAVFile reads them, which may halve the FFT length of FFT_Params_WAV for the
 /// process.
 ///
+/// Input files are those of single recorders, with one channel. A file whose record is that of an array, or
+/// whose format has several channels, is left out with the log line of an unsupported device, as is one whose
+/// header can't be prepared. A file of one channel without any record of ours is one of recorder 0: it is
+/// merged only where the application puts serial number 0 on a channel.
+///
 /// Names of input files are fields with "_" between them: the first ends with the recorder's serial number,
 /// the second is the date as yyyyMMdd, the third the time as hhmmss, in UTC.
 class NVXQTCOMMON_EXPORT NvxWavMerger : public QObject

@@ -6,11 +6,7 @@
 
 #include <algorithm>
 
-WavMergeInput::WavMergeInput(const QString& name) : m_file(name)
-{
-    // Without a header there is no recorder(), which says all about the outcome.
-    m_file.headerPrepare(false);
-}
+WavMergeInput::WavMergeInput(const QString& name) : m_file(name), m_isPrepared(m_file.headerPrepare(false)) {}
 
 QString WavMergeInput::absolutePath() const
 {
@@ -19,9 +15,10 @@ QString WavMergeInput::absolutePath() const
 
 std::shared_ptr<NvxWavInfoDataHF> WavMergeInput::recorder() const
 {
-    const auto header = m_file.header();
-    const bool isMono = header && header->fmt() && header->fmt()->numChannels() == 1;
-    return isMono ? std::dynamic_pointer_cast<NvxWavInfoDataHF>(header->info()) : nullptr;
+    // A header whose preparation broke off may be there and yet hold values that aren't ready.
+    if (!m_isPrepared || format()->numChannels() != 1)
+        return nullptr;
+    return std::dynamic_pointer_cast<NvxWavInfoDataHF>(m_file.header()->info());
 }
 
 std::shared_ptr<NvxWavFmtData> WavMergeInput::format() const

@@ -24,7 +24,8 @@ public:
 
     QString name() const { return m_file.fileName(); }
     QString absolutePath() const;
-    /// Null when the file has no header that can be used or is not that of a single recorder.
+    /// Null when the header could not be prepared or is not that of a single recorder over one channel. A
+    /// file without a record of its own has the default one, with serial number 0.
     std::shared_ptr<NvxWavInfoDataHF> recorder() const;
     /// Never null where recorder() isn't.
     std::shared_ptr<NvxWavFmtData> format() const;
@@ -43,6 +44,7 @@ public:
 
 private:
     NvxWAVFile m_file;
+    bool m_isPrepared;
     std::vector<unsigned char> m_block;
     unsigned m_width = 1;
     size_t m_bytes = 0; ///< of the block, out of the file

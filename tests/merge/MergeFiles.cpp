@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
+#include <QtEndian>
 
 #include <algorithm>
 
@@ -75,6 +76,27 @@ QString writeMergeFile(const QString& directory, const MergeFile& file)
     }
     writer.finishFile();
     return writer.errorCode() == WavErrNone ? QString::fromStdWString(writer.outputFileName()) : QString();
+}
+
+QByteArray takeListOut(const QString& path)
+{
+    const RiffView view = viewRiff(path);
+    const RiffChunk* list = view.chunk("LIST");
+    QFile file(path);
+    if (list == nullptr || !file.open(QIODevice::ReadWrite))
+        return {};
+    QByteArray bytes = file.readAll();
+    const qsizetype at = list->offset - 8;
+    const qsizetype size = 8 + list->size + list->size % 2;
+    const QByteArray taken = bytes.mid(at, size);
+    bytes.remove(at, size);
+    const auto riffSize = static_cast<quint32>(bytes.size() - 8);
+    if (view.isBigEndian)
+        qToBigEndian(riffSize, bytes.data() + 4);
+    else
+        qToLittleEndian(riffSize, bytes.data() + 4);
+    const bool isWritten = file.resize(0) && file.seek(0) && file.write(bytes) == bytes.size();
+    return isWritten ? taken : QByteArray();
 }
 
 QByteArray woven(const QList<QByteArray>& blocks, int width)
@@ -162,7 +184,7 @@ QStringList MergeRig::logLines() const
         const QDateTime time =
             QDateTime::fromString(found.captured(1), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
         // A line of the wrong time stays as it is, which no test expects.
-        if (found.hasMatch() && std::abs(time.secsTo(QDateTime::currentDateTime())) < 60)
+        if (found.hasMatch() && time.toSecsSinceEpoch() >= m_begin && time <= QDateTime::currentDateTime())
             line.remove(stamp);
     }
     return lines;

@@ -40,6 +40,9 @@ struct MergeFile
 /// Writes the file into `directory`; gives its path, or an empty text.
 QString writeMergeFile(const QString& directory, const MergeFile& file);
 
+/// Takes the list with the record out of a wave file; gives it with its head, nothing on failure.
+QByteArray takeListOut(const QString& path);
+
 /// `blocks` of one channel each, all of the same size, sample by sample next to each other.
 QByteArray woven(const QList<QByteArray>& blocks, int width);
 
@@ -74,5 +77,6 @@ public:
 
 private:
     FftParamsGuard m_fftParams;
+    const qint64 m_begin = QDateTime::currentSecsSinceEpoch();
     QTemporaryDir m_folder;
 };

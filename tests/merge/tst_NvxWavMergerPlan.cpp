@@ -120,6 +120,45 @@ private Q_SLOTS:
         QCOMPARE(dataOfWav(rig.outputPath(rig.outputs().first())), file.samples());
     }
 
+    void filesWithoutARecordAreThoseOfRecorderZero_data()
+    {
+        QTest::addColumn<bool>("hasList");
+        QTest::addColumn<bool>("isAssigned");
+        QTest::newRow("no list, not assigned") << false << false;
+        QTest::newRow("list of another program, not assigned") << true << false;
+        QTest::newRow("no list, assigned") << false << true;
+        QTest::newRow("list of another program, assigned") << true << true;
+    }
+    void filesWithoutARecordAreThoseOfRecorderZero()
+    {
+        QFETCH(bool, hasList);
+        QFETCH(bool, isAssigned);
+        TwoChannels rig;
+        if (isAssigned)
+            rig.merger->setChannelDevice(2, 0);
+        MergeFile file;
+        file.serial = 7;
+        const QString path = rig.add(file);
+        const QByteArray list = takeListOut(path);
+        QVERIFY(list.contains("INVX"));
+        if (hasList) {
+            QFile wave(path);
+            QVERIFY(wave.open(QIODevice::ReadWrite));
+            const QByteArray head = wave.read(12);
+            const QByteArray rest = wave.readAll();
+            QVERIFY(wave.seek(0));
+            wave.write(head + QByteArray(list).replace("INVX", "ISRF") + rest);
+        }
+        rig.merger->startMerge();
+        QCOMPARE(rig.logLines().contains(
+                     QStringLiteral("Warning: %1 is from a device (0) that is not assigned to a channel.")
+                         .arg(path)),
+                 !isAssigned);
+        QCOMPARE(rig.outputs(), isAssigned ? QStringList{kOutput} : QStringList());
+        if (isAssigned)
+            QVERIFY(dataOfWav(rig.outputPath(kOutput)) == file.samples());
+    }
+
     void namesAreUnicode()
     {
         TwoChannels rig;
@@ -145,6 +184,23 @@ private Q_SLOTS:
         QVERIFY(rig.logLines().contains(
             QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") + path));
         QVERIFY(rig.outputs().isEmpty());
+    }
+
+    void headersThatCannotBePreparedAreUnsupported()
+    {
+        TwoFiles rig;
+        // No replay can work with that, so the header is read but not prepared.
+        FFT_Params_WAV.setFftLength(0);
+        rig.merger->startMerge();
+        QCOMPARE(rig.logLinesWith(
+                     QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ")),
+                 (QStringList{
+                     QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") +
+                         rig.firstPath,
+                     QStringLiteral("Error building merge plan: Wav file is from an unsupported device: ") +
+                         rig.secondPath}));
+        QVERIFY(rig.outputs().isEmpty());
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
     }
 
     void theSameFileTwiceEndsTheBuild_data()

@@ -432,6 +432,23 @@ private Q_SLOTS:
         QVERIFY(dataOfWav(rig.outputPath(kOutput)) == woven({first + list, file.samples() + list}, 2));
     }
 
+    void aRecordBehindTheSamplesCounts()
+    {
+        TwoFiles rig;
+        const QByteArray list = takeListOut(rig.secondPath);
+        QVERIFY(list.contains("INVX") && appendTo(rig.secondPath, list));
+        rig.merger->startMerge();
+        // It says whose file it is, and its bytes are merged as samples as far as the other channel has a
+        // half of them.
+        const qint64 half = list.size() / 4 * 2;
+        QVERIFY(
+            rig.merged() ==
+            woven({rig.first.samples() + QByteArray(half, '\0'), rig.second.samples() + list.left(half)}, 2));
+        const auto record = recordOf(rig.outputPath(kOutput));
+        QVERIFY(record);
+        QCOMPARE(record->serialNo(2), uint16_t{9});
+    }
+
     void partOfASample_data()
     {
         // Bytes "x" behind the samples of each of two channels, and what becomes of them.
