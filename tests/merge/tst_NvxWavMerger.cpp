@@ -13,14 +13,16 @@ class tst_NvxWavMerger : public NvxTestCase
 {
     Q_OBJECT
 
-    /// Writes all logs that a merge within the next minute may have.
-    static void makeLogs(const MergeRig& rig, const QByteArray& content)
+    /// Writes all logs that a merge may have as long as this test may last. Of the size, most is a hole.
+    static void makeLogs(const MergeRig& rig, const QByteArray& content, qint64 size)
     {
+        constexpr int mostSeconds = 300;
         const qint64 now = QDateTime::currentSecsSinceEpoch();
-        for (qint64 time = now; time < now + 60; ++time) {
+        for (qint64 time = now; time < now + mostSeconds; ++time) {
             const std::string name = HydUtil::dateTimeFname(std::string("MERGELOG_"), time) + ".txt";
             QFile file(rig.outputPath(QString::fromStdString(name)));
-            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size() &&
+                    file.resize(size));
         }
     }
 
@@ -196,7 +198,7 @@ private Q_SLOTS:
     void logsThatExistAreContinued()
     {
         MergeRig rig;
-        makeLogs(rig, "before\n");
+        makeLogs(rig, "before\n", 7);
         rig.merger->startMerge();
         const QString path = rig.signalsSeen.first().mid(24);
         QFile file(path);
@@ -270,7 +272,7 @@ private Q_SLOTS:
         // The logs there may be are as large as any file can get, and the outputs are smaller.
         constexpr qint64 size = 100000;
         TwoFiles rig;
-        makeLogs(rig, QByteArray(size, 'x'));
+        makeLogs(rig, {}, size);
         {
             const FileSizeLimit full(size);
             rig.merger->startMerge();
