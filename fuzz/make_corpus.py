@@ -149,6 +149,14 @@ def ftp_listings():
     yield "long", b"-rw-r--r-- 1 a b 1 Mar 04 2021 " + 8300 * b"x" + b".wav\r\n-rw-r--r-- 1 a b 1 Mar 04 2021 a.wav\r\n"
 
 
+def cgi_replies():
+    yield "status", (b'{"serialNumber":600,"currentTime":1700000000,"devs":[{"devSerial":11,"state":1},{"devSerial":12,"state":1}]}')
+    yield "configuration", (b'{"serialNumber":600,"configuration":{"wavSampRate":96000,"startTime":0,"wavBitDepth":24,"wavGain":6,'
+                            b'"wavEndian":0,"fftRef":-120,"fftPts":1024,"fftLogLen":60,"tmiDevType":16}}')
+    yield "time", b'{"serialNumber":600,"currentTime":1700000000}'
+    yield "odd", b'devs:[{}"devSerial":+5,,"wavSampRate": -2147483649 ,serialNumber:\0,"currentTime":1}2}'
+
+
 if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
     for name, content in collect_payloads():
@@ -163,3 +171,4 @@ if __name__ == "__main__":
     seeds("job_tag", job_tags())
     seeds("ftp_reply", ftp_replies())
     seeds("ftp_listing", ftp_listings())
+    seeds("cgi_reply", cgi_replies())
