@@ -28,6 +28,7 @@ def parse_arguments():
     parser.add_argument("--port", type=int, default=21, help="0 is any")
     parser.add_argument("--user", help="NAME:PASSWORD of a user beside the anonymous one")
     parser.add_argument("--listing", help="file that every LIST gets")
+    parser.add_argument("--any-file", help="text that every RETR gets, whatever the name and the directory")
     parser.add_argument("--silent", default="", help="command that is never answered")
     parser.add_argument("--drop", default="", help="command that ends the control connection")
     parser.add_argument("--refuse", default="", help="command that is answered by 550")
@@ -61,7 +62,17 @@ class Peer(FTPHandler):
         if cmd == "SIZE" and self.options.no_size:
             self.respond("500 Unknown command.")
             return
+        if self.options.any_file is not None and cmd in ("CWD", "SIZE", "RETR"):
+            self.answer_anything(cmd)
+            return
         super().pre_process_command(line, cmd, arg)
+
+    def answer_anything(self, cmd):
+        data = self.options.any_file.encode()
+        if cmd == "RETR":
+            self.push_dtp_data(data, isproducer=False, cmd="RETR")
+        else:
+            self.respond("250 Gladly." if cmd == "CWD" else "213 %d" % len(data))
 
     def ftp_SIZE(self, path):
         if self.options.size_plus and os.path.isfile(path):
