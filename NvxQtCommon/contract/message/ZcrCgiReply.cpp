@@ -1,5 +1,6 @@
 #include "NvxQtCommon/contract/message/ZcrCgiReply.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 

@@ -1,0 +1,218 @@
+#include "NvxQtCommon/contract/job/ZcrConfigFile.h"
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <charconv>
+
+namespace {
+
+constexpr std::string_view kSerialsKey = "$ARRAY_SERIALS";
+constexpr int kArrayType = 16;
+
+using ConfigReader = void (*)(HydJobSettings&, int32_t);
+using ConfigWriter = int64_t (*)(const HydJobSettings&);
+
+struct ConfigKey
+{
+    std::string_view key;
+    ConfigReader read; ///< null for a key that is ignored
+    ConfigWriter write;
+};
+
+template <auto Setter> void set(HydJobSettings& settings, int32_t value)
+{
+    const auto call = [&settings, value]<class T>(void (HydJobSettings::*setter)(T)) {
+        (settings.*setter)(static_cast<T>(value));
+    };
+    call(Setter);
+}
+
+template <auto Getter> int64_t get(const HydJobSettings& settings)
+{
+    return (settings.*Getter)();
+}
+
+template <int64_t Value> int64_t constant(const HydJobSettings& /*settings*/)
+{
+    return Value;
+}
+
+using J = HydJobSettings;
+
+/// In the order in which missing ones are appended. What is read under one name and written under two, and
+/// the message that goes to the pin's function, are intended.
+constexpr std::array kConfigKeys{
+    ConfigKey{"$AUX_PIN", nullptr, constant<0>},
+    ConfigKey{"$LOG_START_TIME", set<&J::setWavLogStartTime>, get<&J::wavLogStartTime>},
+    ConfigKey{"$FFT_SAMPLE_RATE", set<&J::setFftRate>, get<&J::fftRate>},
+    ConfigKey{"$FFT_REF_LEVEL", set<&J::setFftRef>, get<&J::fftRef>},
+    ConfigKey{"$FFT_TYPE", set<&J::setFftProcType>, get<&J::fftProcType>},
+    ConfigKey{"$FFT_ACCUM", set<&J::setFftAccum>, get<&J::fftAccum>},
+    ConfigKey{"$FFT_WEIGHT", set<&J::setFftWeight>, get<&J::fftWeight>},
+    ConfigKey{"$FFT_LOG_MODE", nullptr, constant<0>},
+    ConfigKey{"$FFT_LOG_LENGTH", nullptr, constant<1>},
+    ConfigKey{"$DUTY_CYCLE_TIME", set<&J::setDutyCyclePeriod>, get<&J::dutyCyclePeriod>},
+    ConfigKey{"$DUTY_RUN_TIME", nullptr, constant<0>},
+    ConfigKey{"$DUTY_IGNORE_TIME_CHANGE", set<&J::setDutyCycleIgn>, constant<0>},
+    ConfigKey{"$WAVE_SAMPLE_RATE", set<&J::setWavRate>, get<&J::wavRate>},
+    ConfigKey{"$WAVE_BIT_DEPTH", set<&J::setWavBitDepth>, get<&J::wavBitDepth>},
+    ConfigKey{"$WAVE_GAIN", set<&J::setWavGain>, get<&J::wavGain>},
+    ConfigKey{"$WAVE_ENDIAN", set<&J::setWavByteOrder>, get<&J::wavByteOrder>},
+    ConfigKey{"$WAVE_LOG_MODE", nullptr, get<&J::wavLogMode>},
+    ConfigKey{"$WAVE_LOG_LENGTH", nullptr, get<&J::wavLogLen>},
+    ConfigKey{"$AUX_MSG", set<&J::setAuxFunc>, get<&J::auxFunc>},
+    ConfigKey{"$ARRAY_DEV_TYPE", nullptr, constant<kArrayType>},
+    ConfigKey{"$ARRAY_CTRL_MODE", nullptr, constant<1>},
+    ConfigKey{"$ARRAY_WAVE_LOG_MODE", set<&J::setWavLogMode>, get<&J::wavLogMode>},
+    ConfigKey{"$ARRAY_FFT_LOG_MODE", set<&J::setFftLogMode>, get<&J::fftLogMode>},
+    ConfigKey{"$ARRAY_EPOCH_LOG_MODE", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_WAVE_LOG_LENGTH", set<&J::setWavLogLen>, get<&J::wavLogLen>},
+    ConfigKey{"$ARRAY_FFT_LOG_LENGTH", set<&J::setFftLogLen>, get<&J::fftLogLen>},
+    ConfigKey{"$ARRAY_NETMASK", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_GATEWAY", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_DNS", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_CONSERVE_BATT", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_LOG_START_TIME", set<&J::setWavLogStartTime>, get<&J::wavLogStartTime>},
+    ConfigKey{"$ARRAY_DUTY_CYCLE_TIME", set<&J::setDutyCyclePeriod>, get<&J::dutyCyclePeriod>},
+    ConfigKey{"$ARRAY_DUTY_RUN_TIME", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_DUTY_DATA_TYPE", nullptr, constant<0>},
+    ConfigKey{"$ARRAY_LOG_STOP_TIME", nullptr, constant<0>},
+};
+
+/// Takes the first line off `rest`, with its line feed where it has one.
+std::string_view takeLine(std::string_view& rest)
+{
+    const auto length = std::min(rest.find('\n'), rest.size() - 1) + 1;
+    const auto line = rest.substr(0, length);
+    rest.remove_prefix(length);
+    return line;
+}
+
+std::string_view withoutFeed(std::string_view line)
+{
+    if (line.ends_with('\n'))
+        line.remove_suffix(1);
+    return line;
+}
+
+std::string_view trimmedConfig(std::string_view text)
+{
+    constexpr std::string_view kBlanks = " \t\n\v\f\r";
+    const auto first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+template <class Number> Number configNumber(std::string_view text)
+{
+    text = trimmedConfig(text);
+    if (text.starts_with('+') && !text.starts_with("+-"))
+        text.remove_prefix(1);
+    Number number = 0;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return fault == std::errc() && end == text.data() + text.size() ? number : Number{0};
+}
+
+} // namespace
+
+std::vector<uint16_t> zcrConfigSerials(std::string_view file)
+{
+    std::vector<uint16_t> serials;
+    std::bitset<65536> taken;
+    while (!file.empty()) {
+        const auto line = withoutFeed(takeLine(file));
+        // Wherever the key stands, the value begins at a fixed place. This is intended.
+        if (line.find(kSerialsKey) == std::string_view::npos || line.size() <= kSerialsKey.size())
+            continue;
+        auto pieces = line.substr(kSerialsKey.size() + 1);
+        while (!pieces.empty()) {
+            const auto length = std::min(pieces.find(','), pieces.size());
+            const auto serial = static_cast<uint16_t>(configNumber<uint32_t>(pieces.substr(0, length)));
+            pieces.remove_prefix(std::min(length + 1, pieces.size()));
+            if (!taken[serial])
+                serials.push_back(serial);
+            taken.set(serial);
+        }
+    }
+    return serials;
+}
+
+void readZcrConfig(std::string_view file, HydJobSettings& settings)
+{
+    while (!file.empty()) {
+        const auto line = withoutFeed(takeLine(file));
+        const auto equals = line.find('=');
+        if (equals == std::string_view::npos)
+            continue;
+        const auto found = std::ranges::find(kConfigKeys, line.substr(0, equals), &ConfigKey::key);
+        if (found != kConfigKeys.end() && found->read != nullptr)
+            found->read(settings, configNumber<int32_t>(line.substr(equals + 1)));
+    }
+}
+
+std::string editedZcrConfig(std::string_view file, const HydJobSettings& settings,
+                            const std::vector<uint16_t>& serials)
+{
+    std::string list;
+    for (const uint16_t serial : serials)
+        list += (list.empty() ? "" : ",") + std::to_string(serial);
+    std::array<std::pair<std::string_view, std::string>, kConfigKeys.size() + 1> values;
+    std::ranges::transform(kConfigKeys, values.begin(), [&settings](const ConfigKey& key) {
+        return std::pair(key.key, std::to_string(key.write(settings)));
+    });
+    values.back() = {kSerialsKey, list};
+    std::bitset<kConfigKeys.size() + 1> done;
+
+    // The section: from behind a line "[*]", or from the file's beginning, to the next line with "[".
+    const auto isHeader = [](std::string_view line) { return trimmedConfig(line).starts_with('['); };
+    bool inside = true;
+    for (auto rest = file; !rest.empty();) {
+        if (trimmedConfig(takeLine(rest)) == "[*]")
+            inside = false;
+    }
+
+    std::string edited;
+    edited.reserve(file.size() + 2048);
+    bool ended = false;
+    std::string feed = "\n";
+    const auto appendMissing = [&] {
+        ended = true;
+        if (done.all())
+            return;
+        if (!edited.empty() && !edited.ends_with('\n'))
+            edited += feed;
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (!done[i])
+                edited += std::string(values[i].first) + '=' + values[i].second + feed;
+        }
+    };
+    while (!file.empty()) {
+        const auto line = takeLine(file);
+        if (isHeader(line)) {
+            if (inside)
+                appendMissing();
+            inside = !ended && trimmedConfig(line) == "[*]";
+        }
+        const auto equals = line.find('=');
+        const bool isKey = inside && !isHeader(line) && equals != std::string_view::npos;
+        const auto found = isKey ? std::ranges::find(values, line.substr(0, equals),
+                                                     [](const auto& value) { return value.first; })
+                                 : values.end();
+        const auto index = static_cast<size_t>(found - values.begin());
+        if (line.ends_with("\r\n"))
+            feed = "\r\n";
+        if (index == values.size() || done[index]) {
+            edited += line;
+            continue;
+        }
+        done.set(index);
+        const auto body = line.find_last_not_of("\r\n") + 1;
+        edited += std::string(line.substr(0, equals + 1)) + found->second;
+        edited += line.substr(body);
+    }
+    if (!ended)
+        appendMissing();
+    return edited;
+}
