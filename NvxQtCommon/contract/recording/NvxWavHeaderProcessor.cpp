@@ -63,7 +63,7 @@ int NvxWavHeaderProcessor::handleEvent(int state, StateEvent& event)
     if (read == nullptr || read->buffer() == nullptr)
         return state;
     CircularByteBuffer& ring = *read->buffer();
-    while (state != kEndState && (!ring.isEmpty() || (state == Skipping && m_toSkip == 0)))
+    while (state != kEndState && !ring.isEmpty())
         state = step(state, ring);
     ring.clear();
     m_outOfData = state != kEndState;
