@@ -118,6 +118,7 @@ void NvxWavMerger::buildMergePlan()
         Q_EMIT mergeFailed(QStringLiteral("No files were found that matched the merge criteria."));
         return;
     }
+    m_planStart = m_mergeStart;
     for (const InputPtr& file : m_wavFiles)
         planFile(file);
     logMergePlan();
@@ -164,7 +165,7 @@ void NvxWavMerger::planFile(const InputPtr& file)
         return;
     }
     // A file of another length leaves an entry that counts in the time span. This is intended.
-    Entry& entry = m_mergePlan[m_mergeStart.secsTo(time) / kSecondsPerMinute];
+    Entry& entry = m_mergePlan[m_planStart.secsTo(time) / kSecondsPerMinute];
     if (file->seconds() != int64_t{m_fileLength} * kSecondsPerMinute) {
         log(QStringLiteral("Error building merge plan: File length ") + QString::number(file->seconds()) +
             QStringLiteral(" doesn't match merge file length. ") + file->name());
@@ -175,7 +176,7 @@ void NvxWavMerger::planFile(const InputPtr& file)
 
 QString NvxWavMerger::timeText(int64_t minute) const
 {
-    return stampText(m_mergeStart.addSecs(minute * kSecondsPerMinute));
+    return stampText(m_planStart.addSecs(minute * kSecondsPerMinute));
 }
 
 void NvxWavMerger::logMergePlan()

@@ -63,7 +63,8 @@ public:
     /// Minutes, of the input and the output files.
     int fileLength() const { return m_fileLength; }
     void setFileLength(int minutes) { m_fileLength = minutes; }
-    /// Start of the time range, inclusive. Until both ends are set, every file is out of the range.
+    /// Start of the time range, inclusive. Until both ends are set, every file is out of the range. What the
+    /// plan holds keeps its time when the start is changed afterwards.
     QDateTime startTime() const { return m_mergeStart; }
     void setStartTime(const QDateTime& time) { m_mergeStart = time; }
     /// End of the time range, inclusive. It is compared with the times at which files begin.
@@ -87,6 +88,9 @@ public:
     /// Merges all files and returns when that is done, aborted or failed. Ignored, with a line in the log,
     /// while a merge runs.
     void startMerge();
+    /// Input files that went into output files, short ones of an aborted merge among them. The others were
+    /// left out; the log says why.
+    int numMerged() const { return m_numMerged; }
     /// Ends the merge ahead of its next block. The file in work is completed and stays. Any thread.
     void abortMerge() { m_abort = true; }
 
@@ -129,7 +133,9 @@ private:
     void noteNewFile(NvxWavInfoDataTMI& record);
     QString timeText(int64_t minute) const;
 
-    std::map<int64_t, Entry> m_mergePlan; ///< by minutes from the start of the range
+    std::map<int64_t, Entry> m_mergePlan; ///< by minutes from m_planStart
+    QDateTime m_planStart;                ///< start of the range when the plan was made
+    int m_numMerged = 0;
     QList<QString> m_fileNames;
     std::vector<InputPtr> m_wavFiles;
     QMap<uint8_t, uint16_t> m_channelMap;

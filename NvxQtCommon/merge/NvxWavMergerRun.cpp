@@ -67,7 +67,7 @@ bool NvxWavMerger::mergeEntry(int64_t minute, const Entry& entry)
     for (const auto& [channel, files] : entry)
         inputs.push_back(files.front());
 
-    const int64_t time = m_mergeStart.toSecsSinceEpoch() + minute * kSecondsPerMinute;
+    const int64_t time = m_planStart.toSecsSinceEpoch() + minute * kSecondsPerMinute;
     NvxWavInfoDataTMI record(static_cast<unsigned char>(entry.size()));
     record.applyFileName(HydUtil::dateTimeFname(std::string("MERGED_"), time));
     record.setPeakVolts(kPeakVolts);
@@ -105,6 +105,7 @@ bool NvxWavMerger::mergeEntry(int64_t minute, const Entry& entry)
     log(QString::fromStdString(record.fileName()) + QStringLiteral(" merged."));
     for (const InputPtr& input : inputs)
         input->close();
+    m_numMerged += static_cast<int>(inputs.size());
     return true;
 }
 

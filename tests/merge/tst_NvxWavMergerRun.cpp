@@ -8,6 +8,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
+#include <QTimer>
 
 namespace {
 
@@ -291,6 +293,57 @@ private Q_SLOTS:
         // Three blocks each.
         QCOMPARE(open, (QStringList{paths[0], paths[0], paths[0], paths[1], paths[1], paths[1]}));
         QCOMPARE(descriptorOf(paths[1]), -1);
+    }
+
+    void theStartOfTheRangeMayChangeMeanwhile()
+    {
+        MergeRig rig;
+        rig.merger->setChannels({7});
+        MergeFile file;
+        file.serial = 7;
+        for (const char* stamp : {"20240229_124000", "20240229_124100"}) {
+            file.stamp = QLatin1String(stamp);
+            rig.add(file);
+        }
+        QTimer::singleShot(0, rig.merger.get(), [&rig] { rig.merger->setStartTime(utc(18, 0)); });
+        rig.merger->startMerge();
+        QCOMPARE(rig.merger->startTime(), utc(18, 0));
+        QCOMPARE(rig.outputs(), (QStringList{kOutput, QStringLiteral("MERGED_20240229_124100.wav")}));
+        const auto record = recordOf(rig.outputPath(rig.outputs().last()));
+        QVERIFY(record);
+        QCOMPARE(record->timestamp(), static_cast<uint32_t>(utc(12, 41).toSecsSinceEpoch()));
+    }
+
+    void filesThatWereMergedAreCounted()
+    {
+        TwoFiles rig;
+        MergeFile file;
+        file.serial = 7;
+        rig.add(file); // the second one of its minute
+        file.stamp = QStringLiteral("20240229_124100");
+        rig.add(file);
+        file.serial = 8; // not assigned
+        rig.add(file);
+        QCOMPARE(rig.merger->numMerged(), 0);
+        rig.merger->startMerge();
+        QCOMPARE(rig.merger->numFiles(), 5);
+        QCOMPARE(rig.merger->numMerged(), 3);
+    }
+
+    void withoutADirectoryItIsTheWorkingOne()
+    {
+        TwoFiles rig;
+        const QString before = QDir::currentPath();
+        const auto goBack = qScopeGuard([before] { QDir::setCurrent(before); });
+        QVERIFY(QDir::setCurrent(rig.outputDir()));
+        rig.merger->setOutputDir({});
+        rig.merger->startMerge();
+        QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, 2));
+        // The log goes to the root of the file system, where few may write. This is intended.
+        const QString log = rig.signalsSeen.first();
+        QFile::remove(log.mid(24));
+        QVERIFY2(log.startsWith(QStringLiteral("status: Merge Log File: /MERGELOG_")), qPrintable(log));
+        QVERIFY(rig.logPaths().isEmpty());
     }
 
     void eventsAreProcessedAfterEachBlock()
