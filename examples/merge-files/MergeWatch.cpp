@@ -1,5 +1,6 @@
 #include "merge-files/MergeWatch.h"
 
+#include "NvxQtCommon/contract/recording/NvxWavInfoDataHF.h"
 #include "NvxQtCommon/replay/NvxWAVFile.h"
 
 #include <QDir>
@@ -14,10 +15,19 @@ constexpr int kShowMs = 100;
 
 } // namespace
 
-uint16_t recorderOf(const QString& path)
+std::optional<uint16_t> recorderOf(const QString& path)
 {
     NvxWAVFile file(path);
-    return file.headerPrepare(true) ? file.header()->info()->serialNo(1) : uint16_t{0};
+    if (!file.headerPrepare(true) || file.header()->fmt()->numChannels() != 1)
+        return {};
+    const auto recorder = std::dynamic_pointer_cast<NvxWavInfoDataHF>(file.header()->info());
+    return recorder ? std::optional(recorder->serialNo(1)) : std::nullopt;
+}
+
+bool hasChannel(const NvxWavMerger& merger, const QString& path)
+{
+    const auto recorder = recorderOf(path);
+    return recorder && merger.deviceChannel(*recorder) != 0;
 }
 
 MergeWatch::MergeWatch(NvxWavMerger& merger) : m_merger(merger), m_bytesBefore(outputBytes())
@@ -27,8 +37,7 @@ MergeWatch::MergeWatch(NvxWavMerger& merger) : m_merger(merger), m_bytesBefore(o
     for (const QString& name : names) {
         const QString base = QFileInfo(name).baseName();
         const QDateTime time = NvxWavMerger::datetimeFromFname(base);
-        if (merger.deviceChannel(recorderOf(name)) != 0 && time >= merger.startTime() &&
-            time <= merger.endTime())
+        if (time >= merger.startTime() && time <= merger.endTime() && hasChannel(merger, name))
             m_bytesExpected += QFileInfo(name).size();
     }
     connect(&merger, &NvxWavMerger::mergeStatusMsg, this, &MergeWatch::showStatus);

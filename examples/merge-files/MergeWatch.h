@@ -7,10 +7,14 @@
 #include <QTimer>
 
 #include <cstdint>
+#include <optional>
 
-/// Serial number of the recorder of a file, as its header tells it; 0 for a file without. Names hold four
-/// digits of it.
-uint16_t recorderOf(const QString& path);
+/// Serial number of the recorder of a file, as its header tells it; none for a file that isn't one of a
+/// single recorder with one channel. Names hold four digits of it.
+std::optional<uint16_t> recorderOf(const QString& path);
+
+/// Whether the file is one of a recorder that the merger has a channel for.
+bool hasChannel(const NvxWavMerger& merger, const QString& path);
 
 /// Shows on the terminal what a merger does. The merger processes events between blocks, so a timer gets
 /// through.

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QTextStream>
 
+#include <algorithm>
 #include <set>
 
 namespace {
@@ -72,14 +73,14 @@ QString readChannels(const QStringList& values, NvxWavMerger& merger)
         std::set<uint16_t> serials;
         const QStringList names = merger.fileList();
         for (const QString& name : names)
-            serials.insert(recorderOf(name));
+            serials.insert(recorderOf(name).value_or(uint16_t{0}));
         serials.erase(0);
         merger.setChannels(QList<uint16_t>(serials.begin(), serials.end()));
     }
     return {};
 }
 
-/// The range that the options say; without them, that of the files.
+/// The range that the options say; without them, that of the files of recorders with a channel.
 QString readRange(const QString& start, const QString& end, NvxWavMerger& merger)
 {
     QDateTime first;
@@ -87,10 +88,10 @@ QString readRange(const QString& start, const QString& end, NvxWavMerger& merger
     const QStringList names = merger.fileList();
     for (const QString& name : names) {
         const QDateTime time = NvxWavMerger::datetimeFromFname(QFileInfo(name).baseName());
-        if (time.isValid() && (!first.isValid() || time < first))
-            first = time;
-        if (time.isValid() && (!last.isValid() || time > last))
-            last = time;
+        if (!time.isValid() || !hasChannel(merger, name))
+            continue;
+        first = first.isValid() ? std::min(first, time) : time;
+        last = last.isValid() ? std::max(last, time) : time;
     }
     merger.setStartTime(start.isEmpty() ? first : timeOf(start));
     merger.setEndTime(end.isEmpty() ? last : timeOf(end));
@@ -167,6 +168,9 @@ int main(int argc, char* argv[])
         return fail(Aborted, QStringLiteral("aborted; the last file is short."));
     if (watch.fileCount() == 0)
         return fail(NothingMerged, QStringLiteral("there was nothing to merge; the log says why."));
+    if (const int leftOut = merger.numFiles() - merger.numMerged(); leftOut > 0)
+        QTextStream(stderr) << "merge-files: " << leftOut << " of " << merger.numFiles()
+                            << " files were left out; the log says why." << Qt::endl;
     QTextStream(stdout) << "Merge complete." << Qt::endl;
     return Done;
 }

@@ -144,7 +144,8 @@ private Q_SLOTS:
     {
         makeInputs({QStringLiteral("40"), QStringLiteral("41")});
         const Ended ended = merge({in()});
-        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        QCOMPARE(ended.errors, QString());
+        QCOMPARE(ended.code, 0);
         QCOMPARE(outputs(), (QStringList{QStringLiteral("MERGED_20240229_124000.wav"),
                                          QStringLiteral("MERGED_20240229_124100.wav")}));
         for (int i = 0; i < 2; ++i) {
@@ -173,7 +174,41 @@ private Q_SLOTS:
         makeInputs({QStringLiteral("40")});
         const Ended ended = merge({QStringLiteral("--channel"), QStringLiteral("1=9"), in()});
         QCOMPARE(ended.code, 0);
+        QCOMPARE(ended.errors,
+                 QStringLiteral("merge-files: 1 of 2 files were left out; the log says why.\n"));
         QVERIFY(dataOfWav(pathOf(0)) == fileAt(9, QStringLiteral("40")).samples());
+    }
+
+    void rangeOfFilesThatAreMerged_data()
+    {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind : {"recorder without a channel", "no wave file", "several channels"})
+            QTest::newRow(kind) << QString::fromLatin1(kind);
+    }
+    void rangeOfFilesThatAreMerged()
+    {
+        QFETCH(QString, kind);
+        makeInputs({QStringLiteral("40")});
+        // The range would begin half a minute earlier, and with it each minute.
+        MergeFile early;
+        early.serial = 8;
+        early.stamp = QStringLiteral("20240229_123930");
+        const QString path = in() + QLatin1Char('/') + early.baseName() + QStringLiteral(".wav");
+        if (kind == QLatin1String("recorder without a channel")) {
+            QCOMPARE(writeMergeFile(in(), early), path);
+        } else if (kind == QLatin1String("no wave file")) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write("no wave file") > 0);
+        } else {
+            QCOMPARE(merge({in()}).code, 0);
+            QVERIFY(QFile::rename(pathOf(0), path));
+        }
+        const Ended ended = merge({QStringLiteral("--channel"), QStringLiteral("1=7"),
+                                   QStringLiteral("--channel"), QStringLiteral("2=9"), in()});
+        QCOMPARE(ended.code, 0);
+        QCOMPARE(outputs(), QStringList{QStringLiteral("MERGED_20240229_124000.wav")});
+        QCOMPARE(ended.errors,
+                 QStringLiteral("merge-files: 1 of 3 files were left out; the log says why.\n"));
     }
 
     void keepsToTheTimeRange_data()
@@ -255,10 +290,29 @@ private Q_SLOTS:
         QCOMPARE(merged.entryList({QStringLiteral("MERGELOG_*.txt")}, QDir::Files).size(), 1);
     }
 
+    void showsProgress_data()
+    {
+        QTest::addColumn<QString>("others");
+        for (const char* others : {"none", "outputs", "recorder without a channel", "outside of the range"})
+            QTest::newRow(others) << QString::fromLatin1(others);
+    }
     void showsProgress()
     {
-        makeInputs({QStringLiteral("40"), QStringLiteral("41"), QStringLiteral("42"), QStringLiteral("43")});
-        const Ended ended = merge({in()});
+        QFETCH(QString, others);
+        const QStringList minutes{QStringLiteral("40"), QStringLiteral("41"), QStringLiteral("42"),
+                                  QStringLiteral("43")};
+        makeInputs(minutes);
+        if (others == QLatin1String("outputs"))
+            QCOMPARE(merge({in()}).code, 0);
+        if (others == QLatin1String("outside of the range"))
+            makeInputs({QStringLiteral("39"), QStringLiteral("44")});
+        if (others == QLatin1String("recorder without a channel"))
+            for (const QString& minute : minutes)
+                QVERIFY(!writeMergeFile(in(), fileAt(8, minute)).isEmpty());
+        const Ended ended =
+            merge({QStringLiteral("--channel"), QStringLiteral("1=7"), QStringLiteral("--channel"),
+                   QStringLiteral("2=9"), QStringLiteral("--start"), QStringLiteral("2024-02-29T12:40:00"),
+                   QStringLiteral("--end"), QStringLiteral("2024-02-29T12:43:00"), in()});
         QCOMPARE(ended.code, 0);
         // What was written, as a part of what goes in.
         for (const char* line : {"124000\n  0 %\r", "124100\n 24 %\r", "124200\n 49 %\r", "124300\n 74 %\r"})
