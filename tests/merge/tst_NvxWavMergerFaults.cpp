@@ -68,7 +68,7 @@ private Q_SLOTS:
             MergeFile file;
             file.serial = serial;
             file.bits = 24;
-            file.rate = 64000;
+            file.rate = 32000;
             rig.add(file);
             serials << serial;
         }
@@ -82,8 +82,8 @@ private Q_SLOTS:
                 most = std::max(most, residentBytes());
         });
         rig.merger->startMerge();
-        QCOMPARE(blocks, 938);
-        QVERIFY(QFileInfo(rig.outputPath(kOutput)).size() > 46080000);
+        QCOMPARE(blocks, 469);
+        QVERIFY(QFileInfo(rig.outputPath(kOutput)).size() > 23040000);
         QVERIFY2(most - before < (8 << 20), qPrintable(QString::number(most - before)));
     }
 
@@ -156,29 +156,44 @@ private Q_SLOTS:
 
     void everyTruncation()
     {
-        TwoFiles whole(tinyFile());
+        const TwoFiles whole(tinyFile());
+        const QByteArray firstBytes = bytesOf(whole.firstPath);
         const QByteArray bytes = bytesOf(whole.secondPath);
         const qint64 header = viewRiff(whole.secondPath).headerSize();
         QCOMPARE(bytes.size(), header + 20);
+        // One merge with a minute for each size.
+        TwoChannels rig;
+        rig.merger->setFileLength(0);
+        rig.merger->setEndTime(utc(12, 40).addSecs(60 * bytes.size()));
+        QStringList stamps;
+        QStringList seconds;
         for (qsizetype size = 0; size <= bytes.size(); ++size) {
-            TwoFiles rig(tinyFile());
-            rig.merger->setFileLength(0);
-            QVERIFY(replaceBy(rig.secondPath, bytes.left(size)));
-            rig.merger->startMerge();
-            QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
-            QCOMPARE(rig.outputs(), QStringList{kOutput});
-            const bool isKnown = rig.logLinesWith(QStringLiteral("unsupported device")).isEmpty();
-            QCOMPARE(isKnown, size >= header);
-            if (!isKnown) {
-                QVERIFY(rig.merged() == rig.first.samples());
+            stamps << utc(12, 40).addSecs(60 * size).toString(QStringLiteral("yyyyMMdd_hhmmss"));
+            const QString first = rig.inputDir() + QStringLiteral("/ABC0007_") + stamps.last();
+            seconds << rig.inputDir() + QStringLiteral("/ABC0009_") + stamps.last();
+            QVERIFY(replaceBy(first, firstBytes) && replaceBy(seconds.last(), bytes.left(size)));
+            rig.merger->addFile(first);
+            rig.merger->addFile(seconds.last());
+        }
+        rig.merger->startMerge();
+        QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+        QCOMPARE(rig.outputs().size(), stamps.size());
+        const QStringList unsupported = rig.logLinesWith(QStringLiteral("unsupported device"));
+        QCOMPARE(unsupported.size(), qsizetype{header});
+        for (qsizetype size = 0; size <= bytes.size(); ++size) {
+            const QString path =
+                rig.outputPath(QStringLiteral("MERGED_") + stamps.at(size) + QStringLiteral(".wav"));
+            if (size < header) {
+                QVERIFY(unsupported.at(size).endsWith(seconds.at(size)));
+                QVERIFY(dataOfWav(path) == whole.first.samples());
                 continue;
             }
-            QCOMPARE(wholeFileObjection(rig.outputPath(kOutput)), QString());
+            QCOMPARE(wholeFileObjection(path), QString());
             // The sum of both channels, in whole samples, is shared out evenly.
             const qint64 frames = (20 + size - header) / 2 / 2;
-            QByteArray second = rig.second.samples().left((size - header) / 2 * 2);
+            QByteArray second = whole.second.samples().left((size - header) / 2 * 2);
             second = second.leftJustified(frames * 2, '\0', true);
-            QVERIFY(rig.merged() == woven({rig.first.samples().left(frames * 2), second}, 2));
+            QVERIFY(dataOfWav(path) == woven({whole.first.samples().left(frames * 2), second}, 2));
         }
     }
 
@@ -404,6 +419,49 @@ private Q_SLOTS:
         QCOMPARE(wav.error, QString());
         QVERIFY(wav.frames > 0);
         QVERIFY(seen - qint64(dataOfWav(rig.outputPath(kOutput)).size()) < 1000);
+    }
+
+    void depthsThatCannotBeWritten_data()
+    {
+        QTest::addColumn<int>("bits");
+        QTest::addColumn<bool>("isFirst");
+        for (const int bits : {8, 12, 20}) {
+            QTest::addRow("%d bits, first channel", bits) << bits << true;
+            QTest::addRow("%d bits, second channel", bits) << bits << false;
+        }
+    }
+    void depthsThatCannotBeWritten()
+    {
+        QFETCH(int, bits);
+        QFETCH(bool, isFirst);
+        MergeFile like;
+        like.bits = bits > 16 ? 24 : 16;
+        TwoFiles rig(like);
+        MergeFile later = like;
+        later.serial = 7;
+        later.stamp = QStringLiteral("20240229_124100");
+        rig.add(later);
+        QFile file(isFirst ? rig.firstPath : rig.secondPath);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        if (bits == 8) {
+            // As many bytes, twice as many samples a second: 400 Hz.
+            const QByteArray format("\x90\1\0\0\x90\1\0\0\1\0", 10);
+            QVERIFY(file.seek(24) && file.write(format) == format.size());
+        }
+        QVERIFY(file.seek(34) && file.putChar(static_cast<char>(bits)));
+        file.close();
+        rig.merger->startMerge();
+        if (!isFirst) {
+            // Its bytes are read by the first channel's format.
+            QCOMPARE(rig.signalsSeen.last(), QStringLiteral("complete"));
+            QVERIFY(rig.merged() == woven({rig.first.samples(), rig.second.samples()}, like.bits / 8));
+            return;
+        }
+        // The plan takes it, the writer doesn't, and that ends the merge. This is intended.
+        QCOMPARE(rig.logLinesWith(QStringLiteral("\tChannel 1: ")).size(), 2);
+        QCOMPARE(rig.signalsSeen.last(),
+                 QStringLiteral("failed: The format of the samples does not fit the wave file.") + kAdvice);
+        QVERIFY(rig.outputs().isEmpty());
     }
 
     void noDirectoryForTheOutput()
