@@ -2,6 +2,7 @@
 
 #include "merge-files/MergeWatch.h"
 #include "shared/InterruptWatch.h"
+#include "shared/UtcTime.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -47,15 +48,6 @@ QStringList filesOf(const QStringList& arguments)
     return files;
 }
 
-QDateTime timeOf(const QString& text)
-{
-    QDateTime time = QDateTime::fromString(text, Qt::ISODate);
-    // Without an offset it is UTC, as names of files are.
-    if (time.timeSpec() == Qt::LocalTime)
-        time.setTimeSpec(Qt::UTC);
-    return time.toUTC();
-}
-
 /// Channels as the options say; without any, the recorders by their serial numbers.
 QString readChannels(const QStringList& values, NvxWavMerger& merger)
 {
@@ -93,8 +85,8 @@ QString readRange(const QString& start, const QString& end, NvxWavMerger& merger
         first = first.isValid() ? std::min(first, time) : time;
         last = last.isValid() ? std::max(last, time) : time;
     }
-    merger.setStartTime(start.isEmpty() ? first : timeOf(start));
-    merger.setEndTime(end.isEmpty() ? last : timeOf(end));
+    merger.setStartTime(start.isEmpty() ? first : utcTimeOf(start));
+    merger.setEndTime(end.isEmpty() ? last : utcTimeOf(end));
     if (!start.isEmpty() && !merger.startTime().isValid())
         return QStringLiteral("--start takes a time like 2024-02-29T12:40:00, in UTC.");
     if (!end.isEmpty() && !merger.endTime().isValid())
