@@ -68,6 +68,7 @@ void NvxDataThread::exitThread()
 
 void NvxDataThread::retire()
 {
+    m_isRetired = true;
     m_timer->stop();
     // A start of the timer may be on its way; then it ticks for nobody.
     m_timer->disconnect();

@@ -46,7 +46,8 @@ public:
     /// Stops the ticks and ends the thread.
     void exitThread();
     /// Stops the ticks for good and makes this object delete itself as soon as the thread has ended; what
-    /// is still on its way reads nothing more. Without a parent from then on.
+    /// is still on its way reads nothing more, nor does the tick that it is called from. Without a parent
+    /// from then on.
     void retire();
 
 Q_SIGNALS:
@@ -68,6 +69,8 @@ protected:
     /// True from beginTicks() on. An application that resumes a replay just begun lets the timer tick
     /// before; then what run() prepares must not be touched.
     bool hasBegun() const { return m_hasBegun; }
+    /// True behind retire(): what the tick under way would read on is for nobody.
+    bool isRetired() const { return m_isRetired; }
     /// One tick: calls `read`, which may see this object deleted by a slot. Does nothing before beginTicks(),
     /// behind the end of the thread, and inside of another tick: a slot that runs an event loop and starts
     /// the timer anew gets no data before those that its own block came with.
@@ -80,4 +83,5 @@ private:
     qint64 m_timerTime = 500;
     std::atomic<bool> m_hasBegun{false};
     bool m_isInTick = false;
+    bool m_isRetired = false;
 };

@@ -209,7 +209,7 @@ bool NvxWAVDataThread::handOut(const std::shared_ptr<unsigned char[]>& frame, qi
             const auto payload = payloadOf(part, partCount, sampleNumber, isEnd);
             m_sampleCount += partCount;
             formSignalReady(payload, static_cast<int>(channel));
-            if (!self)
+            if (!self || isRetired())
                 return false;
         }
     }

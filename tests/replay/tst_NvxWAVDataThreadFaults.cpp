@@ -409,6 +409,38 @@ private Q_SLOTS:
         delete file;
     }
 
+    void readerThatIsLetGoWithinItsBlock_data()
+    {
+        QTest::addColumn<bool>("byDeletion");
+        QTest::newRow("the file is deleted") << true;
+        QTest::newRow("the replay begins anew") << false;
+    }
+    void readerThatIsLetGoWithinItsBlock()
+    {
+        QFETCH(bool, byDeletion);
+        const QPointer<NvxWAVFile> file(new NvxWAVFile(threeBlocksASecond(makeSignal(5000, 2, 16, false))));
+        QVERIFY(file->headerPrepare(true));
+        file->setReplayVel(ReplayMax, 0);
+        QSignalSpy ended(file, &NvxDataFile::threadFinished);
+        QVERIFY(file->processData());
+        const QPointer<NvxWAVDataThread> first(file->findChild<NvxWAVDataThread*>());
+        int blocksOfTheFirst = 0;
+        connect(first, &NvxDataThread::streamDataReady, this, [&] {
+            if (++blocksOfTheFirst > 1)
+                return;
+            if (byDeletion)
+                delete file;
+            else
+                file->processData();
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(first.isNull(), 20000);
+        // The rest of its tick, five blocks, is read for nobody.
+        QCOMPARE(blocksOfTheFirst, 1);
+        if (!byDeletion)
+            QTRY_COMPARE_WITH_TIMEOUT(ended.size(), 1, 20000);
+        delete file;
+    }
+
     void frameOfLessThanASampleIsAnEmptyBlock()
     {
         // Every fifth tick puts two bytes back, one of them into a frame of its own.
