@@ -67,7 +67,7 @@ void NvxWAVDataThread::setFileHeader(std::shared_ptr<NvxWavHeader> header, unsig
         m_channelIds.append(id);
     }
     m_bytesPerSample = m_fmt->bitsPerSamp() / 8U;
-    m_chunkBytes = std::min(m_fmt->sampleRate(), FFT_Params_WAV.fftLength()) * m_bytesPerSample;
+    m_chunkBytes = qint64{std::min(m_fmt->sampleRate(), FFT_Params_WAV.fftLength())} * m_bytesPerSample;
     m_sampleFormat =
         static_cast<uint8_t>(m_bytesPerSample | (m_header->isBigEndian() ? 0 : kLittleEndianBit));
     m_bytesPerSecond = static_cast<double>(m_fmt->sampleRate()) * m_bytesPerSample;
@@ -133,7 +133,7 @@ void NvxWAVDataThread::readTick()
         exitThread();
         return;
     }
-    const qint64 fullFrame = qint64{m_fmt->numChannels()} * m_chunkBytes;
+    const qint64 fullFrame = m_fmt->numChannels() * m_chunkBytes;
     if (m_bytesPerSample > kMaxBytesPerSample || fullFrame == 0)
         return;
     qint64 total = tickBytes();

@@ -9,7 +9,8 @@
 /// Reader of a replayed wave file: each tick reads its share of a second and emits it as blocks of one
 /// channel, at most one FFT length long. Made and started by NvxWAVFile; see NvxDataThread for its threads
 /// and its end. It holds one frame at a time, at most an FFT length of each channel, and one channel's block
-/// of it: 67 MB for 255 channels of 32 bits and the largest length. What its signals carry is their
+/// of it: 67 MB for 255 channels of 32 bits and a length of 65536. A longer length takes more in proportion,
+/// up to what the file holds for one tick. What its signals carry is their
 /// receivers' to let go of.
 class NVXQTCOMMON_EXPORT NvxWAVDataThread : public NvxDataThread
 {
@@ -61,7 +62,7 @@ private:
     int m_dataStart = 0;
     quint64 m_tick = 0; ///< calls of readRecord() that got to their end
     unsigned m_bytesPerSample = 0;
-    unsigned m_chunkBytes = 0; ///< of one channel in one block
+    qint64 m_chunkBytes = 0; ///< of one channel in one block
     uint8_t m_sampleFormat = 0;
     double m_bytesPerSecond = 1.0; ///< of one channel
     qint64 m_dataEnd = 0;
