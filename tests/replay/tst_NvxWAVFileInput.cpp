@@ -4,6 +4,8 @@
 #include "tests/support/NvxTestCase.h"
 #include "tests/support/OrdinaryUser.h"
 
+#include <QDir>
+
 #include <sys/stat.h>
 
 /// Files that can't be replayed, or only in part.
@@ -256,6 +258,63 @@ private Q_SLOTS:
         QCOMPARE(int(header.amplScalingChunks().front()->bitsPerSample()), 12);
         QCOMPARE(header.amplScalingChunks().front()->maxValue(), 2047);
         QCOMPARE(header.amplScalingChunks().front()->minValue(), -2048);
+    }
+
+    void listInAChunkAheadOfTheSamples_data()
+    {
+        QTest::addColumn<int>("lists"); // so many lists' size of samples,
+        QTest::addColumn<int>("more");  // and so many bytes
+        QTest::addColumn<int>("listsLeft");
+        QTest::addColumn<int>("moreLeft");
+        // Where the scan reaches it, it is taken for one behind the samples, and its size off theirs:
+        // intended.
+        QTest::newRow("more samples than two lists") << 2 << 2 << 0 << 2;
+        QTest::newRow("as many") << 2 << 0 << 0 << 0;
+        QTest::newRow("fewer than two") << 2 << -2 << 1 << -2;
+        QTest::newRow("a little more than one") << 1 << 2 << 0 << 2;
+        QTest::newRow("fewer than one") << 1 << -2 << 0 << 0;
+    }
+    void listInAChunkAheadOfTheSamples()
+    {
+        QFETCH(int, lists);
+        QFETCH(int, more);
+        QFETCH(int, listsLeft);
+        QFETCH(int, moreLeft);
+        const QByteArray list = WavBytes().list(bytesOf(makeInfo(1)->fileBytes())).bytes;
+        const qsizetype samples = lists * list.size() + more;
+        const QByteArray bytes = WavBytes()
+                                     .head()
+                                     .format({.rate = 100})
+                                     .chunk("JUNK", QByteArray(1300, 'j') + list)
+                                     .data(QByteArray(samples, 's'))
+                                     .bytes;
+        WavReplay replay(m_dir.write(bytes));
+        QVERIFY(replay.prepare());
+        QCOMPARE(replay.file.channelDevices()[0].serialNo(), uint16_t{101});
+        QCOMPARE(firstSample(replay.file), bytes.size() - samples);
+        QCOMPARE(qsizetype(replay.file.header()->dataSize()), listsLeft * list.size() + moreLeft);
+    }
+
+    void fileThatChangesBetweenItsTwoScans_data()
+    {
+        QTest::addColumn<bool>("isDirectory");
+        QTest::newRow("gone") << false;
+        QTest::newRow("a directory in its place") << true;
+    }
+    void fileThatChangesBetweenItsTwoScans()
+    {
+        QFETCH(bool, isDirectory);
+        NvxWAVFile file(m_dir.write(WavBytes().head().format({}).data(QByteArray(4000, 's')).bytes));
+        QVERIFY(file.headerPrepare(true));
+        int scans = 0;
+        connect(&file.file(), &QFile::aboutToClose, this, [&] {
+            ++scans;
+            QVERIFY(QFile::remove(file.fileName()));
+            QVERIFY(!isDirectory || QDir().mkdir(file.fileName()));
+        });
+        QVERIFY(!file.headerPrepare(true));
+        QCOMPARE(scans, 1);
+        QVERIFY(!file.header());
     }
 
     void listAtTheVeryStartOfTheScan_data()
