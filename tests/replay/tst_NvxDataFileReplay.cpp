@@ -49,6 +49,7 @@ private Q_SLOTS:
     void nothingComesAheadOfTheFirstPeriod();
     void aNewPeriodReachesTheReader_data();
     void aNewPeriodReachesTheReader();
+    void aPeriodOf0CountsOnlyUnderWay();
     void pausesAndResumes();
     void endsInItsOrder_data();
     void endsInItsOrder();
@@ -173,6 +174,25 @@ void tst_NvxDataFileReplay::aNewPeriodReachesTheReader()
         m_file->setAdjacent(true, 1);
     QCOMPARE(reader->timerTime(), bySpeed ? 5 : 10);
     QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > 2, 20000);
+}
+
+void tst_NvxDataFileReplay::aPeriodOf0CountsOnlyUnderWay()
+{
+    // A timer that was never started has an interval of 0, so that one is taken for no change: intended.
+    m_file->m_baseTime = 0;
+    m_file->setReplayVel(ReplayNormal, 1);
+    CountingThread* const reader = m_file->make();
+    QCOMPARE(reader->timerTime(), 500);
+    reader->start();
+    QTRY_VERIFY_WITH_TIMEOUT(reader->timer().isActive(), 20000);
+    QCOMPARE(reader->timer().interval(), 500);
+    m_file->setReplayVel(ReplayMax, 1);
+    QCOMPARE(reader->timer().interval(), 5);
+    m_file->setReplayVel(ReplayNormal, 1);
+    QCOMPARE(reader->timerTime(), 0);
+    QCOMPARE(reader->timer().interval(), 0);
+    const int ticks = reader->ticks;
+    QTRY_VERIFY_WITH_TIMEOUT(reader->ticks > ticks + 2, 20000);
 }
 
 void tst_NvxDataFileReplay::pausesAndResumes()
