@@ -15,7 +15,8 @@
 namespace {
 
 constexpr int kProgressMs = 1000;
-/// Files that follow each other begin where the one before ended, to the second.
+/// A file goes on from the one before when it begins so soon behind that one's last block: the block is told
+/// by the whole second that it begins in, and what filled no tick behind it wasn't played.
 constexpr qint64 kAdjacentSeconds = 2;
 
 QTextStream& replayOut()
@@ -76,7 +77,7 @@ template <class File> bool Replay::play(const QString& path)
     replayOut() << "Playing " << QFileInfo(path).fileName() << ": serial "
                 << started.channelDevices().first().serialNo() << ", " << channels
                 << (channels == 1 ? " channel" : " channels") << ", from " << timeText(started.curTime())
-                << Qt::endl;
+                << (started.isAdjacent() ? ", going on from the file before" : "") << Qt::endl;
     started.processData();
     return true;
 }
