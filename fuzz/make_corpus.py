@@ -103,17 +103,20 @@ def chunk(order, name, content):
     return name + struct.pack(order + "I", len(content)) + content + b"\0" * (len(content) % 2)
 
 
+def head(order):
+    return (b"RIFX" if order == ">" else b"RIFF") + bytes(4) + b"WAVE"
+
+
+def fmt(order, channels, bits, tag=1, extension=b""):
+    align = channels * bits // 8
+    return chunk(order, b"fmt ", struct.pack(order + "HHIIHH", tag, channels, 48000, 48000 * align, align, bits) + extension)
+
+
+def info(order, kind):
+    return chunk(order, b"LIST", b"INFO" + chunk(order, b"ICMT", b"abc") + chunk(order, b"INVX", info_record(kind)))
+
+
 def wave_files():
-    def head(order):
-        return (b"RIFX" if order == ">" else b"RIFF") + bytes(4) + b"WAVE"
-
-    def fmt(order, channels, bits, tag=1, extension=b""):
-        align = channels * bits // 8
-        return chunk(order, b"fmt ", struct.pack(order + "HHIIHH", tag, channels, 48000, 48000 * align, align, bits) + extension)
-
-    def info(order, kind):
-        return chunk(order, b"LIST", b"INFO" + chunk(order, b"ICMT", b"abc") + chunk(order, b"INVX", info_record(kind)))
-
     data = chunk("<", b"data", bytes(range(1, 49)))
     guid = struct.pack("<HHIIHH", 22, 24, 3, 1, 0, 16) + bytes.fromhex("800000aa00389b71")
     yield "one-recorder", head("<") + fmt("<", 1, 16) + info("<", 1) + data
@@ -157,6 +160,18 @@ def cgi_replies():
     yield "odd", b'devs:[{}"devSerial":+5,,"wavSampRate": -2147483649 ,serialNumber:\0,"currentTime":1}2}'
 
 
+def replay_files():
+    """Wave files that are large enough for a list at their tail to be looked for, and the spectrum files."""
+    samples = bytes(range(200)) * 8
+    yield "list-at-tail", head("<") + fmt("<", 1, 16) + chunk("<", b"data", samples) + info("<", 1)
+    yield "list-at-tail-big-endian", head(">") + fmt(">", 2, 24) + chunk(">", b"data", samples) + info(">", 2)
+    yield "list-ahead", head("<") + fmt("<", 2, 16) + info("<", 2) + chunk("<", b"data", samples)
+    yield "no-list", head("<") + fmt("<", 1, 8) + chunk("<", b"data", samples)
+    yield "promises-too-much", head("<") + fmt("<", 1, 16) + b"data\xff\xff\xff\xff" + samples + info("<", 1)
+    yield "list-in-a-chunk-ahead", head("<") + fmt("<", 1, 16) + chunk("<", b"JUNK", samples + info("<", 1)) + chunk("<", b"data", samples[:100])
+    yield from spectrum_files()
+
+
 if __name__ == "__main__":
     seeds("control", make_golden.control_messages())
     for name, content in collect_payloads():
@@ -167,6 +182,7 @@ if __name__ == "__main__":
     seeds("stream", make_golden.stream_messages())
     seeds("spectrum", spectrum_files())
     seeds("wav_header", wave_files())
+    seeds("replay_headers", replay_files())
     seeds("epoch_line", epoch_lines())
     seeds("job_tag", job_tags())
     seeds("ftp_reply", ftp_replies())
