@@ -26,6 +26,14 @@ std::shared_ptr<HydStreamDataPayload> payloadOf(const SActiveTrigger& occurrence
     return payload;
 }
 
+/// A program without windows has nothing to beep with, and other threads than that of the windows may not.
+void beepInThreadOfWindows()
+{
+    if (auto* application = qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
+        QMetaObject::invokeMethod(
+            application, [] { QApplication::beep(); }, Qt::QueuedConnection);
+}
+
 } // namespace
 
 HydEpochStreamAdapter::HydEpochStreamAdapter(HydStreamType streamType, unsigned short port,
@@ -134,7 +142,7 @@ bool HydEpochStreamAdapter::handleLine(QStringView line)
     if (occurrence.type == TrigInvalid)
         return false;
     if (occurrence.state == kTriggerStarted && m_trigAlarm)
-        QApplication::beep();
+        beepInThreadOfWindows();
     QPointer<HydEpochStreamAdapter> self(this);
     Q_EMIT signalTrigActive(occurrence);
     if (self.isNull())

@@ -23,7 +23,8 @@ public:
 
     /// Takes the wiring of binary streams off the socket: after prepare(), which makes it.
     void createConnections();
-    /// Beeps at each start of a trigger.
+    /// Beeps at each start of a trigger, in the thread of the windows; not at all in a program that has no
+    /// QGuiApplication.
     void setTrigAlarm(bool alarm) { m_trigAlarm = alarm; }
 
 Q_SIGNALS:

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QEventLoop>
+#include <QThread>
 
 #include <functional>
 
@@ -11,6 +12,7 @@ namespace {
 
 const QString kAddress = QStringLiteral("127.41.21.1");
 int g_beeps = 0;
+QThread* g_beepThread = nullptr;
 
 const QString kStarted = QStringLiteral("3 Started 100");
 const QString kEnded = QStringLiteral("3 Ended 0");
@@ -34,6 +36,7 @@ QByteArray lineOfSize(int size)
 // In place of Qt's own, which nobody hears on a test machine.
 void QApplication::beep()
 {
+    g_beepThread = QThread::currentThread();
     ++g_beeps;
 }
 
@@ -168,7 +171,29 @@ private Q_SLOTS:
         epoch.adapter.setTrigAlarm(alarm);
         CONNECT_STREAM(epoch);
         QVERIFY(epoch.deliver(line));
+        QCoreApplication::sendPostedEvents();
         QCOMPARE(g_beeps, beeps);
+    }
+
+    void alarmOfAnotherThread()
+    {
+        g_beeps = 0;
+        g_beepThread = nullptr;
+        StreamPeer peer(kAddress);
+        auto* adapter =
+            new HydEpochStreamAdapter(StreamEpoch, peer.port(), kAddress, kDevice, kLongPeriod, true);
+        adapter->setTrigAlarm(true);
+        QThread thread;
+        adapter->moveToThread(&thread);
+        connect(&thread, &QThread::finished, adapter, &QObject::deleteLater);
+        thread.start();
+        QVERIFY(QMetaObject::invokeMethod(adapter, "startStream", Qt::QueuedConnection));
+        QTRY_COMPARE_WITH_TIMEOUT(peer.connections(), qsizetype{1}, 10000);
+        peer.send(kStartedLine);
+        QTRY_COMPARE_WITH_TIMEOUT(g_beeps, 1, 10000);
+        QCOMPARE(g_beepThread, qApp->thread());
+        thread.quit();
+        QVERIFY(thread.wait());
     }
 
     void alarmIsOffAtFirst()
@@ -177,6 +202,7 @@ private Q_SLOTS:
         EpochFixture epoch(kAddress);
         CONNECT_STREAM(epoch);
         QVERIFY(epoch.deliver(kStartedLine));
+        QCoreApplication::sendPostedEvents();
         QCOMPARE(g_beeps, 0);
     }
 
@@ -379,5 +405,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestHydEpochStreamAdapter)
+QTEST_MAIN(TestHydEpochStreamAdapter)
 #include "tst_HydEpochStreamAdapter.moc"

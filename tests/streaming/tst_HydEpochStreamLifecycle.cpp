@@ -2,6 +2,7 @@
 #include "tests/streaming/EpochFixture.h"
 #include "tests/streaming/HangingPort.h"
 
+#include <QGuiApplication>
 #include <QThread>
 
 #include <atomic>
@@ -253,6 +254,19 @@ private Q_SLOTS:
     }
 
     // --- rainy day flows
+
+    void alarmWithoutWindows()
+    {
+        // Qt's own beep would take down this program, which has no windows.
+        QVERIFY(qobject_cast<QGuiApplication*>(QCoreApplication::instance()) == nullptr);
+        Epoch epoch;
+        epoch.adapter.setTrigAlarm(true);
+        epoch.adapter.startStream();
+        QTRY_COMPARE(epoch.peer.connections(), qsizetype{1});
+        QVERIFY(epoch.reads());
+        QCoreApplication::sendPostedEvents();
+        QVERIFY(epoch.reads());
+    }
 
     void aliveTimerDoesNothing()
     {
