@@ -113,19 +113,24 @@ void HydEpochStreamAdapter::readWaiting()
 
 void HydEpochStreamAdapter::readStream()
 {
-    if (m_socket == nullptr)
+    // Inside a slot on a line, newer lines would overtake those that follow it.
+    if (m_socket == nullptr || m_isReading)
         return;
     const QByteArray bytes = m_socket->readAll();
     if (bytes.isEmpty())
         return;
     const QString text = QString::fromUtf8(bytes);
     QPointer<HydEpochStreamAdapter> self(this);
+    m_isReading = true;
     for (const QStringView line : qTokenize(text, QLatin1Char('\n'))) {
         if (line.size() > kLongestSkipped && !handleLine(line))
             break;
     }
+    if (self.isNull())
+        return;
+    m_isReading = false;
     // The socket says nothing more of bytes that came while a slot ran an event loop of its own.
-    if (!self.isNull() && m_socket->bytesAvailable() > 0)
+    if (m_socket->bytesAvailable() > 0)
         QMetaObject::invokeMethod(this, &HydEpochStreamAdapter::readWaiting, Qt::QueuedConnection);
 }
 

@@ -44,7 +44,8 @@ public Q_SLOTS:
     /// start. Nothing is sent or emitted.
     void stopStream();
     /// Takes all that has arrived. A line of at most 19 characters is skipped; one that is no trigger's ends
-    /// the read, and the lines behind it are lost.
+    /// the read, and the lines behind it are lost. Inside a slot on a line it does nothing: what has arrived
+    /// by then is read after the lines before it.
     void readStream();
 
 private:
@@ -54,4 +55,5 @@ private:
 
     QMetaObject::Connection m_epochConnection;
     bool m_trigAlarm = false;
+    bool m_isReading = false;
 };

@@ -380,6 +380,33 @@ private Q_SLOTS:
         QTRY_COMPARE(epoch.said, (QStringList{kStarted, kEnded}));
     }
 
+    void lineThatComesAheadOfTheRest()
+    {
+        EpochFixture epoch(kAddress);
+        CONNECT_STREAM(epoch);
+        const QByteArray second = QByteArray(kStartedLine).replace("Seq 100", "Seq 101");
+        epoch.peer.send(kStartedLine + second);
+        QTRY_COMPARE(epoch.socket->bytesAvailable(), qint64(kStartedLine.size() + second.size()));
+        bool arrived = false;
+        connect(
+            &epoch.adapter, &HydEpochStreamAdapter::signalTrigActive, this,
+            [&] {
+                epoch.peer.send(kEndedLine);
+                // Or is read at once, which would be too early.
+                const auto isThere = [&] {
+                    return epoch.socket->bytesAvailable() > 0 || epoch.said.size() > 1;
+                };
+                arrived = QTest::qWaitFor(isThere, 10000);
+                epoch.adapter.readStream();
+            },
+            Qt::SingleShotConnection);
+        // What waits is read without a word of the socket, which may speak up meanwhile.
+        epoch.adapter.startStream();
+        QTRY_COMPARE_WITH_TIMEOUT(epoch.said,
+                                  (QStringList{kStarted, QStringLiteral("3 Started 101"), kEnded}), 10000);
+        QVERIFY(arrived);
+    }
+
     void deletedByASlot_data()
     {
         QTest::addColumn<bool>("byOccurrence");
