@@ -4,6 +4,8 @@
 #include <QPointer>
 #include <QStringTokenizer>
 
+#include <utility>
+
 namespace {
 
 constexpr qsizetype kLongestSkipped = 19;
@@ -70,10 +72,23 @@ void HydEpochStreamAdapter::startEpochStream()
         // The socket says nothing more of what came before, and nothing at all once its buffer is full.
         QMetaObject::invokeMethod(this, &HydEpochStreamAdapter::readWaiting, Qt::QueuedConnection);
     }
-    const auto state = m_socket->state();
-    if (state == QAbstractSocket::ConnectedState || state == QAbstractSocket::ConnectingState ||
-        state == QAbstractSocket::ClosingState)
+    const auto isBusy = [this] {
+        const auto state = m_socket->state();
+        return state == QAbstractSocket::ConnectedState || state == QAbstractSocket::ConnectingState ||
+               state == QAbstractSocket::ClosingState;
+    };
+    if (isBusy())
         return;
+    // Connecting empties the socket: what the last connection left is read first.
+    if (m_socket->bytesAvailable() > 0) {
+        m_startsAfterReading = m_isReading;
+        if (m_isReading)
+            return;
+        const QPointer<HydEpochStreamAdapter> self(this);
+        readStream();
+        if (self.isNull() || isBusy())
+            return;
+    }
     connectStream();
 }
 
@@ -101,6 +116,7 @@ void HydEpochStreamAdapter::startSensorsStreamDevId(HydDeviceId const& devId, in
 // Neither a stop message nor streamStopped. This is intended.
 void HydEpochStreamAdapter::stopStream()
 {
+    m_startsAfterReading = false;
     if (m_epochConnection)
         disconnect(m_epochConnection);
 }
@@ -114,12 +130,9 @@ void HydEpochStreamAdapter::readWaiting()
 void HydEpochStreamAdapter::readStream()
 {
     // Inside a slot on a line, newer lines would overtake those that follow it.
-    if (m_socket == nullptr || m_isReading)
+    if (m_socket == nullptr || m_socket->bytesAvailable() == 0 || m_isReading)
         return;
-    const QByteArray bytes = m_socket->readAll();
-    if (bytes.isEmpty())
-        return;
-    const QString text = QString::fromUtf8(bytes);
+    const QString text = QString::fromUtf8(m_socket->readAll());
     QPointer<HydEpochStreamAdapter> self(this);
     m_isReading = true;
     for (const QStringView line : qTokenize(text, QLatin1Char('\n'))) {
@@ -132,6 +145,8 @@ void HydEpochStreamAdapter::readStream()
     // The socket says nothing more of bytes that came while a slot ran an event loop of its own.
     if (m_socket->bytesAvailable() > 0)
         QMetaObject::invokeMethod(this, &HydEpochStreamAdapter::readWaiting, Qt::QueuedConnection);
+    if (std::exchange(m_startsAfterReading, false))
+        startEpochStream();
 }
 
 /// False when the rest of the read is to be dropped, or a receiver deleted this adapter.

@@ -33,7 +33,8 @@ Q_SIGNALS:
     void signalTrigActive(SActiveTrigger actTrig);
 
 public Q_SLOTS:
-    /// Connects where need be, and reads from here on. Lines that wait since a stop come too.
+    /// Connects where need be, and reads from here on. Lines that wait since a stop come too, those of a
+    /// connection that was lost meanwhile within this call.
     void startStream();
     /// Starts when `devId` is this stream's device; after `delay` milliseconds where it isn't connected yet.
     void startStreamDevId(HydDeviceId const& devId, int delay);
@@ -56,4 +57,5 @@ private:
     QMetaObject::Connection m_epochConnection;
     bool m_trigAlarm = false;
     bool m_isReading = false;
+    bool m_startsAfterReading = false;
 };

@@ -290,6 +290,11 @@ void HydStreamAdapter::reconnectAndStart(bool start)
         return;
     }
     QPointer<HydStreamAdapter> self(this);
+    // Connecting empties the socket of the lines that an epoch stream has yet to read.
+    if (auto* epoch = asEpochStream(); epoch != nullptr && start)
+        epoch->readStream();
+    if (self.isNull())
+        return;
     connectStream();
     if (start && !self.isNull())
         onceAfter(100, this, [this] { startRetryCheck(); });
@@ -314,10 +319,14 @@ void HydStreamAdapter::startRetryFinal()
 }
 
 // By the type and not by dispatch: an epoch adapter of another type starts like any stream. Intended.
+HydEpochStreamAdapter* HydStreamAdapter::asEpochStream()
+{
+    return m_streamType == StreamEpoch ? qobject_cast<HydEpochStreamAdapter*>(this) : nullptr;
+}
+
 void HydStreamAdapter::startByType()
 {
-    auto* epoch = m_streamType == StreamEpoch ? qobject_cast<HydEpochStreamAdapter*>(this) : nullptr;
-    if (epoch != nullptr)
+    if (auto* epoch = asEpochStream())
         epoch->startStream();
     else
         startStream();

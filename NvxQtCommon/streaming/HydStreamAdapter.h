@@ -28,6 +28,8 @@
 #include <memory>
 #include <string>
 
+class HydEpochStreamAdapter;
+
 /// One TCP stream of one recorder: one stream type, one port. Connects the socket, sends the start and stop
 /// commands, watches the stream with an alive timer, restarts it when it dies, and emits what it delivers.
 /// Made and owned by the application; works on the thread that it lives on, which must run an event loop. All
@@ -219,6 +221,7 @@ private:
     void startRetryCheck();
     void startRetryFinal();
     void startConnected();
+    HydEpochStreamAdapter* asEpochStream();
     void startByType();
     void reportStartFailure();
     void startAliveTimer();

@@ -1,11 +1,13 @@
 // How HydEpochStreamAdapter connects, starts and stops, and what its base does with it.
 #include "tests/streaming/EpochFixture.h"
 #include "tests/streaming/HangingPort.h"
+#include "tests/support/Buried.h"
 
 #include <QGuiApplication>
 #include <QThread>
 
 #include <atomic>
+#include <functional>
 
 namespace {
 
@@ -28,7 +30,24 @@ struct Epoch : EpochFixture
     }
 };
 
+using Start = std::function<void(HydEpochStreamAdapter&)>;
+
+/// Stops the reading of a connected stream, and lets lines arrive before the recorder hangs up.
+#define LEAVE_LINES(epoch, lines)                                                                            \
+    do {                                                                                                     \
+        CONNECT_STREAM(epoch);                                                                               \
+        (epoch).adapter.startStream();                                                                       \
+        (epoch).adapter.stopStream();                                                                        \
+        (epoch).peer.send(lines);                                                                            \
+        QTRY_COMPARE((epoch).socket->bytesAvailable(), qint64((lines).size()));                              \
+        (epoch).peer.socket()->disconnectFromHost();                                                         \
+        QTRY_COMPARE((epoch).socket->state(), QAbstractSocket::UnconnectedState);                            \
+        QCOMPARE((epoch).socket->bytesAvailable(), qint64((lines).size()));                                  \
+    } while (false)
+
 } // namespace
+
+Q_DECLARE_METATYPE(Start)
 
 /// Takes what comes by its name, as applications with older connections do.
 class TriggerReceiver : public QObject
@@ -290,6 +309,91 @@ private Q_SLOTS:
         // A new start reads again, though the reading was never stopped.
         epoch.adapter.startStream();
         QTRY_COMPARE(epoch.peer.connections(), qsizetype{2});
+        QVERIFY(epoch.reads());
+    }
+
+    void linesOfALostConnectionAreRead_data()
+    {
+        QTest::addColumn<Start>("start");
+        const auto row = [](const char* name, Start start) { QTest::newRow(name) << start; };
+        row("start", [](HydEpochStreamAdapter& adapter) { adapter.startStream(); });
+        row("start of this device",
+            [](HydEpochStreamAdapter& adapter) { adapter.startStreamDevId(kDevice, 0); });
+        row("delayed start", [](HydEpochStreamAdapter& adapter) { adapter.delayConnectStream(0, true); });
+    }
+    void linesOfALostConnectionAreRead()
+    {
+        QFETCH(Start, start);
+        Epoch epoch;
+        LEAVE_LINES(epoch, kStartedLine + kStartedLine);
+        // A slot may start it as well: it is one connection all the same.
+        connect(&epoch.adapter, &HydEpochStreamAdapter::signalTrigActive, &epoch.adapter,
+                &HydEpochStreamAdapter::startStream, Qt::SingleShotConnection);
+        start(epoch.adapter);
+        QTRY_COMPARE_WITH_TIMEOUT(epoch.said, (QStringList{kStarted, kStarted}), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(epoch.peer.connections() > 1 && epoch.peer.isConnected(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(epoch.reads(), 10000);
+    }
+
+    void deletedOverLinesOfALostConnection_data() { linesOfALostConnectionAreRead_data(); }
+    void deletedOverLinesOfALostConnection()
+    {
+        using BuriedAdapter = Buried<HydEpochStreamAdapter>;
+        QFETCH(Start, start);
+        StreamPeer peer(kAddress);
+        struct
+        {
+            StreamPeer& peer;
+            BuriedAdapter& adapter;
+            QTcpSocket* socket;
+        } epoch{peer, *new BuriedAdapter(StreamEpoch, peer.port(), kAddress, kDevice, kLongPeriod, true),
+                nullptr};
+        epoch.socket = epoch.adapter.findChild<QTcpSocket*>();
+        LEAVE_LINES(epoch, kStartedLine + kStartedLine);
+        auto* adapter = &epoch.adapter;
+        connect(adapter, &HydEpochStreamAdapter::signalTrigActive, adapter, [adapter] { delete adapter; });
+        start(*adapter);
+        QTRY_VERIFY_WITH_TIMEOUT(BuriedAdapter::isGone(), 10000);
+        QVERIFY(BuriedAdapter::isUntouched());
+        QCOMPARE(peer.connections(), qsizetype{1});
+    }
+
+    void startInsideASlotLosesNoLines_data()
+    {
+        QTest::addColumn<bool>("stops");
+        QTest::newRow("start") << false;
+        QTest::newRow("start and stop") << true;
+    }
+    void startInsideASlotLosesNoLines()
+    {
+        QFETCH(bool, stops);
+        Epoch epoch;
+        CONNECT_STREAM(epoch);
+        epoch.peer.send(kStartedLine);
+        QTRY_COMPARE(epoch.socket->bytesAvailable(), qint64(kStartedLine.size()));
+        bool isLost = false;
+        connect(
+            &epoch.adapter, &HydEpochStreamAdapter::signalTrigActive, this,
+            [&] {
+                epoch.peer.send(kEndedLine);
+                epoch.peer.socket()->disconnectFromHost();
+                const auto gone = [&] { return epoch.socket->state() == QAbstractSocket::UnconnectedState; };
+                isLost = QTest::qWaitFor(gone, 10000) && epoch.socket->bytesAvailable() > 0;
+                epoch.adapter.startStream();
+                if (stops)
+                    epoch.adapter.stopStream();
+            },
+            Qt::SingleShotConnection);
+        epoch.adapter.startStream();
+        QTRY_VERIFY_WITH_TIMEOUT(isLost, 10000);
+        if (stops) {
+            QSignalSpy more(&epoch.adapter, &HydEpochStreamAdapter::signalTrigActive);
+            QVERIFY(spyStaysEmpty(more, 100));
+            QCOMPARE(epoch.socket->bytesAvailable(), qint64(kEndedLine.size()));
+            epoch.adapter.startStream();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(epoch.said.size(), 2, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(epoch.peer.connections(), qsizetype{2}, 10000);
         QVERIFY(epoch.reads());
     }
 
