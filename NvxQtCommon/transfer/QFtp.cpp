@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr quint16 kFtpPort = 21;
+constexpr quint16 kControlPort = 21;
 
 QString unknownError()
 {
@@ -34,7 +34,7 @@ public:
     {
         if (proxyHost.isEmpty())
             return {};
-        return port == kFtpPort ? host : host + u':' + QString::number(port);
+        return port == kControlPort ? host : host + u':' + QString::number(port);
     }
 
     /// Takes the running command out of the queue; gives its id.
@@ -59,7 +59,7 @@ public:
     QString errorString = unknownError();
     QString statusText;
     QString host;
-    quint16 port = kFtpPort;
+    quint16 port = kControlPort;
     QString proxyHost;
     quint16 proxyPort = 0;
 };
