@@ -116,9 +116,13 @@ void TriggerWork::openEpochs()
             &NvxEpochLogger::handleTrigActive);
     connect(m_epochs.get(), &HydEpochStreamAdapter::signalTrigActive, this, &TriggerWork::note);
     connect(m_epochs.get(), &HydStreamAdapter::streamDisconnected, this, [this] {
-        finish(Refused,
-               QStringLiteral("the recorder refuses its epoch stream on port %1.").arg(m_order.epochPort));
+        finish(
+            Refused,
+            m_epochsOpen
+                ? QStringLiteral("the recorder's epoch stream was lost.")
+                : QStringLiteral("the recorder refuses its epoch stream on port %1.").arg(m_order.epochPort));
     });
+    connect(m_epochs.get(), &HydStreamAdapter::streamConnected, this, [this] { m_epochsOpen = true; });
     connect(m_epochs.get(), &HydStreamAdapter::streamConnected, this, &TriggerWork::setTriggers,
             Qt::QueuedConnection);
     expect(QStringLiteral("the recorder doesn't open its epoch stream."), m_order.patienceMs);

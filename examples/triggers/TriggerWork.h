@@ -75,6 +75,7 @@ private:
     QString m_complaint;
     int m_enquiries = 0;
     bool m_listKnown = false;
+    bool m_epochsOpen = false;
     bool m_wishSent = false;
     bool m_finished = false;
 };

@@ -215,6 +215,15 @@ private Q_SLOTS:
         QVERIFY(m_recorder->triggers().empty());
     }
 
+    void epochStreamIsLost()
+    {
+        QVERIFY(startRecorder("127.99.5.9", "close:on=epoch"));
+        const ExampleRun ended = run(at() + set({"1,900-1100,above,5000"}) + QStringList{"--watch", "60"});
+        QCOMPARE(ended.code, 3);
+        QVERIFY2(ended.errors.endsWith(QStringLiteral("triggers: the recorder's epoch stream was lost.\n")),
+                 qPrintable(ended.errors));
+    }
+
     void diaryCannotBeWritten()
     {
         const QString path = m_folder->filePath(QStringLiteral("file"));
