@@ -1,5 +1,6 @@
 #include "ExampleRun.h"
 #include "NvxQtSimulator/SimulatedRecorder.h"
+#include "tests/support/DiaryLines.h"
 #include "tests/support/NvxTestCase.h"
 
 #include "NvxQtCommon/contract/message/HydTrigger.h"
@@ -62,16 +63,7 @@ private:
         m_seen = arrivals.size();
         return letters;
     }
-    QStringList diary() const
-    {
-        const QStringList names = QDir(out()).entryList({QStringLiteral("VEEpoch_*.txt")}, QDir::Files);
-        if (names.size() != 1)
-            return {};
-        QFile file(out() + QLatin1Char('/') + names.first());
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    }
+    QStringList diary() const { return diaryLines(out()); }
     size_t m_seen = 0;
 
 private Q_SLOTS:
