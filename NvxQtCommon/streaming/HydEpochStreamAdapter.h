@@ -38,11 +38,12 @@ public Q_SLOTS:
     void startStream();
     /// Starts when `devId` is this stream's device; after `delay` milliseconds where it isn't connected yet.
     void startStreamDevId(HydDeviceId const& devId, int delay);
-    /// The same with a duration in seconds, which is taken over for any `devId`; 0 lets the alive timer
-    /// restart the stream.
+    /// The same with a duration in seconds, which is taken over for any `devId`; 0 in
+    /// place of another one lets the alive timer start the stream again and again, also after stopStream().
     void startSensorsStreamDevId(HydDeviceId const& devId, int delay, uint16_t duration);
     /// Only ends the reading: what arrives stays in the socket, up to its buffer's size, until the next
-    /// start. Nothing is sent or emitted.
+    /// start. Nothing is sent or emitted. A duration that went back to 0 undoes a stop, by the alive timer's
+    /// next start: set another one first.
     void stopStream();
     /// Takes all that has arrived. A line of at most 19 characters is skipped; one that is no trigger's ends
     /// the read, and the lines behind it are lost. Inside a slot on a line it does nothing: what has arrived

@@ -191,9 +191,9 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(peer.connections(), qsizetype{1}, 10000);
         peer.send(kStartedLine);
         QTRY_COMPARE_WITH_TIMEOUT(g_beeps, 1, 10000);
-        QCOMPARE(g_beepThread, qApp->thread());
         thread.quit();
         QVERIFY(thread.wait());
+        QCOMPARE(g_beepThread, qApp->thread());
     }
 
     void alarmIsOffAtFirst()

@@ -304,6 +304,28 @@ private Q_SLOTS:
         QCOMPARE(epoch.socket->state(), QAbstractSocket::UnconnectedState);
     }
 
+    void stopIsUndoneByTheAliveTimer()
+    {
+        Epoch epoch(StreamEpoch, 20);
+        epoch.adapter.setDuration(1);
+        epoch.adapter.setDuration(0);
+        QTRY_COMPARE_WITH_TIMEOUT(epoch.peer.connections(), qsizetype{1}, 10000);
+        QVERIFY(epoch.reads());
+        // The next period starts it again, since the timer goes by the base's streaming flag: intended.
+        epoch.adapter.stopStream();
+        QVERIFY(epoch.reads());
+        // Without the timer a stop lasts.
+        epoch.adapter.setDuration(1);
+        QTRY_VERIFY_WITH_TIMEOUT(!epoch.timer->isActive(), 10000);
+        // The last period's start is due within 10 ms; a stop ahead of it would be undone as well.
+        QSignalSpy more(&epoch.adapter, &HydEpochStreamAdapter::signalTrigActive);
+        QVERIFY(spyStaysEmpty(more, 100));
+        epoch.adapter.stopStream();
+        epoch.peer.send(kStartedLine);
+        QTRY_COMPARE(epoch.socket->bytesAvailable(), qint64(kStartedLine.size()));
+        QVERIFY(spyStaysEmpty(more, 100));
+    }
+
     void lostConnectionIsToldAndStaysLost()
     {
         Epoch epoch;
