@@ -4,8 +4,8 @@
 
 /// The epoch stream of one recorder: a text line for each start and end of a trigger, from the connection on,
 /// without a start message. Emits each line as a trigger's occurrence and as a payload without samples, whose
-/// event key tells time, line number, trigger and state. Owned, threaded and deleted like HydStreamAdapter;
-/// isStreaming() stays false. Without a socket its operations do nothing.
+/// event key tells time, number of the start, trigger and state. Owned, threaded and deleted like
+/// HydStreamAdapter; isStreaming() stays false. Without a socket its operations do nothing.
 ///
 /// Each read of the socket is taken apart for itself: a line that comes in two reads counts as two lines. A
 /// device writes whole lines at once, so this happens only to those that come too fast.
