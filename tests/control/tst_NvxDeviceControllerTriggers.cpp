@@ -80,6 +80,7 @@ private Q_SLOTS:
     // --- rainy day flows
     void lookupOfAnotherClassIsSent();
     void secondSetupDropsTheFirst();
+    void secondSetupGoesByTheTimersOfTheFirst();
     void setupDropsADelayedJobSetup();
     void delayedJobSetupDropsTheTriggers();
     void nullTriggersAreSkipped();
@@ -312,6 +313,25 @@ void tst_NvxDeviceControllerTriggers::secondSetupDropsTheFirst()
     QTRY_COMPARE(c.text, QByteArray("S4"));
     QSignalSpy more(&c.controller, &NvxDeviceController::adapterCmdReady);
     QVERIFY(spyStaysEmpty(more, 550));
+}
+
+void tst_NvxDeviceControllerTriggers::secondSetupGoesByTheTimersOfTheFirst()
+{
+    Controlled c;
+    c.controller.setupTriggers({eventTrigger(1), eventTrigger(2)}, true);
+    TriggerList wanted;
+    for (uint8_t number = 1; number <= 8; ++number)
+        wanted.push_back(eventTrigger(number));
+    c.controller.setupTriggers(wanted, true);
+    // The first setup's timers take two of the second's commands, and its read-back leaves after two steps
+    // with two commands each, ahead of the last one: intended.
+    QTRY_VERIFY_WITH_TIMEOUT(c.text.count('R') == 2, 15000);
+    QCOMPARE(QByteArray(c.text).replace("R", ""), QByteArray("S3S4S5S6S7S8"));
+    QVERIFY(c.text.indexOf('R') > c.text.indexOf("S6"));
+    QVERIFY(c.text.indexOf('R') < c.text.indexOf("S8"));
+    QVERIFY(c.text.endsWith('R'));
+    QSignalSpy more(&c.controller, &NvxDeviceController::adapterCmdReady);
+    QVERIFY(spyStaysEmpty(more, 250));
 }
 
 void tst_NvxDeviceControllerTriggers::setupDropsADelayedJobSetup()
