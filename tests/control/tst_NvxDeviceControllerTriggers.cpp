@@ -77,6 +77,7 @@ private Q_SLOTS:
     void replyReplacesTheRecord();
     void equalReplyIsOnlyTold_data();
     void equalReplyIsOnlyTold();
+    void triggerOfTheRecordCompares();
     // --- rainy day flows
     void lookupOfAnotherClassIsSent();
     void secondSetupDropsTheFirst();
@@ -289,6 +290,27 @@ void tst_NvxDeviceControllerTriggers::equalReplyIsOnlyTold()
     QCOMPARE(updated.count(), 0);
     QCOMPARE(enquired.count(), 1);
     QVERIFY(c.record() == held);
+}
+
+void tst_NvxDeviceControllerTriggers::triggerOfTheRecordCompares()
+{
+    class Noting : public HydTrigger_5_6
+    {
+    public:
+        bool compare(const HydTrigger* other) const override
+        {
+            others.push_back(other);
+            return true;
+        }
+        mutable std::vector<const HydTrigger*> others;
+    };
+    const auto held = std::make_shared<Noting>();
+    const auto reported = std::make_shared<Noting>();
+    Controlled c({held});
+    c.reply({reported});
+    QCOMPARE(held->others, (std::vector<const HydTrigger*>{reported.get()}));
+    QVERIFY(reported->others.empty());
+    QVERIFY(c.record() == TriggerList{held});
 }
 
 void tst_NvxDeviceControllerTriggers::lookupOfAnotherClassIsSent()

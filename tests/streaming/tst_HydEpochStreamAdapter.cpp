@@ -430,6 +430,18 @@ private Q_SLOTS:
         QTRY_VERIFY(BuriedAdapter::isGone());
         QVERIFY(BuriedAdapter::isUntouched());
     }
+
+    void deletedByTheSensorStart()
+    {
+        using BuriedAdapter = Buried<HydEpochStreamAdapter>;
+        StreamPeer peer(kAddress);
+        auto* adapter = new BuriedAdapter(StreamEpoch, peer.port(), kAddress, kDevice, kLongPeriod, true);
+        adapter->setDuration(5);
+        connect(adapter, &HydStreamAdapter::streamIsContinuous, adapter, [adapter] { delete adapter; });
+        adapter->startSensorsStreamDevId(kDevice, 0, 0);
+        QVERIFY(BuriedAdapter::isGone());
+        QVERIFY(BuriedAdapter::isUntouched());
+    }
 };
 
 QTEST_MAIN(TestHydEpochStreamAdapter)

@@ -326,6 +326,19 @@ private Q_SLOTS:
         QVERIFY(spyStaysEmpty(more, 100));
     }
 
+    void stopRightBehindAStartReadsNothing()
+    {
+        Epoch epoch;
+        CONNECT_STREAM(epoch);
+        epoch.peer.send(kStartedLine);
+        QTRY_COMPARE(epoch.socket->bytesAvailable(), qint64(kStartedLine.size()));
+        epoch.adapter.startStream();
+        epoch.adapter.stopStream();
+        QCoreApplication::sendPostedEvents();
+        QVERIFY(epoch.said.isEmpty());
+        QCOMPARE(epoch.socket->bytesAvailable(), qint64(kStartedLine.size()));
+    }
+
     void lostConnectionIsToldAndStaysLost()
     {
         Epoch epoch;
