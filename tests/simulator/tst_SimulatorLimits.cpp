@@ -1,10 +1,12 @@
 #include "NvxQtSimulator/ControlService.h"
+#include "NvxQtSimulator/EpochStream.h"
 #include "NvxQtSimulator/SimulatedRecorder.h"
 #include "RawPeer.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QNetworkDatagram>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QUdpSocket>
 
 #include <functional>
@@ -339,6 +341,30 @@ private Q_SLOTS:
             socket.writeDatagram(enquiry, settings.address, 62726);
         QTRY_VERIFY(done);
         QTRY_VERIFY(socket.hasPendingDatagrams());
+    }
+
+    void waitingEpochLinesAreBounded()
+    {
+        constexpr int kWaiting = 1024;
+        constexpr int kTooMany = 76;
+        const RecorderSettings settings = settingsAt("127.90.0.40");
+        RecorderState state(settings, nullptr);
+        QTcpServer server;
+        QVERIFY(server.listen(settings.address));
+        RawPeer reader;
+        QVERIFY(reader.open(settings.address, server.serverPort()));
+        QVERIFY(QTest::qWaitFor([&] { return server.hasPendingConnections(); }, 10000));
+        EpochStream stream(server.nextPendingConnection(), &state, nullptr);
+        // Nobody reads it yet.
+        Q_EMIT state.epochLine("too early\n");
+        QTRY_COMPARE(state.counters.streamStarts, uint64_t{1});
+        for (int i = 0; i < kWaiting + kTooMany; ++i)
+            Q_EMIT state.epochLine(QByteArray::number(i) + '\n');
+        QCOMPARE(state.counters.framesDropped, uint64_t{kTooMany});
+        // One leaves, one more fits.
+        QVERIFY(reader.waitFor([&] { return reader.received.startsWith("0\n"); }));
+        Q_EMIT state.epochLine("fits\n");
+        QCOMPARE(state.counters.framesDropped, uint64_t{kTooMany});
     }
 };
 
