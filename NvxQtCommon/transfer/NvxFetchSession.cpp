@@ -9,12 +9,6 @@
 
 namespace {
 
-/// Requests are let go from inside their own signals.
-struct LaterDeleter
-{
-    void operator()(QObject* object) const { object->deleteLater(); }
-};
-
 int inMilliseconds(std::chrono::milliseconds time)
 {
     return static_cast<int>(time.count());
@@ -32,6 +26,11 @@ struct NvxFetchSession::Host
 
 struct NvxFetchSession::Job
 {
+    /// Requests are let go from inside their own signals.
+    struct LaterDeleter
+    {
+        void operator()(QObject* object) const { object->deleteLater(); }
+    };
     enum class State {
         Ready, // or waits for its next try
         Running,
