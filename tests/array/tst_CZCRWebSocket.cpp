@@ -33,7 +33,7 @@ struct Client
     do {                                                                                                     \
         const qsizetype before = (client).opened.count();                                                    \
         (client).socket->openConnection();                                                                   \
-        QTRY_COMPARE_WITH_TIMEOUT((client).opened.count(), before + 1, 10000);                               \
+        QTRY_COMPARE_WITH_TIMEOUT((client).opened.count(), before + 1, 30000);                               \
     } while (false)
 
 } // namespace
@@ -172,7 +172,7 @@ void tst_CZCRWebSocket::readsEachField()
     Client client;
     CONNECT_TO(server, client);
     server.command(command);
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
     const Frame& frame = client.spy.frames.first();
     QCOMPARE(
         (QList<qint64>{frame.frameChannel, frame.frameSerial, frame.frameTemperature, frame.frameSequence,
@@ -189,7 +189,7 @@ void tst_CZCRWebSocket::frameKeepsAllItsBytes()
     Client client;
     CONNECT_TO(server, client);
     server.command("frame channel=5 bandwidth=4 bins=00ff7f80");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
     const QByteArray& bytes = client.spy.frames.first().frameBytes;
     QCOMPARE(bytes.size(), kHeader + 4);
     QCOMPARE(bytes.at(1), char(5));
@@ -203,7 +203,7 @@ void tst_CZCRWebSocket::readsMessagesInPieces()
     Client client;
     CONNECT_TO(server, client);
     server.command("pieces 100 1");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
     QCOMPARE(client.spy.frames.first().frameBytes, QByteArray(100, '\0'));
 }
 
@@ -232,7 +232,7 @@ void tst_CZCRWebSocket::opensAgain()
     QVERIFY(server.waitForLines(QStringLiteral("closed"), 1));
     QCOMPARE(server.lines(QStringLiteral("closed")).first(), QStringList{QStringLiteral("1000")});
     server.command("frame serial=7");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
 }
 
 void tst_CZCRWebSocket::closesNormally()
@@ -243,7 +243,7 @@ void tst_CZCRWebSocket::closesNormally()
     CONNECT_TO(server, client);
     QVERIFY(server.waitForLines(QStringLiteral("open"), 1));
     client.socket->closeConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 30000);
     QVERIFY(server.waitForLines(QStringLiteral("closed"), 1));
     QCOMPARE(server.lines(QStringLiteral("closed")).first(), QStringList{QStringLiteral("1000")});
     QVERIFY(client.socket->closeReason().isEmpty());
@@ -259,7 +259,7 @@ void tst_CZCRWebSocket::everyLength()
     constexpr int kLongest = 64;
     for (int size = 0; size <= kLongest; ++size)
         server.command("raw " + QByteArray(2 * size, 'f'));
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), kLongest - kHeader + 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), kLongest - kHeader + 1, 30000);
     for (qsizetype i = 0; i < client.spy.frames.size(); ++i)
         QCOMPARE(client.spy.frames.at(i).frameBytes, QByteArray(kHeader + i, '\xff'));
     QCOMPARE(client.log.lines(), QStringList{QStringLiteral("Array web socket: frame of 0 bytes dropped")});
@@ -276,7 +276,7 @@ void tst_CZCRWebSocket::shortFramesAreLoggedOnceAConnection()
         server.command("zeros 31");
         server.command("zeros 31");
         server.command("zeros 32");
-        QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), connection, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), connection, 30000);
         QCOMPARE(client.log.lines().size(), connection);
         QCOMPARE(client.log.lines().last(), QStringLiteral("Array web socket: frame of 31 bytes dropped"));
     }
@@ -306,15 +306,15 @@ void tst_CZCRWebSocket::longMessagesEndTheConnection()
     CONNECT_TO(server, client);
     QVERIFY(server.waitForLines(QStringLiteral("open"), 2));
     server.command("zeros 32");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
     // What ends the next connections is told as what it is.
     client.log.clear();
     server.kill();
-    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 30000);
     QCOMPARE(client.log.lines(), QStringList{QStringLiteral("The remote host closed the connection")});
     client.log.clear();
     client.socket->openConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.log.lines(), QStringList{QStringLiteral("Connection refused")}, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.log.lines(), QStringList{QStringLiteral("Connection refused")}, 30000);
 }
 
 void tst_CZCRWebSocket::otherMessagesAreIgnored()
@@ -325,7 +325,7 @@ void tst_CZCRWebSocket::otherMessagesAreIgnored()
     CONNECT_TO(server, client);
     server.command("text " + QByteArray(100, 'x'));
     server.command("zeros 32");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
     QCOMPARE(client.spy.frames.first().frameBytes.size(), kHeader);
 }
 
@@ -334,7 +334,7 @@ void tst_CZCRWebSocket::refusedConnection()
     Client client;
     client.socket->setHAddress(QHostAddress(QStringLiteral("127.81.1.99")));
     client.socket->openConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, 30000);
     QCOMPARE(client.errors.first().first().value<QAbstractSocket::SocketError>(),
              QAbstractSocket::ConnectionRefusedError);
     QCOMPARE(client.socket->state(), QAbstractSocket::UnconnectedState);
@@ -347,8 +347,8 @@ void tst_CZCRWebSocket::noAddress()
     Client client;
     client.socket->setHAddress(QHostAddress());
     client.socket->openConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, 10000);
-    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, 30000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 30000);
     QCOMPARE(client.log.lines().size(), 1);
 }
 
@@ -367,14 +367,14 @@ void tst_CZCRWebSocket::refusedHandshake()
     QVERIFY2(server.listen(kAddress, {QStringLiteral("--status"), status}), qPrintable(server.errorText()));
     Client client;
     client.socket->openConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 1, 30000);
     QCOMPARE(client.socket->state(), QAbstractSocket::UnconnectedState);
     QCOMPARE(client.log.lines().size(), 1);
     QVERIFY2(client.log.lines().first().contains(status), qPrintable(client.log.lines().first()));
     QVERIFY(client.opened.isEmpty());
     // The next attempt isn't held up by the one that was refused.
     client.socket->openConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 2, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.errors.count(), 2, 30000);
 }
 
 void tst_CZCRWebSocket::handshakeThatNeverEnds()
@@ -386,7 +386,7 @@ void tst_CZCRWebSocket::handshakeThatNeverEnds()
     QVERIFY(server.waitForLines(QStringLiteral("muted"), 1));
     QCOMPARE(client.socket->state(), QAbstractSocket::ConnectingState);
     client.socket->closeConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 30000);
     QVERIFY(client.opened.isEmpty());
     client.socket->openConnection();
     QVERIFY(server.waitForLines(QStringLiteral("muted"), 2));
@@ -418,9 +418,9 @@ void tst_CZCRWebSocket::openedTwiceWhileConnecting()
     client.socket->openConnection();
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("QNativeSocketEngine::write.*")));
     client.socket->openConnection();
-    QTRY_COMPARE_WITH_TIMEOUT(client.opened.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.opened.count(), 1, 30000);
     server.command("zeros 32");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
 }
 
 void tst_CZCRWebSocket::closedByThePeer()
@@ -430,7 +430,7 @@ void tst_CZCRWebSocket::closedByThePeer()
     Client client;
     CONNECT_TO(server, client);
     server.command("close 1001");
-    QTRY_COMPARE_WITH_TIMEOUT(client.closed.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.closed.count(), 1, 30000);
     QCOMPARE(client.socket->state(), QAbstractSocket::UnconnectedState);
     QCOMPARE(client.socket->closeCode(), QWebSocketProtocol::CloseCodeGoingAway);
     // Nothing opens it again but its user.
@@ -445,7 +445,7 @@ void tst_CZCRWebSocket::peerThatDies()
     Client client;
     CONNECT_TO(server, client);
     server.kill();
-    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 30000);
     QVERIFY(client.log.contains(QStringLiteral("The remote host closed the connection")));
 }
 
@@ -461,7 +461,7 @@ void tst_CZCRWebSocket::unfinishedOperationKeepsTheConnection()
     QCOMPARE(client.socket->state(), QAbstractSocket::ConnectedState);
     QCOMPARE(client.log.lines(), QStringList{client.socket->errorString()});
     server.command("zeros 32");
-    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.spy.frames.size(), 1, 30000);
 }
 
 void tst_CZCRWebSocket::otherErrorsEndTheConnection()
@@ -472,7 +472,7 @@ void tst_CZCRWebSocket::otherErrorsEndTheConnection()
     CONNECT_TO(server, client);
     const QString text = client.socket->errorString();
     Q_EMIT(client.socket.get()->*CZCRWebSocket::errorSignal())(QAbstractSocket::NetworkError);
-    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(client.socket->state(), QAbstractSocket::UnconnectedState, 30000);
     QCOMPARE(client.log.lines(), QStringList{text});
     QVERIFY(server.waitForLines(QStringLiteral("closed"), 1));
     QCOMPARE(server.lines(QStringLiteral("closed")).first(), QStringList{QStringLiteral("1000")});
@@ -499,7 +499,7 @@ void tst_CZCRWebSocket::lastReferenceGoesInsideASignal()
         QVERIFY(!watched.isNull());
     });
     socket->openConnection();
-    QTRY_VERIFY_WITH_TIMEOUT(watched.isNull(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(watched.isNull(), 30000);
     QCOMPARE(frames, 1);
     QVERIFY(server.waitForLines(QStringLiteral("closed"), 1));
     QCOMPARE(server.lines(QStringLiteral("closed")).first(), QStringList{QStringLiteral("1000")});
@@ -514,7 +514,7 @@ void tst_CZCRWebSocket::deletedWhileConnecting()
     socket->openConnection();
     QPointer<CZCRWebSocket> watched(socket.get());
     socket.reset();
-    QTRY_VERIFY_WITH_TIMEOUT(watched.isNull(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(watched.isNull(), 30000);
 }
 
 QTEST_GUILESS_MAIN(tst_CZCRWebSocket)

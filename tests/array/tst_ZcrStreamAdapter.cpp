@@ -272,11 +272,11 @@ void tst_ZcrStreamAdapter::streamsFromAServer()
     connect(stream.adapter.get(), &HydStreamAdapter::eventHeader, this, [&order] { order += 'h'; });
     connect(stream.adapter.get(), &HydStreamAdapter::streamDataReady, this, [&order] { order += 'd'; });
     stream.adapter->startStream();
-    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 30000);
     QVERIFY(stream.adapter->isStreaming());
     server.command("frame channel=1 serial=11 sequence=5 bandwidth=2 samplerate=48000 bins=0a0b");
     server.command("frame channel=2 serial=12 sequence=5 bandwidth=2 samplerate=48000 bins=f6f5");
-    QTRY_COMPARE_WITH_TIMEOUT(stream.payloads.count(), 2, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.payloads.count(), 2, 30000);
     QCOMPARE(order, QByteArray("hdhd"));
     QCOMPARE(stream.payloads.at(0).at(1).value<HydDeviceId>().serialNo(), 11);
     QCOMPARE(bytesOf(stream.data(0)), QByteArray::fromHex("0505"));
@@ -285,7 +285,7 @@ void tst_ZcrStreamAdapter::streamsFromAServer()
 
     stream.adapter->stopStream();
     QCOMPARE(stream.stopped.count(), 1);
-    QTRY_VERIFY_WITH_TIMEOUT(!stream.adapter->isStreaming(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!stream.adapter->isStreaming(), 30000);
     QVERIFY(server.waitForLines(QStringLiteral("closed"), 1));
     QCOMPARE(server.lines(QStringLiteral("closed")).first(), QStringList{QStringLiteral("1000")});
     QVERIFY(stream.errors.isEmpty());
@@ -297,13 +297,13 @@ void tst_ZcrStreamAdapter::connectsWithoutStarting()
     QVERIFY2(server.listen(kAddress), qPrintable(server.errorText()));
     Stream stream;
     stream.adapter->connectStream();
-    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 30000);
     // Who is connected streams: this is intended.
     QVERIFY(stream.adapter->isStreaming());
     server.command("frame bandwidth=1 bins=01");
-    QTRY_COMPARE_WITH_TIMEOUT(stream.payloads.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.payloads.count(), 1, 30000);
     stream.adapter->disconnectStream();
-    QTRY_VERIFY_WITH_TIMEOUT(!stream.adapter->isStreaming(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!stream.adapter->isStreaming(), 30000);
     QVERIFY(stream.started.isEmpty());
     QVERIFY(stream.stopped.isEmpty());
 }
@@ -317,7 +317,7 @@ void tst_ZcrStreamAdapter::addressGivenLater()
     adapter.setIpAddr(kAddress);
     QCOMPARE(adapter.hostAddress(), QHostAddress(kAddress));
     adapter.connectStream();
-    QTRY_COMPARE_WITH_TIMEOUT(connected.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(connected.count(), 1, 30000);
 }
 
 void tst_ZcrStreamAdapter::worksOnAnotherThread()
@@ -341,7 +341,7 @@ void tst_ZcrStreamAdapter::worksOnAnotherThread()
     QMetaObject::invokeMethod(adapter, [adapter] { adapter->startStream(); });
     QVERIFY(server.waitForLines(QStringLiteral("open"), 1));
     server.command("frame bandwidth=1 bins=01");
-    QTRY_COMPARE_WITH_TIMEOUT(count.load(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(count.load(), 1, 30000);
     QCOMPARE(emitter.load(), &thread);
     adapter->deleteLater();
     thread.quit();
@@ -448,7 +448,7 @@ void tst_ZcrStreamAdapter::startIsReportedAheadOfTheConnection()
     QCOMPARE(stream.started.first().first().toBool(), false);
     QVERIFY(stream.connected.isEmpty());
     QVERIFY(!stream.adapter->isStreaming());
-    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 30000);
     QCOMPARE(stream.started.count(), 1);
 }
 
@@ -458,7 +458,7 @@ void tst_ZcrStreamAdapter::refusedStartIsReportedAsStarted()
     stream.adapter->setIpAddr(QStringLiteral("127.81.2.99"));
     stream.adapter->startStream();
     QCOMPARE(stream.started.count(), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(stream.errors.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.errors.count(), 1, 30000);
     QCOMPARE(stream.errors.first().first().value<QAbstractSocket::SocketError>(),
              QAbstractSocket::ConnectionRefusedError);
 }
@@ -484,7 +484,7 @@ void tst_ZcrStreamAdapter::errorsArePassedOn()
     QSignalSpy lost(stream.adapter.get(), &HydStreamAdapter::streamConnectionLost);
     QSignalSpy disconnected(stream.adapter.get(), &HydStreamAdapter::streamDisconnected);
     stream.adapter->startStream();
-    QTRY_COMPARE_WITH_TIMEOUT(stream.errors.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.errors.count(), 1, 30000);
     QVERIFY(!stream.adapter->isStreaming());
     QVERIFY(lost.isEmpty());
     QVERIFY(disconnected.isEmpty());
@@ -496,9 +496,9 @@ void tst_ZcrStreamAdapter::lostConnectionIsNotMadeAgain()
     QVERIFY2(server.listen(kAddress), qPrintable(server.errorText()));
     Stream stream;
     stream.adapter->startStream();
-    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(stream.connected.count(), 1, 30000);
     server.command("close 1001");
-    QTRY_VERIFY_WITH_TIMEOUT(!stream.adapter->isStreaming(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!stream.adapter->isStreaming(), 30000);
     stream.connected.clear();
     // Two hundred periods of the alive timer that a recorder's stream has.
     QVERIFY(spyStaysEmpty(stream.connected, 200 * kAlivePeriod));
@@ -563,7 +563,7 @@ void tst_ZcrStreamAdapter::deletedByItsOwnSignal()
     if (signal != QStringLiteral("streamConnected"))
         connect(adapter, &HydStreamAdapter::streamConnected, &context, onceOpen);
     adapter->startStream();
-    QTRY_VERIFY_WITH_TIMEOUT(Grave::isGone(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(Grave::isGone(), 30000);
     QVERIFY(Grave::isUntouched());
 }
 

@@ -103,7 +103,7 @@ void tst_fetch_recordings::recordingsOfAnyTime()
 
 void tst_fetch_recordings::returnPausesAndGoesOn()
 {
-    QVERIFY(offer(m_server->path(), recording(7, 1), QByteArray(1000000, 'x')));
+    QVERIFY(offer(m_server->path(), recording(7, 1), QByteArray(2400000, 'x')));
     serve({QStringLiteral("--rate"), QStringLiteral("400000")});
     QProcess program;
     QByteArray output;
@@ -116,7 +116,7 @@ void tst_fetch_recordings::returnPausesAndGoesOn()
     program.closeWriteChannel();
     QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 30000);
     QCOMPARE(program.exitCode(), 0);
-    QCOMPARE(fileBytes(out() + "/" + recording(7, 1)), QByteArray(1000000, 'x'));
+    QCOMPARE(fileBytes(out() + "/" + recording(7, 1)), QByteArray(2400000, 'x'));
 }
 
 void tst_fetch_recordings::wrongUse_data()

@@ -352,7 +352,7 @@ void tst_NvxFetchSession::recorderThatComesLater()
 {
     QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
     m_session->setMaxAttempts(1000);
-    m_session->setRetryWait(std::chrono::milliseconds(0));
+    m_session->setRetryWait(std::chrono::milliseconds(1));
     run({kFirst});
     // Meanwhile it is refused, again and again.
     serve();
