@@ -14,9 +14,9 @@
 #include <memory>
 #include <vector>
 
-/// Speaks with one array controller: by HTTP with its CGI scripts, by web socket with its channels. Made and
-/// owned by the controller class; lives on the thread that made it, as does the network access manager, which
-/// the application owns and may delete at any time. May be deleted from inside one of its signals.
+/// Speaks with one array controller: by HTTP with its CGI scripts, by web socket with its channels. Owned by
+/// whoever made it; lives on the thread that made it, as does the network access manager, which the
+/// application owns and may delete at any time. May be deleted from inside one of its signals.
 ///
 /// The signals with arguments by reference are for direct connections only.
 class NVXQTCOMMON_EXPORT HydZcrCommandAdapter : public QObject
