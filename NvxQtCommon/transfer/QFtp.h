@@ -72,7 +72,7 @@ public:
     /// Passive until this is called.
     int setTransferMode(TransferMode mode);
     /// For the connections that follow: they go to the proxy, and login names the host behind it as
-    /// user@host, with :port where that isn't 21. An empty host is no proxy.
+    /// user\@host, with :port where that isn't 21. An empty host is no proxy.
     int setProxy(const QString& host, quint16 port);
     /// The entries come by listInfoS().
     int list(const QString& dir = {});
