@@ -156,8 +156,11 @@ std::string editedZcrConfig(std::string_view file, const HydJobSettings& setting
                             const std::vector<uint16_t>& serials)
 {
     std::string list;
-    for (const uint16_t serial : serials)
-        list += (list.empty() ? "" : ",") + std::to_string(serial);
+    for (const uint16_t serial : serials) {
+        if (!list.empty())
+            list += ',';
+        list += std::to_string(serial);
+    }
     std::array<std::pair<std::string_view, std::string>, kConfigKeys.size() + 1> values;
     std::ranges::transform(kConfigKeys, values.begin(), [&settings](const ConfigKey& key) {
         return std::pair(key.key, std::to_string(key.write(settings)));
