@@ -229,6 +229,9 @@ std::optional<QUrlInfo> FtpListingParser::parseDos(QStringView line)
 
 QDateTime FtpListingParser::unixTime(QStringView text) const
 {
+    // Columns may be parted by any white space, the words of a date by plain blanks alone.
+    if (std::any_of(text.begin(), text.end(), [](QChar c) { return c.isSpace() && c != u' '; }))
+        return {};
     const int month = monthNumber(takeWord(text));
     const qsizetype dayGap = takeBlanks(text);
     const QStringView dayText = takeWord(text);

@@ -348,13 +348,13 @@ void tst_FtpListingParser::readsDatesAsTheFormatsDo()
         const QString day = pick(random, {"1", "01", "9", "29", "31", "32", "00", "0", "x", "001"});
         const QString rest = pick(random, {"2021", "2024", "1969", "9999", "21", "12:34", "00:00", "24:00",
                                            "1:02", "12:60", "12.34", "12:345"});
-        const QString text =
-            month + pick(random, {" ", "  ", "   "}) + day + pick(random, {" ", "  ", "   "}) + rest;
+        const QString text = month + pick(random, {" ", "  ", "   ", "\t"}) + day +
+                             pick(random, {" ", "  ", "   ", "\t"}) + rest;
         const QDateTime expected = unixTimeByFormats(text, kNow);
         QVERIFY2(parser.unixTime(text) == expected, qPrintable(text));
         valid += int(expected.isValid());
     }
-    QVERIFY2(valid > 200, qPrintable(QString::number(valid)));
+    QVERIFY2(valid > 60, qPrintable(QString::number(valid)));
 }
 
 void tst_FtpListingParser::refusesLines_data()
