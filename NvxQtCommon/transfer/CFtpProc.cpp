@@ -223,9 +223,24 @@ size_t CFtpProc::WriteInStringCallback(void* buffer, size_t size, size_t count, 
     return bytes;
 }
 
-void CFtpProc::reportOpenFailure(const std::string& local, const QString& reason)
+bool CFtpProc::openLocal(QFileDevice& file, const std::string& local, QIODevice::OpenMode mode)
 {
-    Q_EMIT signalError(QStringLiteral("Couldn't open '%1': %2\n").arg(QString::fromStdString(local), reason));
+    if (isLocalPath(local) && file.open(mode | QIODevice::Unbuffered))
+        return true;
+    Q_EMIT signalError(
+        QStringLiteral("Couldn't open '%1': %2\n").arg(QString::fromStdString(local), file.errorString()));
+    return false;
+}
+
+template <typename Use> std::optional<int> CFtpProc::perform(const std::string& path, Use use)
+{
+    const CurlTransfer transfer;
+    if (transfer.isNull()) {
+        Q_EMIT signalError(QString::fromLatin1(kEasyInitFailed));
+        return std::nullopt;
+    }
+    initConnect(transfer.get(), path);
+    return use(transfer.get());
 }
 
 bool CFtpProc::upLoadFile(const std::string& local, const std::string& remote)
@@ -237,26 +252,19 @@ bool CFtpProc::upLoadFile(const std::string& local, const std::string& remote)
     if (!isFilePath(remote) || !isSafe(remote))
         return fail(CURLE_URL_MALFORMAT);
     QFile file(QString::fromStdString(local));
-    if (!isLocalPath(local) || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        reportOpenFailure(local, file.errorString());
+    if (!openLocal(file, local, QIODevice::ReadOnly))
         return false;
-    }
-    const CurlTransfer transfer;
-    if (transfer.isNull()) {
-        Q_EMIT signalError(QString::fromLatin1(kEasyInitFailed));
-        return false;
-    }
     const CurlList commands = curlList(m_uploadCommands);
-    CURL* const curl = transfer.get();
-    initConnect(curl, remote);
-    curl_easy_setopt(curl, CURLOPT_READFUNCTION, &CFtpProc::read_callback);
-    curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(curl, CURLOPT_URL, url(remote).c_str());
-    curl_easy_setopt(curl, CURLOPT_POSTQUOTE, commands.get());
-    curl_easy_setopt(curl, CURLOPT_READDATA, static_cast<void*>(static_cast<QIODevice*>(&file)));
-    curl_easy_setopt(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(file.size()));
-    const CURLcode result = curl_easy_perform(curl);
-    return result == CURLE_OK || fail(result);
+    const auto result = perform(remote, [&](CURL* curl) {
+        curl_easy_setopt(curl, CURLOPT_READFUNCTION, &CFtpProc::read_callback);
+        curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
+        curl_easy_setopt(curl, CURLOPT_URL, url(remote).c_str());
+        curl_easy_setopt(curl, CURLOPT_POSTQUOTE, commands.get());
+        curl_easy_setopt(curl, CURLOPT_READDATA, static_cast<void*>(static_cast<QIODevice*>(&file)));
+        curl_easy_setopt(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(file.size()));
+        return curl_easy_perform(curl);
+    });
+    return result && (*result == CURLE_OK || fail(*result));
 }
 
 bool CFtpProc::downLoadFile(const std::string& remote, const std::string& local)
@@ -268,23 +276,18 @@ bool CFtpProc::downLoadFile(const std::string& remote, const std::string& local)
     if (!isFilePath(remote) || !isSafe(remote))
         return fail(CURLE_URL_MALFORMAT);
     QSaveFile file(QString::fromStdString(local));
-    if (!isLocalPath(local) || !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        reportOpenFailure(local, file.errorString());
+    if (!openLocal(file, local, QIODevice::WriteOnly))
         return false;
-    }
-    const CurlTransfer transfer;
-    if (transfer.isNull()) {
-        Q_EMIT signalError(QString::fromLatin1(kEasyInitFailed));
+    const auto result = perform(remote, [&](CURL* curl) {
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::ftpFWrite);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(static_cast<QIODevice*>(&file)));
+        return curl_easy_perform(curl);
+    });
+    if (!result)
         return false;
-    }
-    CURL* const curl = transfer.get();
-    initConnect(curl, remote);
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::ftpFWrite);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(static_cast<QIODevice*>(&file)));
-    const CURLcode result = curl_easy_perform(curl);
-    qDebug("curl told us %d\n", static_cast<int>(result));
-    if (result != CURLE_OK)
-        return fail(result);
+    qDebug("curl told us %d\n", *result);
+    if (*result != CURLE_OK)
+        return fail(*result);
     return file.commit() || fail(CURLE_WRITE_ERROR);
 }
 
@@ -343,23 +346,20 @@ bool CFtpProc::askForSize(const std::string& path)
 {
     if (!isFilePath(path) || !isSafe(path))
         return reportConnection(CURLE_URL_MALFORMAT);
-    const CurlTransfer transfer;
-    if (transfer.isNull()) {
-        Q_EMIT signalError(QString::fromLatin1(kEasyInitFailed));
-        return false;
-    }
-    CURL* const curl = transfer.get();
     std::string header;
-    initConnect(curl, path);
-    curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
-    curl_easy_setopt(curl, CURLOPT_HEADER, 1L);
-    // Without them the header would go to standard output.
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::WriteInStringCallback);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&header));
-    if (!reportConnection(curl_easy_perform(curl)))
-        return false;
     curl_off_t bytes = -1;
-    return curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &bytes) == CURLE_OK && bytes >= 0;
+    const auto result = perform(path, [&](CURL* curl) {
+        curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
+        curl_easy_setopt(curl, CURLOPT_HEADER, 1L);
+        // Without them the header would go to standard output.
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::WriteInStringCallback);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&header));
+        const CURLcode code = curl_easy_perform(curl);
+        if (curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &bytes) != CURLE_OK)
+            bytes = -1;
+        return code;
+    });
+    return result && reportConnection(*result) && bytes >= 0;
 }
 
 bool CFtpProc::fileExists(const std::string& path, int ind)
@@ -384,20 +384,16 @@ bool CFtpProc::getList(const std::string& path, std::string& listing)
     listing.clear();
     if (!isSafe(path))
         return reportConnection(CURLE_URL_MALFORMAT);
-    const CurlTransfer transfer;
-    if (transfer.isNull()) {
-        Q_EMIT signalError(QString::fromLatin1(kEasyInitFailed));
-        return false;
-    }
-    CURL* const curl = transfer.get();
     // What ends in a slash is listed, all else would be downloaded.
-    initConnect(curl, withSlash(path));
-    curl_easy_setopt(curl, CURLOPT_UPLOAD, 0L);
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::WriteInStringCallback);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&listing));
-    return reportConnection(curl_easy_perform(curl));
+    const auto result = perform(withSlash(path), [&](CURL* curl) {
+        curl_easy_setopt(curl, CURLOPT_UPLOAD, 0L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::WriteInStringCallback);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(&listing));
+        return curl_easy_perform(curl);
+    });
+    return result && reportConnection(*result);
 }
 
 bool CFtpProc::getListFTP(QList<QString>* files, QList<QString>* dirs, DEV_TYPE type)

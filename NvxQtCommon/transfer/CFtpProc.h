@@ -4,13 +4,17 @@
 #include "NvxQtCommon/control/MetaTypes.h"
 
 #include <QDateTime>
+#include <QIODevice>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
 
 #include <chrono>
+#include <optional>
 #include <string>
+
+class QFileDevice;
 
 /// Blocking FTP to one device, on port 21: uploads, downloads, listings and the test whether a file is there.
 /// Each operation returns when it has ended, so the object belongs on a thread of its own; it lives on the
@@ -115,7 +119,10 @@ private:
     bool isSafe(const std::string& path) const;
     std::string url(const std::string& path) const;
     bool reportConnection(int result);
-    void reportOpenFailure(const std::string& local, const QString& reason);
+    bool openLocal(QFileDevice& file, const std::string& local, QIODevice::OpenMode mode);
+    /// Sets a handle up for a path and hands it to `use`, which performs it; gives the result of that,
+    /// or nothing where there is no handle and the error is told.
+    template <typename Use> std::optional<int> perform(const std::string& path, Use use);
     template <typename Load> bool loadAll(Load load);
 
     QString m_ipAddr = QStringLiteral("0.0.0.0");

@@ -61,6 +61,7 @@ void tst_CFtpProcOptions::commonOptions()
     QCOMPARE(options[CURLOPT_FTP_RESPONSE_TIMEOUT].number, 30);
     QCOMPARE(options[CURLOPT_LOW_SPEED_LIMIT].number, 1);
     QCOMPARE(options[CURLOPT_LOW_SPEED_TIME].number, 30);
+    QCOMPARE(options[CURLOPT_BUFFERSIZE].number, 524288);
 }
 
 void tst_CFtpProcOptions::upLoadOptions()

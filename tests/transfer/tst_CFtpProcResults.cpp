@@ -18,6 +18,7 @@ private Q_SLOTS:
     void failedDownLoadLeavesTheLocalFile();
     void longListing();
     void devicesThatFail();
+    void slotsThatSetAnotherList();
 };
 
 void tst_CFtpProcResults::noHandle_data()
@@ -252,6 +253,20 @@ void tst_CFtpProcResults::devicesThatFail()
     QFile full(QStringLiteral("/dev/full"));
     QVERIFY(full.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     QCOMPARE(CFtpProc::ftpFWrite(bytes, 1, 4, static_cast<QIODevice*>(&full)), size_t(0));
+}
+
+void tst_CFtpProcResults::slotsThatSetAnotherList()
+{
+    CurlSpy spy;
+    CFtpProc proc;
+    proc.setDownLoadList({"a<|>" + m_local, "b<|>" + m_local, "c<|>" + m_local});
+    connect(&proc, &CFtpProc::signalLoadingFinished, this, [&proc] { proc.setDownLoadList({}); });
+    QVERIFY(proc.downLoad());
+    // The files of the list that was there when it began.
+    QCOMPARE(spy.performed().size(), size_t(3));
+    proc.setDownLoadList({m_local + "<|>a", m_local + "<|>b"});
+    QVERIFY(proc.upLoad());
+    QCOMPARE(spy.performed().size(), size_t(5));
 }
 
 QTEST_GUILESS_MAIN(tst_CFtpProcResults)

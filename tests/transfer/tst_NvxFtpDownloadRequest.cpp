@@ -14,6 +14,7 @@ public:
 
 private Q_SLOTS:
     // --- happy flows
+    void idsBeginWithOne();
     void ftpKnowsItsHost();
     void fieldsAndDefaults();
     void idsAreUnique();
@@ -38,6 +39,13 @@ private Q_SLOTS:
     void lineBreaksInNames_data();
     void lineBreaksInNames();
 };
+
+void tst_NvxFtpDownloadRequest::idsBeginWithOne()
+{
+    // The first function of this program: nobody has taken one yet.
+    QCOMPARE(Request::getNextId(), 1);
+    QCOMPARE(makeRequest(QStringLiteral("a"))->requestId(), 2);
+}
 
 void tst_NvxFtpDownloadRequest::ftpKnowsItsHost()
 {
@@ -88,7 +96,6 @@ void tst_NvxFtpDownloadRequest::fieldsAndDefaults()
 void tst_NvxFtpDownloadRequest::idsAreUnique()
 {
     const int32_t first = Request::getNextId();
-    QVERIFY(first >= 1);
     QCOMPARE(Request::getNextId(), first + 1);
     QCOMPARE(makeRequest(QStringLiteral("a"))->requestId(), first + 2);
     std::vector<std::vector<int32_t>> taken(4);
