@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/Patience.h"
+#include "tests/support/SourceFile.h"
 
 #include <QProcess>
 #include <QStringList>
@@ -28,7 +29,7 @@ public:
     bool start(const QStringList& arguments, QStringList prefix = {})
     {
         prefix << QStringLiteral("/usr/bin/python3") << QStringLiteral("-B")
-               << QStringLiteral(NVX_SOURCE_DIR "/tests/support/") + m_script << arguments;
+               << sourceFile(QStringLiteral("tests/support/") + m_script) << arguments;
         const QString program = prefix.takeFirst();
         m_process.start(program, prefix);
         return waitForLines(QStringLiteral("ready"), 1);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/SourceFile.h"
+
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -19,7 +21,7 @@ public:
         m_lines.clear();
         m_process.start(QStringLiteral("/usr/bin/python3"),
                         QStringList{QStringLiteral("-B"),
-                                    QStringLiteral(NVX_SOURCE_DIR "/tests/transfer/ftp_peer.py"), address,
+                                    sourceFile(QStringLiteral("tests/transfer/ftp_peer.py")), address,
                                     directory} +
                             options);
         return waitForLine(QStringLiteral("ready"));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/SourceFile.h"
+
 #include <QDir>
 #include <QFile>
 #include <QHostAddress>
@@ -62,7 +64,7 @@ private:
     bool startPyftpdlib()
     {
         m_process.start(QStringLiteral("/usr/bin/python3"),
-                        {QStringLiteral("-B"), QStringLiteral(NVX_SOURCE_DIR "/tests/transfer/ftp_peer.py"),
+                        {QStringLiteral("-B"), sourceFile(QStringLiteral("tests/transfer/ftp_peer.py")),
                          host(), root(), QStringLiteral("--port"), QStringLiteral("0")});
         // "port N" and "ready".
         const auto hasBoth = [this] { return m_process.peek(100).count('\n') >= 2; };
