@@ -1,0 +1,184 @@
+#include "tests/array/ArrayController.h"
+#include "tests/support/Buried.h"
+#include "tests/support/NvxTestCase.h"
+
+#include <QSignalSpy>
+#include <QTimer>
+
+#include <chrono>
+#include <list>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using Grave = Buried<ZcrDeviceController>;
+
+const QStringList kErrorStream{QStringLiteral("error stream")};
+
+} // namespace
+
+/// How long an array controller's controller waits for frames of its channels: one wait for all functions,
+/// which look at what is there afterwards.
+class tst_ZcrDeviceControllerWait : public NvxTestCase
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    // --- happy flows
+    void endsAfterTwoSeconds();
+    void wholeListAtTheEnd();
+    void nothingMoreBehindAReport();
+    // --- rainy day flows
+    void extraConnectionsRepeatTheStep();
+    void aLaterPassBeginsItAnew();
+    void closingEndsIt();
+    void noChannelsEndIt();
+    void noLimitForAConfigurationByCgi();
+    void deletedAtTheEnd();
+
+private:
+    /// A controller with an address of its own.
+    ArrayController& begun(bool isFile = true);
+    bool passAgain(ArrayController& array);
+
+    std::list<ArrayController> m_controllers;
+    ArrayController* m_missing = nullptr;
+    ArrayController* m_filled = nullptr;
+    ArrayController* m_reported = nullptr;
+    ArrayController* m_thrice = nullptr;
+    ArrayController* m_later = nullptr;
+    ArrayController* m_closed = nullptr;
+    ArrayController* m_closedByItsBase = nullptr;
+    ArrayController* m_emptied = nullptr;
+    ArrayController* m_byCgi = nullptr;
+    bool m_isEarly = true;
+    bool m_isHalfway = false;
+    bool m_isLate = false;
+    bool m_wasInTime = false;
+    bool m_wasProlonged = false;
+};
+
+ArrayController& tst_ZcrDeviceControllerWait::begun(bool isFile)
+{
+    ArrayController& array =
+        m_controllers.emplace_back(0x7F510710 + static_cast<uint32_t>(m_controllers.size()));
+    array.listChannels({-165.0F, 0.0F});
+    array.controller.handleZcrConfigRead(isFile);
+    return array;
+}
+
+bool tst_ZcrDeviceControllerWait::passAgain(ArrayController& array)
+{
+    // Qt warns where a connection is closed ahead of its handshake.
+    if (!array.socket.waitForHandshake())
+        return false;
+    array.controller.handleZcrConfigRead(true);
+    return array.socket.waitForHandshake();
+}
+
+void tst_ZcrDeviceControllerWait::initTestCase()
+{
+    // Timers fire in the order of their times, however late they are.
+    QTimer::singleShot(1800ms, Qt::PreciseTimer, this, [this] { m_isEarly = false; });
+    QTimer::singleShot(700ms, Qt::PreciseTimer, this, [this] { m_isHalfway = true; });
+    m_missing = &begun();
+    connect(&m_missing->controller, &ZcrDeviceController::signalZCRErrorStream, this,
+            [this] { m_wasInTime = !m_isEarly && !m_isLate; });
+    m_filled = &begun();
+    m_filled->adapter.hydDeviceList()[1]->setSensitivity(-170.0F);
+    m_reported = &begun();
+    m_thrice = &begun();
+    m_later = &begun();
+    m_closed = &begun();
+    m_closedByItsBase = &begun();
+    m_emptied = &begun();
+    m_byCgi = &begun(false);
+    auto* deleted = new Grave(ConnTcp);
+    deleted->adapter()->hydDeviceList().push_back(std::make_shared<HydDevice>(DevTypeSkiff));
+    for (int i = 0; i < 3; ++i)
+        deleted->handleZcrConfigRead(true);
+    connect(deleted, &ZcrDeviceController::signalZCRErrorStream, this, [deleted] { delete deleted; });
+    QTimer::singleShot(2300ms, Qt::PreciseTimer, this, [this] {
+        m_isLate = true;
+        m_wasProlonged = m_later->told().isEmpty();
+    });
+
+    for (ArrayController* array : {m_missing, m_filled, m_reported, m_closed, m_closedByItsBase, m_emptied})
+        QVERIFY(array->socket.waitForHandshake());
+    m_reported->adapter.hydDeviceList()[1]->setSensitivity(-170.0F);
+    Q_EMIT m_reported->adapter.signalZcrDevListFilled();
+    QCOMPARE(m_reported->told(), wholeReport());
+    QVERIFY(passAgain(*m_thrice));
+    QVERIFY(passAgain(*m_thrice));
+    m_closed->controller.closeAll();
+    static_cast<NvxDeviceController&>(m_closedByItsBase->controller).closeAll();
+    m_emptied->adapter.clearLists();
+    m_emptied->controller.handleZcrConfigRead(true);
+    QCOMPARE(m_emptied->told(), QStringList{QStringLiteral("no array")});
+    QTRY_VERIFY(m_isHalfway);
+    QVERIFY(passAgain(*m_later));
+    QSignalSpy laterReports(&m_later->controller, &ZcrDeviceController::signalZCRErrorStream);
+    QTRY_VERIFY(m_isLate);
+    QTRY_COMPARE(laterReports.count(), 2);
+}
+
+void tst_ZcrDeviceControllerWait::endsAfterTwoSeconds()
+{
+    QVERIFY(m_wasInTime);
+    QCOMPARE(m_missing->told(), kErrorStream);
+    QVERIFY(m_missing->adapter.isUnConnected());
+    QCOMPARE(m_missing->device->devList().size(), size_t(2));
+    QCOMPARE(m_missing->device->sensitivity(), -165.0F);
+}
+
+void tst_ZcrDeviceControllerWait::wholeListAtTheEnd()
+{
+    // All channels have answered, but nothing has told of it.
+    QCOMPARE(m_filled->told(), wholeReport());
+    QCOMPARE(m_filled->device->sensitivity(), -170.0F);
+}
+
+void tst_ZcrDeviceControllerWait::nothingMoreBehindAReport()
+{
+    QCOMPARE(m_reported->told(), QStringList());
+}
+
+void tst_ZcrDeviceControllerWait::extraConnectionsRepeatTheStep()
+{
+    // This is intended.
+    QCOMPARE(m_thrice->told(), kErrorStream + kErrorStream + kErrorStream);
+}
+
+void tst_ZcrDeviceControllerWait::aLaterPassBeginsItAnew()
+{
+    QVERIFY(m_wasProlonged);
+    QCOMPARE(m_later->told(), kErrorStream + kErrorStream);
+}
+
+void tst_ZcrDeviceControllerWait::closingEndsIt()
+{
+    QCOMPARE(m_closed->told(), QStringList());
+    QCOMPARE(m_closedByItsBase->told(), QStringList());
+}
+
+void tst_ZcrDeviceControllerWait::noChannelsEndIt()
+{
+    QCOMPARE(m_emptied->told(), QStringList());
+}
+
+void tst_ZcrDeviceControllerWait::noLimitForAConfigurationByCgi()
+{
+    QCOMPARE(m_byCgi->told(), QStringList());
+}
+
+void tst_ZcrDeviceControllerWait::deletedAtTheEnd()
+{
+    // By the first of three steps.
+    QVERIFY(Grave::isGone());
+    QVERIFY(Grave::isUntouched());
+}
+
+QTEST_GUILESS_MAIN(tst_ZcrDeviceControllerWait)
+#include "tst_ZcrDeviceControllerWait.moc"
