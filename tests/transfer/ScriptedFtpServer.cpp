@@ -12,11 +12,11 @@ void ScriptedFtpServer::sendReset(QTcpSocket& socket)
     socket.abort();
 }
 
-ScriptedFtpServer::ScriptedFtpServer(const QHostAddress& address)
+ScriptedFtpServer::ScriptedFtpServer(const QHostAddress& address, quint16 port)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &ScriptedFtpServer::handleConnection);
     connect(&m_dataServer, &QTcpServer::newConnection, this, &ScriptedFtpServer::handleDataConnection);
-    if (!m_server.listen(address))
+    if (!m_server.listen(address, port))
         qFatal("no port to listen on");
     reset();
 }

@@ -23,7 +23,8 @@ public:
     using Handler = std::function<void(ScriptedFtpServer&, const QByteArray& argument)>;
     using DataUse = std::function<void(QTcpSocket& data)>;
 
-    explicit ScriptedFtpServer(const QHostAddress& address);
+    /// Port 0 is any.
+    explicit ScriptedFtpServer(const QHostAddress& address, quint16 port = 0);
     ~ScriptedFtpServer() override;
 
     QString host() const { return m_server.serverAddress().toString(); }
