@@ -1,26 +1,24 @@
 #include "NvxQtCommon/array/CZCRWebSocket.h"
 
-#include <QAbstractEventDispatcher>
+#include "NvxQtCommon/array/DeleteWhenSilent.h"
+
 #include <QDebug>
-#include <QThread>
 #include <QUrl>
 
 #include <utility>
 
 namespace {
 
-/// A socket can't be deleted while it emits. Where no event loop runs any more, as at the end of a thread,
-/// the dispatcher takes it along.
 void deleteWebSocketLater(CZCRWebSocket* socket)
 {
+    // A refusal or a close that comes at once has nobody to tell.
     socket->disconnect();
     // A close message only leaves where there is a connection.
     if (socket->state() == QAbstractSocket::ConnectedState)
         socket->closeConnection();
     else
         socket->abort();
-    socket->setParent(QAbstractEventDispatcher::instance(socket->thread()));
-    socket->deleteLater();
+    deleteWhenSilent(socket);
 }
 
 } // namespace

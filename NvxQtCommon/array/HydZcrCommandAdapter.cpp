@@ -3,6 +3,8 @@
 #include "NvxQtCommon/contract/device/SkiffDevice.h"
 #include "NvxQtCommon/contract/device/ZcrDevice.h"
 #include "NvxQtCommon/contract/message/ZcrCgiRequest.h"
+#include "NvxQtCommon/transfer/CFtpProc.h"
+#include "NvxQtCommon/transfer/QFtp.h"
 
 #include <QDebug>
 #include <QNetworkRequest>
@@ -31,12 +33,14 @@ HydZcrCommandAdapter::HydZcrCommandAdapter(HydConnectionType /*connType*/, QObje
             &HydZcrCommandAdapter::connectionOpen);
     connect(m_webSocket.get(), &CZCRWebSocket::signalWebSocBinMesReceived, this,
             &HydZcrCommandAdapter::FillDevIdList);
+    makeFtp();
 }
 
 HydZcrCommandAdapter::~HydZcrCommandAdapter()
 {
-    // A function of this adapter further up the stack may still hold it.
+    // Functions of this adapter or of theirs may still hold them further up the stack.
     m_webSocket->setParent(nullptr);
+    m_ftp->setParent(nullptr);
 }
 
 void HydZcrCommandAdapter::setNetHostInfo(const NvxNetHostInfo& info)

@@ -14,9 +14,13 @@
 #include <memory>
 #include <vector>
 
-/// Speaks with one array controller: by HTTP with its CGI scripts, by web socket with its channels. Owned by
-/// whoever made it; lives on the thread that made it, as does the network access manager, which the
-/// application owns and may delete at any time. May be deleted from inside one of its signals.
+class CFtpProc;
+class QFtp;
+
+/// Speaks with one array controller: by HTTP with its CGI scripts, by FTP with the server that holds its
+/// configuration file, by web socket with its channels. Owned by whoever made it; lives on the thread that
+/// made it, as does the network access manager, which the application owns and may delete at any time. May be
+/// deleted from inside one of its signals.
 ///
 /// The signals with arguments by reference are for direct connections only.
 class NVXQTCOMMON_EXPORT HydZcrCommandAdapter : public QObject
@@ -26,6 +30,12 @@ class NVXQTCOMMON_EXPORT HydZcrCommandAdapter : public QObject
 public:
     /// Bytes; a longer reply to a request of this adapter is aborted, which a line of the log says.
     static constexpr qint64 kMaxReplySize = ZcrCgiReply::kMaxSize;
+    /// Bytes; reading a longer configuration file is given up, which a line of the log says.
+    static constexpr qint64 kMaxConfigSize = 16777216;
+    /// Bytes of it, at the most, that stand in the log.
+    static constexpr qint64 kMaxConfigLogged = 16384;
+    /// Milliseconds of silence after which reading the configuration file is given up.
+    static constexpr int kFtpSilenceMs = 30000;
 
     /// Where a configuration came from.
     enum EnquireZcr : int {
@@ -73,6 +83,19 @@ public:
     /// Merges the tags into the adapter's settings and writes these to the controller.
     void cgiWriteJobSetup(const JobTagMap& tags);
 
+    // The configuration file.
+
+    /// Asks for the file, which ftpReadConfig() takes. What fails is not signalled.
+    void getFtpZcrFileConfig();
+    /// Makes `tags` the adapter's settings and writes them and the channels to the file: fetches it to a
+    /// local copy, edits that, and sends it back; signalResetZCR follows if all went well, nothing otherwise.
+    /// The copy stays. Blocks until then; a server in the same process needs a thread of its own. See
+    /// CFtpProc for the time limits.
+    void ftpWriteConfig(const JobTagMap& tags);
+    /// Edits the local copy in place, unless `ok` is false; true if it was written. A failure leaves the file
+    /// as it was.
+    bool handleLoadingZCRConfFinished(bool ok, QString const& path);
+
     /// Hands the adapter's settings to all channels, and to the array controller's record where the first
     /// channel knows it; then reports signalZcrConfigRead. A configuration by CGI without channels asks for
     /// them instead.
@@ -90,7 +113,7 @@ Q_SIGNALS:
     void signalZcrDevListFilled();
     /// A reply told the time of any controller, in seconds since the epoch.
     void signalZcrTime(int serial, long long time);
-    /// Emitted nowhere in this version.
+    /// The controller has a new configuration file, which it takes when it starts again.
     void signalResetZCR(HydDeviceId const& devId);
     /// A reply told the settings of another controller.
     void signalZCRSetConfigRead(HydJobSettings& jobSettings, int serialZCR);
@@ -100,6 +123,11 @@ Q_SIGNALS:
 public Q_SLOTS:
     /// Completes the record of the frame's channel, where it is listed and had no frame before.
     void FillDevIdList(CZCRWebSocket::ZCR_STREAM_STR const& zcrStream);
+    /// Does nothing. This is intended.
+    void ftpCommandFinished(int id, bool error);
+    /// Takes what has come of the configuration file for all of it: its channels replace those listed, its
+    /// settings join the adapter's, and signalZcrConfigRead(true) follows.
+    void ftpReadConfig();
     /// One reply of the manager. An error is one line of the log, and nothing is asked again.
     void handleNetWorkReplay(QNetworkReply* reply);
 
@@ -109,11 +137,14 @@ private:
     void takeChannels(const ZcrCgiReply& reply);
     void takeSettings(const ZcrCgiReply& reply);
     void takeFrame(HydDevice& device, const ZcrFrameHeader& frame) const;
+    void makeFtp();
 
     std::vector<std::shared_ptr<HydDevice>> m_deviceList;
     std::vector<HydDeviceId> m_devIdList;
     std::shared_ptr<CZCRWebSocket> m_webSocket;
     NvxNetHostInfo m_hostInfo;
+    std::shared_ptr<QFtp> m_ftp;
+    std::shared_ptr<CFtpProc> m_ftpProc; ///< null until the first file is written
     HydJobSettings m_jobSettings;
     QPointer<QNetworkAccessManager> m_manager;
     unsigned short m_serial = 0;
