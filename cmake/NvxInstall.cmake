@@ -15,7 +15,8 @@ file(RELATIVE_PATH NVX_BIN_TO_LIB /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAK
 
 if(TARGET nvx_simulator)
   set_target_properties(nvx_simulator PROPERTIES EXPORT_NAME Simulator INSTALL_RPATH "$ORIGIN")
-  install(TARGETS nvx_simulator EXPORT NvxQtCommonTargets
+  set_target_properties(nvx_listed_ports PROPERTIES EXPORT_NAME ListedPorts)
+  install(TARGETS nvx_simulator nvx_listed_ports EXPORT NvxQtCommonTargets
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
