@@ -18,7 +18,7 @@ struct NvxFetchResult
     /// Bytes that the listing promised.
     qint64 size = 0;
     Outcome outcome = Failed;
-    /// Connections that were made for it; 0 for a file that was refused before.
+    /// Tries that were made for it, without those that a pause ended; 0 for a file that was refused before.
     int attempts = 0;
     /// A sentence that says why it failed; empty otherwise.
     QString error;
@@ -32,7 +32,7 @@ struct NvxFetchSummary
     int cancelled = 0;
     /// Of the fetched files.
     qint64 bytes = 0;
-    /// Each recorder that couldn't be listed, with the reason.
+    /// Each recorder that wasn't listed, with the reason: "10.0.0.5: Cancelled".
     QStringList failedHosts;
 
     int files() const { return fetched + failed + cancelled; }

@@ -3,23 +3,42 @@
 #include "NvxQtCommon/transfer/LocalName.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QTimer>
 
 #include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <ranges>
+#include <system_error>
 
 namespace {
 
 int inMilliseconds(std::chrono::milliseconds time)
 {
-    return static_cast<int>(time.count());
+    constexpr std::chrono::milliseconds kMost = std::chrono::hours(24 * 20);
+    return static_cast<int>(std::min(time, kMost).count());
+}
+
+qint64 sumUpToMost(qint64 a, qint64 b)
+{
+    return a > std::numeric_limits<qint64>::max() - b ? std::numeric_limits<qint64>::max() : a + b;
 }
 
 } // namespace
+
+/// How far the command has come that a connection was made for.
+struct NvxFetchSession::Attempt
+{
+    int commandId = 0;
+    bool isWhole = false;
+};
 
 struct NvxFetchSession::Host
 {
     QString address;
     std::unique_ptr<HydFtpFileFinder> finder;
+    std::shared_ptr<Attempt> attempt; // null while none is under way
     int attempts = 0;
     bool isDone = false;
 };
@@ -43,13 +62,12 @@ struct NvxFetchSession::Job
     QString name;
     qint64 size = 0;
     std::unique_ptr<NvxFtpDownloadRequest, LaterDeleter> request;
+    std::shared_ptr<Attempt> attempt; // null while none is under way
     State state = State::Ready;
     qint64 bytesDone = 0;
     int attempts = 0;
-    /// The request's own word on the attempt under way; a resumed one has none.
-    bool hasSucceeded = false;
     bool isResumed = false;
-    QString error;
+    bool hasPart = false; // a file that goes with a failure
 };
 
 NvxFetchSession::NvxFetchSession(QObject* parent) : QObject(parent) {}
@@ -76,14 +94,17 @@ void NvxFetchSession::setInactivityLimit(std::chrono::milliseconds limit)
     m_inactivityLimit = limit;
 }
 
-std::chrono::milliseconds NvxFetchSession::waitAfter(int attempts) const
+std::chrono::milliseconds NvxFetchSession::waitAfter(std::chrono::milliseconds first, int attempts)
 {
     constexpr int kMostDoublings = 16;
-    return std::min(m_retryWait * (1 << std::clamp(attempts - 1, 0, kMostDoublings)), kLongestRetryWait);
+    return std::min(first * (1 << std::clamp(attempts - 1, 0, kMostDoublings)), kLongestRetryWait);
 }
 
 void NvxFetchSession::start(const QStringList& hosts, const QDateTime& begin, const QDateTime& end, bool all)
 {
+    if (m_isStarted || m_isCancelled)
+        return;
+    m_isStarted = true;
     m_begin = begin;
     m_end = end;
     m_isAll = all;
@@ -99,30 +120,52 @@ void NvxFetchSession::start(const QStringList& hosts, const QDateTime& begin, co
     scheduleRefill();
 }
 
+std::shared_ptr<NvxFetchSession::Attempt> NvxFetchSession::follow(NvxFtp& ftp, QFtp::Command work)
+{
+    ftp.setInactivityLimit(inMilliseconds(m_inactivityLimit));
+    ftp.setPassiveToPeer(m_isPassiveToPeer);
+    auto attempt = std::make_shared<Attempt>();
+    connect(&ftp, &QFtp::commandStarted, this, [&ftp, work, attempt](int id) {
+        if (ftp.currentCommand() == work)
+            attempt->commandId = id;
+    });
+    connect(&ftp, &QFtp::commandFinished, this, [this, &ftp, attempt](int id, bool error) {
+        if (id != attempt->commandId || error)
+            return;
+        attempt->isWhole = true;
+        // What is whole doesn't wait long for a server that only has to say goodbye.
+        const bool isLimited = m_inactivityLimit.count() > 0;
+        ftp.setInactivityLimit(
+            inMilliseconds(isLimited ? std::min(m_inactivityLimit, kGoodbyeLimit) : kGoodbyeLimit));
+    });
+    return attempt;
+}
+
 void NvxFetchSession::listHost(Host& host)
 {
+    if (NvxIpAddr(host.address.toStdString()).toInt() == 0) {
+        const auto refuse = [this, &host] {
+            if (!host.isDone)
+                failHost(host, QStringLiteral("Not an IPv4 address"));
+        };
+        QMetaObject::invokeMethod(this, refuse, Qt::QueuedConnection);
+        return;
+    }
     ++host.attempts;
-    host.finder = std::make_unique<HydFtpFileFinder>();
-    HydFtpFileFinder* const finder = host.finder.get();
-    finder->initialize(m_isAll);
+    host.finder = std::make_unique<HydFtpFileFinder>(this);
+    host.finder->initialize(m_isAll);
     QList<QString> addresses{host.address};
-    finder->findFilesInTimeRange(addresses, m_begin, m_end);
-    NvxFtp* const ftp = finder->connections().first();
-    ftp->setInactivityLimit(inMilliseconds(m_inactivityLimit));
-    ftp->setPassiveToPeer(m_isPassiveToPeer);
-    // Both from the event loop, since the finder goes there, and another one may have come meanwhile.
+    host.finder->findFilesInTimeRange(addresses, m_begin, m_end);
+    NvxFtp* const ftp = host.finder->connections().first();
+    host.attempt = follow(*ftp, QFtp::List);
+    // The finder's own time limit doesn't count: only what lies in the range restarts it, and a long listing
+    // may have nothing there. From the event loop, since the finder goes there, and another one may have
+    // come meanwhile.
     connect(
         ftp, &QFtp::done, this,
-        [this, &host, finder, ftp](bool error) {
-            if (host.finder.get() == finder)
-                handleListed(host, error ? ftp->errorString() : QString());
-        },
-        Qt::QueuedConnection);
-    connect(
-        finder, &HydFtpFileFinder::timeout, this,
-        [this, &host, finder] {
-            if (host.finder.get() == finder)
-                handleListed(host, QStringLiteral("No answer"));
+        [this, &host, ftp, attempt = host.attempt] {
+            if (host.attempt == attempt)
+                handleListed(host, ftp->errorString());
         },
         Qt::QueuedConnection);
 }
@@ -130,25 +173,36 @@ void NvxFetchSession::listHost(Host& host)
 void NvxFetchSession::handleListed(Host& host, const QString& error)
 {
     const std::unique_ptr<HydFtpFileFinder> finder = std::move(host.finder);
-    if (!error.isEmpty() && host.attempts < m_maxAttempts) {
-        QTimer::singleShot(waitAfter(host.attempts), this, [this, &host] {
+    const bool isWhole = std::exchange(host.attempt, nullptr)->isWhole;
+    if (!isWhole && host.attempts < m_maxAttempts) {
+        const auto wait = waitAfter(m_retryWait, host.attempts);
+        QTimer::singleShot(wait, this, [this, &host] {
             if (!host.isDone)
                 listHost(host);
         });
+        Q_EMIT hostRetried(host.address, error, inMilliseconds(wait));
         return;
     }
-    host.isDone = true;
-    --m_openHosts;
-    if (error.isEmpty()) {
-        for (const QUrlInfo& info : finder->files())
-            m_bytesInAll += info.size();
+    if (isWhole) {
+        host.isDone = true;
+        --m_openHosts;
         Q_EMIT hostListed(host.address, static_cast<int>(finder->files().size()));
         for (const QUrlInfo& info : finder->files())
             addFile(host.address, info);
     } else {
-        m_summary.failedHosts << host.address + QStringLiteral(": ") + error;
-        Q_EMIT hostFailed(host.address, error);
+        failHost(host, error);
     }
+    scheduleRefill();
+}
+
+void NvxFetchSession::failHost(Host& host, const QString& error)
+{
+    host.finder.reset();
+    host.attempt.reset();
+    host.isDone = true;
+    --m_openHosts;
+    m_summary.failedHosts << host.address + QStringLiteral(": ") + error;
+    Q_EMIT hostFailed(host.address, error);
     scheduleRefill();
 }
 
@@ -167,8 +221,10 @@ void NvxFetchSession::addFile(const QString& host, const QUrlInfo& info)
         finish(job, NvxFetchResult::Failed, QStringLiteral("The name is not a bare file name"));
     else if (m_names.contains(key))
         finish(job, NvxFetchResult::Failed, QStringLiteral("Another file has the same name"));
-    else
+    else {
+        m_bytesInAll = sumUpToMost(m_bytesInAll, job.size);
         m_ready.push_back(&job);
+    }
     m_names.insert(key);
 }
 
@@ -188,32 +244,33 @@ void NvxFetchSession::enqueue(Job& job)
         finish(job, NvxFetchResult::Failed, part.errorString());
         return;
     }
+    job.hasPart = true;
     const NvxNetHostInfo host(NvxIpAddr(job.host.toStdString()).toInt());
     job.state = Job::State::Running;
-    job.hasSucceeded = false;
     job.isResumed = false;
-    job.error.clear();
     ++job.attempts;
     job.request.reset(new NvxFtpDownloadRequest(host, job.name, QStringLiteral("Data"), QString(),
-                                                partName(job), QString(), job.size));
+                                                partName(job), QString(), job.size, this));
     NvxFtpDownloadRequest* const request = job.request.get();
     request->setWorkRegime(NvxFtpDownloadRequest::DownloadWork);
-    request->ftp().setInactivityLimit(inMilliseconds(m_inactivityLimit));
-    request->ftp().setPassiveToPeer(m_isPassiveToPeer);
-    connect(request, &NvxFtpDownloadRequest::failed, this,
-            [&job](int32_t, const QString& text) { job.error = text; });
-    connect(request, &NvxFtpDownloadRequest::complete, this,
-            [&job](int32_t, bool error) { job.hasSucceeded = !error; });
-    connect(request, &NvxFtpDownloadRequest::progress, this, [this, &job](int32_t, int64_t done, int64_t) {
-        setBytesDone(job, done);
-        Q_EMIT fileProgress(job.host, job.name, done, job.size);
-    });
+    job.attempt = follow(request->ftp(), QFtp::Get);
+    connect(request, &NvxFtpDownloadRequest::progress, this,
+            [this, &job, attempt = job.attempt](int32_t, int64_t done, int64_t) {
+                if (job.attempt == attempt && job.state == Job::State::Running)
+                    handleProgress(job, done);
+            });
+    // The queue doesn't see the end of a resumed download.
+    connect(&request->ftp(), &QFtp::commandFinished, this,
+            [this, request, attempt = job.attempt](int id, bool error) {
+                if (id == attempt->commandId && m_queue.isInProgress(request->requestId()))
+                    m_queue.handleDownloadComplete(request->requestId(), error);
+            });
     // Each attempt ends here, whatever its request tells. From the event loop, since the request goes then.
     connect(
         &request->ftp(), &QFtp::done, this,
-        [this, &job, request](bool error) {
-            if (job.request.get() == request)
-                handleAttemptEnd(job, error);
+        [this, &job, attempt = job.attempt] {
+            if (job.attempt == attempt)
+                handleAttemptEnd(job);
         },
         Qt::QueuedConnection);
     m_active.append(&job);
@@ -227,40 +284,66 @@ void NvxFetchSession::setBytesDone(Job& job, qint64 bytes)
     job.bytesDone = bytes;
 }
 
-void NvxFetchSession::handleAttemptEnd(Job& job, bool error)
+void NvxFetchSession::handleProgress(Job& job, qint64 done)
 {
-    if (job.state == Job::State::Stopping) {
-        job.state = Job::State::Stopped;
-        scheduleRefill();
+    const bool isTooLong = done > job.size;
+    if (!isTooLong && job.request->fileErrorString().isEmpty()) {
+        setBytesDone(job, done);
+        Q_EMIT fileProgress(job.host, job.name, done, job.size);
         return;
     }
-    if (job.state != Job::State::Running)
-        return;
-    NvxFtpDownloadRequest& request = *job.request;
-    const QString reason = job.error.isEmpty() ? request.ftp().errorString() : job.error;
-    const bool isFetched = job.isResumed ? !error : job.hasSucceeded;
-    // A request whose end its queue doesn't know still has its slot, and its file open.
-    m_queue.handleDownloadComplete(request.requestId(), !isFetched);
-    const QString problem = isFetched ? takeFile(job) : reason;
-    if (problem.isEmpty())
-        finish(job, NvxFetchResult::Fetched);
+    // Neither is worth another byte, and a server that goes on sending would never end.
+    m_queue.handleDownloadComplete(job.request->requestId(), true);
+    if (isTooLong)
+        retryOrFail(job, QStringLiteral("More than %1 bytes came").arg(job.size));
     else
-        retryOrFail(job, problem);
+        finish(job, NvxFetchResult::Failed, job.request->fileErrorString());
     scheduleRefill();
 }
 
-QString NvxFetchSession::takeFile(const Job& job) const
+void NvxFetchSession::handleAttemptEnd(Job& job)
 {
-    QFile part(pathOf(partName(job)));
-    if (part.size() != job.size)
-        return QStringLiteral("%1 bytes came instead of %2").arg(part.size()).arg(job.size);
-    QFile::remove(pathOf(job.name));
-    return part.rename(pathOf(job.name)) ? QString() : part.errorString();
+    if (job.state == Job::State::Stopping)
+        job.state = Job::State::Stopped;
+    scheduleRefill();
+    if (job.state != Job::State::Running)
+        return;
+    NvxFtpDownloadRequest& request = *job.request;
+    const QString fileError = request.fileErrorString();
+    // A request whose end its queue doesn't know still has its slot, and its file open.
+    m_queue.handleDownloadComplete(request.requestId(), !job.attempt->isWhole);
+    if (!job.attempt->isWhole)
+        retryOrFail(job, request.ftp().errorString());
+    else if (fileError.isEmpty())
+        takeFile(job);
+    else
+        finish(job, NvxFetchResult::Failed, fileError);
+}
+
+void NvxFetchSession::takeFile(Job& job)
+{
+    const QFileInfo part(pathOf(partName(job)));
+    if (part.size() != job.size) {
+        retryOrFail(job, QStringLiteral("%1 bytes came instead of %2").arg(part.size()).arg(job.size));
+        return;
+    }
+    // What is whole stays, whatever name it gets.
+    job.hasPart = false;
+    std::error_code error;
+    std::filesystem::rename(part.filesystemFilePath(), QFileInfo(pathOf(job.name)).filesystemFilePath(),
+                            error);
+    if (error)
+        finish(
+            job, NvxFetchResult::Failed,
+            QStringLiteral("It stays %1: %2").arg(part.fileName(), QString::fromStdString(error.message())));
+    else
+        finish(job, NvxFetchResult::Fetched);
 }
 
 void NvxFetchSession::release(Job& job)
 {
     m_active.removeOne(&job);
+    job.attempt.reset();
     job.request.reset();
 }
 
@@ -276,13 +359,14 @@ void NvxFetchSession::retryOrFail(Job& job, const QString& error)
     release(job);
     job.state = Job::State::Ready;
     setBytesDone(job, 0);
-    QTimer::singleShot(waitAfter(job.attempts), this, [this, &job] {
+    const auto wait = waitAfter(m_retryWait, job.attempts);
+    QTimer::singleShot(wait, this, [this, &job] {
         if (job.state != Job::State::Ready)
             return;
         m_ready.push_back(&job);
         scheduleRefill();
     });
-    Q_EMIT fileRetried(job.host, job.name, error);
+    Q_EMIT fileRetried(job.host, job.name, error, inMilliseconds(wait));
 }
 
 void NvxFetchSession::finish(Job& job, NvxFetchResult::Outcome outcome, const QString& error)
@@ -292,7 +376,7 @@ void NvxFetchSession::finish(Job& job, NvxFetchResult::Outcome outcome, const QS
     job.state = Job::State::Done;
     --m_openJobs;
     setBytesDone(job, isFetched ? job.size : 0);
-    if (!isFetched && job.attempts > 0)
+    if (job.hasPart)
         QFile::remove(pathOf(partName(job)));
     m_summary.fetched += isFetched ? 1 : 0;
     m_summary.failed += outcome == NvxFetchResult::Failed ? 1 : 0;
@@ -318,13 +402,6 @@ void NvxFetchSession::refill()
     // What a resume would ask of a connection whose abort is under way would be dropped.
     const auto isStopping = [](const Job* job) { return job->state == Job::State::Stopping; };
     if (!m_isPaused && std::ranges::none_of(m_active, isStopping)) {
-        for (Job* job : std::as_const(m_active)) {
-            if (job->state == Job::State::Stopped) {
-                job->state = Job::State::Running;
-                job->isResumed = true;
-                setBytesDone(*job, 0);
-            }
-        }
         // A slot of a signal may pause or cancel.
         while (!m_isPaused && !m_ready.empty() && m_active.size() < m_queue.maxDownloads()) {
             Job* const job = m_ready.front();
@@ -332,7 +409,7 @@ void NvxFetchSession::refill()
             enqueue(*job);
         }
         if (!m_isPaused)
-            m_queue.startQueuedRequests();
+            startQueued();
     }
     if (m_openHosts == 0 && m_openJobs == 0) {
         m_isFinished = true;
@@ -340,22 +417,40 @@ void NvxFetchSession::refill()
     }
 }
 
+void NvxFetchSession::startQueued()
+{
+    for (Job* job : std::as_const(m_active)) {
+        if (job->state == Job::State::Stopped) {
+            job->state = Job::State::Running;
+            job->isResumed = true;
+            setBytesDone(*job, 0);
+        }
+    }
+    m_queue.startQueuedRequests();
+}
+
 void NvxFetchSession::pause()
 {
     if (m_isPaused || m_isFinished)
         return;
     m_isPaused = true;
-    for (Job* job : std::as_const(m_active)) {
+    const QList<Job*> active = m_active;
+    for (Job* job : std::views::reverse(active)) {
         // One that the queue has let go of has its end behind it, and one that it hasn't begun waits.
-        if (job->state == Job::State::Running && m_queue.isInProgress(job->request->requestId()))
+        if (job->state != Job::State::Running || !m_queue.isInProgress(job->request->requestId()))
+            continue;
+        if (job->request->ftp().currentCommand() == QFtp::Get) {
             job->state = Job::State::Stopping;
+            continue;
+        }
+        // Its connection isn't yet where a resumed download begins, so it starts anew.
+        m_queue.handleDownloadComplete(job->request->requestId(), true);
+        release(*job);
+        job->state = Job::State::Ready;
+        --job->attempts;
+        m_ready.push_front(job);
     }
     m_queue.pause();
-    for (Job* job : std::as_const(m_active)) {
-        // Nothing runs on its connection, so no end of an abort will come.
-        if (job->state == Job::State::Stopping && job->request->ftp().currentId() == 0)
-            job->state = Job::State::Stopped;
-    }
 }
 
 void NvxFetchSession::resume()
@@ -371,10 +466,9 @@ void NvxFetchSession::cancel()
     m_isCancelled = true;
     m_queue.cancelAll();
     for (const auto& host : m_hosts) {
-        host->isDone = true;
-        host->finder.reset();
+        if (!host->isDone)
+            failHost(*host, QStringLiteral("Cancelled"));
     }
-    m_openHosts = 0;
     m_ready.clear();
     for (size_t i = 0; i < m_jobs.size(); ++i) {
         Job& job = *m_jobs[i];

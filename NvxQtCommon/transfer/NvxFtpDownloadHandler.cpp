@@ -23,6 +23,7 @@ void NvxFtpDownloadHandler::openFile()
 
 void NvxFtpDownloadHandler::warnOnce(const char* what)
 {
+    m_request->setFileErrorString(m_file->errorString());
     if (!m_hasWarned)
         qWarning().noquote() << QStringLiteral("NvxFtpDownloadHandler: can't %1 %2 - %3")
                                     .arg(QLatin1String(what), m_file->fileName(), m_file->errorString());

@@ -11,8 +11,8 @@
 /// Writes what one request brings into its local file. The queue makes and owns it when it starts the
 /// request, which outlives it. It lives on the thread that created it.
 ///
-/// The directory has to exist. A file that can't be opened or written gives one warning in the log and
-/// nothing else: the request goes on and completes without an error.
+/// The directory has to exist. A file that can't be opened or written gives one warning in the log and the
+/// request's fileErrorString(), and nothing else: the request goes on and completes without an error.
 class NVXQTCOMMON_EXPORT NvxFtpDownloadHandler : public QObject
 {
     Q_OBJECT
@@ -31,7 +31,10 @@ public:
     /// complete with an error, which the handler passes over.
     void pause();
     /// Fetches the file again, from its first byte. Nobody is told how that ends but by ftp().done(). Before
-    /// the pause's done(true) it is lost with the commands that an abort drops.
+    /// the pause's done(true) it is lost with the commands that an abort drops. It is fetched from the
+    /// directory that the pause left the connection in, which is the login's where that came first. With
+    /// RemoveWork too, by design: nothing is removed, and a file of more than 1 MiB, which nobody reads,
+    /// holds the connection until cancel().
     void resume();
 
 public Q_SLOTS:

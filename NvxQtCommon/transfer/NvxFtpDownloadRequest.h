@@ -52,6 +52,9 @@ public:
     void setQueueInd(int index) { m_queueInd = index; }
     /// Replaces the local directory, as the queue does when it starts the request.
     void setDestDir(const QString& directory) { m_localDir = directory; }
+    /// Why the local file couldn't be opened or written, as the handler found; empty where it could.
+    const QString& fileErrorString() const { return m_fileErrorString; }
+    void setFileErrorString(const QString& text) { m_fileErrorString = text; }
 
     /// Connects, logs in as anonymous, goes to the directory, fetches the file, and closes. The data come by
     /// readyRead() and wait in ftp().
@@ -92,6 +95,7 @@ private:
     QString m_localName;
     QString m_localDir;
     QString m_remoteDate;
+    QString m_fileErrorString;
     qint64 m_fileSize;
     qint64 m_bytesDone = 0;
     uint32_t m_commandId = 0;

@@ -35,16 +35,20 @@ FetchReport::FetchReport(const NvxFetchSession& session) : m_session(session)
     connect(&session, &NvxFetchSession::hostListed, this, [](const QString& host, int count) {
         say(QStringLiteral("%1 has %2 recordings").arg(host).arg(count));
     });
+    connect(&session, &NvxFetchSession::hostRetried, this, [](const QString& host, const QString& error) {
+        say(QStringLiteral("%1 is asked once more: %2").arg(host, oneLine(error)));
+    });
     connect(&session, &NvxFetchSession::hostFailed, this, [](const QString& host, const QString& error) {
         say(QStringLiteral("%1 can't be listed: %2").arg(host, oneLine(error)));
     });
     connect(&session, &NvxFetchSession::fileProgress, this,
             [this](const QString& host, const QString& name, qint64 done, qint64 size) {
-                m_lines[name] = QStringLiteral("  %1 %2: %3").arg(host, oneLine(name), part(done, size));
+                m_lines[host + name] =
+                    QStringLiteral("  %1 %2: %3").arg(host, oneLine(name), part(done, size));
             });
     connect(&session, &NvxFetchSession::fileRetried, this,
             [this](const QString& host, const QString& name, const QString& error) {
-                m_lines.remove(name);
+                m_lines.remove(host + name);
                 say(QStringLiteral("%1 %2 once more: %3").arg(host, oneLine(name), oneLine(error)));
             });
     connect(&session, &NvxFetchSession::fileFinished, this, &FetchReport::showResult);
@@ -65,7 +69,7 @@ void FetchReport::showProgress() const
 
 void FetchReport::showResult(const NvxFetchResult& result)
 {
-    m_lines.remove(result.name);
+    m_lines.remove(result.host + result.name);
     const QString file = result.host + u' ' + oneLine(result.name);
     if (result.outcome == NvxFetchResult::Fetched) {
         say(QStringLiteral("%1 fetched, %2 bytes").arg(file).arg(result.size));

@@ -42,7 +42,7 @@ struct Order
 Order readOrder(const QCommandLineParser& parser)
 {
     Order order;
-    order.hosts = parser.values(QStringLiteral("host"));
+    order.hosts = parser.values(QStringLiteral("host")) + parser.positionalArguments();
     order.isAll = !parser.isSet(QStringLiteral("from")) && !parser.isSet(QStringLiteral("to"));
     order.begin = utcTimeOf(parser.value(QStringLiteral("from")));
     order.end = utcTimeOf(parser.value(QStringLiteral("to")));
@@ -61,16 +61,17 @@ Order readOrder(const QCommandLineParser& parser)
     return order;
 }
 
-/// Return pauses, and return again goes on.
+/// Return pauses, and return again goes on, as does the end of the input, behind which nobody could any more.
 void pauseOnReturn(QSocketNotifier& keys, NvxFetchSession& session)
 {
     QObject::connect(&keys, &QSocketNotifier::activated, &session, [&] {
-        if (std::string line; !std::getline(std::cin, line)) {
-            keys.setEnabled(false);
-        } else if (session.isPaused()) {
+        std::string line;
+        const bool isOver = !std::getline(std::cin, line);
+        keys.setEnabled(!isOver);
+        if (session.isPaused()) {
             QTextStream(stdout) << "Going on." << Qt::endl;
             session.resume();
-        } else {
+        } else if (!isOver) {
             QTextStream(stdout) << "Paused; return goes on." << Qt::endl;
             session.pause();
         }
@@ -97,7 +98,9 @@ int main(int argc, char* argv[])
         parser.addOption({QString::fromLatin1(name), QString::fromLatin1(text), QString::fromLatin1(value),
                           QString::fromLatin1(standard)});
     };
-    option("host", "IPv4 address of a recorder; once for each.", "ADDR", "");
+    option("host", "IPv4 address of a recorder; once for each, or with the others behind it.", "ADDR", "");
+    parser.addPositionalArgument(QStringLiteral("ADDR"), QStringLiteral("More recorders."),
+                                 QStringLiteral("[ADDR...]"));
     option("from", "First time at which a recording may begin, in UTC.", "TIME", "");
     option("to", "Last time at which a recording may begin, in UTC. Without both, recordings of any time.",
            "TIME", "");

@@ -34,6 +34,8 @@ public:
             m_process.waitForFinished();
         }
     }
+    /// Bytes in a second for the downloads that follow, of a peer with a rate; 0 is as fast as it can.
+    void setRate(int bytes) { m_process.write(QByteArray::number(bytes) + '\n'); }
     QString errorText()
     {
         return m_process.errorString() + u' ' + QString::fromUtf8(m_process.readAllStandardError());

@@ -1,7 +1,7 @@
 """A packaged FTP server (pyftpdlib) for tests: port 21 of an address, anonymous users who may do everything.
 
 It says on standard output "port " with its port, "ready", "open" and "gone" for each control connection, and "cmd " with each command line
-that it gets. It ends when its standard input is closed.
+that it gets. A line on its standard input is the new rate of the downloads that follow; it ends when that is closed.
 """
 import argparse
 import os
@@ -34,8 +34,17 @@ def parse_arguments():
     parser.add_argument("--refuse", default="", help="command that is answered by 550")
     parser.add_argument("--no-size", action="store_true", help="SIZE is no command")
     parser.add_argument("--size-plus", type=int, default=0, help="what SIZE says too much")
+    parser.add_argument("--endless", action="store_true", help="a RETR never comes to its end")
+    parser.add_argument("--masquerade", help="address that replies to PASV name")
     parser.add_argument("--rate", type=int, default=0, help="bytes that a download brings in a second")
     return parser.parse_args()
+
+
+class Endless:
+    """Bytes without an end."""
+
+    def more(self):
+        return b"x" * 4096
 
 
 class Peer(FTPHandler):
@@ -61,6 +70,9 @@ class Peer(FTPHandler):
             return
         if cmd == "SIZE" and self.options.no_size:
             self.respond("500 Unknown command.")
+            return
+        if cmd == "RETR" and self.options.endless:
+            self.push_dtp_data(Endless(), isproducer=True, cmd="RETR")
             return
         if self.options.any_file is not None and cmd in ("CWD", "SIZE", "RETR"):
             self.answer_anything(cmd)
@@ -97,6 +109,7 @@ def main():
         authorizer.add_user(name, password, options.directory, perm=RIGHTS)
     Peer.options = options
     Peer.authorizer = authorizer
+    Peer.masquerade_address = options.masquerade
     Peer.dtp_handler = DTPHandler
     if options.rate:
         Peer.dtp_handler = ThrottledDTPHandler
@@ -105,7 +118,8 @@ def main():
     server = FTPServer((options.address, options.port), Peer)
 
     def end_with_input():
-        sys.stdin.read()
+        for line in sys.stdin:
+            ThrottledDTPHandler.read_limit = ThrottledDTPHandler.write_limit = int(line)
         os._exit(0)
 
     threading.Thread(target=end_with_input, daemon=True).start()

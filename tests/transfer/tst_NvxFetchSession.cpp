@@ -1,7 +1,4 @@
-#include "NvxQtCommon/transfer/NvxFetchSession.h"
-#include "tests/transfer/FtpCase.h"
-
-#include <algorithm>
+#include "tests/transfer/FetchCase.h"
 
 namespace {
 
@@ -9,39 +6,24 @@ const QString kFirst = QStringLiteral("127.94.6.1");
 const QString kSecond = QStringLiteral("127.94.6.2");
 const QString kNobody = QStringLiteral("127.94.6.99");
 
-QString recording(int serial, int minute)
-{
-    return QStringLiteral("REC%1_20210304_05%2%3.wav")
-        .arg(serial)
-        .arg(minute, 2, 10, QLatin1Char('0'))
-        .arg("00");
-}
-
-QByteArray pattern(int size, int seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    quint32 state = static_cast<quint32>(seed);
-    for (char& byte : bytes) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
-
 } // namespace
 
 /// Whole sessions, against packaged servers.
-class tst_NvxFetchSession : public FtpCase
+class tst_NvxFetchSession : public FetchCase
 {
     Q_OBJECT
 
 public:
-    tst_NvxFetchSession() : FtpCase(kFirst) {}
+    tst_NvxFetchSession() : FetchCase(kFirst) {}
 
 private Q_SLOTS:
-    void init();
-
     // --- happy flows
+    void waits_data();
+    void waits();
+    void waitsThatAreTold_data();
+    void waitsThatAreTold();
+    void settingsOfEachConnection_data();
+    void settingsOfEachConnection();
     void twoRecorders();
     void onlyTheRange();
     void nothingFound();
@@ -51,86 +33,111 @@ private Q_SLOTS:
     void emptyFiles();
     void pausedAndResumed();
     void pausedAheadOfTheFirstCommand();
+    void pausedAtEachCommand_data();
+    void pausedAtEachCommand();
     void pausedFromASlot();
     void pausedWhileNothingRuns();
     // --- rainy day flows
-    void recorderThatIsNotThere();
-    void recorderThatComesLater();
-    void refusedLogin();
-    void listingThatIsNeverAnswered();
-    void refusedFile();
-    void silentTransferIsTriedAgain();
-    void serverThatGoesAndComesBack();
-    void sizeThatIsAnother();
-    void hostileNames();
-    void sameNameTwice();
-    void folderThatIsNotThere();
     void pauseThatTheServerDoesNotOutlive();
     void cancelled_data();
     void cancelled();
     void cancelledFromASlot();
     void deletedWhileItRuns();
-
-private:
-    bool offer(const QString& folder, const QString& name, const QByteArray& bytes);
-    void run(const QStringList& hosts);
-    const NvxFetchResult* resultOf(const QString& name) const;
-    QStringList fetched() const { return QDir(m_client->path()).entryList(QDir::Files | QDir::Hidden); }
-
-    std::unique_ptr<QTemporaryDir> m_other;
-    std::unique_ptr<NvxFetchSession> m_session;
-    QList<NvxFetchResult> m_results;
-    QList<NvxFetchSummary> m_summaries;
-    QStringList m_hosts;
-    QStringList m_retries;
-    int m_started = 0;
 };
 
-void tst_NvxFetchSession::init()
+void tst_NvxFetchSession::waits_data()
 {
-    m_session.reset();
-    makeFolders();
-    m_other = std::make_unique<QTemporaryDir>();
-    m_results.clear();
-    m_summaries.clear();
-    m_hosts.clear();
-    m_retries.clear();
-    m_started = 0;
-    m_session = std::make_unique<NvxFetchSession>();
-    m_session->setDestDir(m_client->path());
-    m_session->setRetryWait(std::chrono::milliseconds(1));
-    m_session->setPassiveToPeer(true);
-    NvxFetchSession* const session = m_session.get();
-    connect(session, &NvxFetchSession::fileFinished, this,
-            [this](const NvxFetchResult& result) { m_results << result; });
-    connect(session, &NvxFetchSession::finished, this,
-            [this](const NvxFetchSummary& summary) { m_summaries << summary; });
-    connect(session, &NvxFetchSession::hostListed, this, [this](const QString& host, int count) {
-        m_hosts << QStringLiteral("%1 has %2").arg(host).arg(count);
+    QTest::addColumn<int>("first");
+    QTest::addColumn<int>("attempts");
+    QTest::addColumn<int>("wait");
+    QTest::newRow("none yet") << 1000 << 0 << 1000;
+    QTest::newRow("first") << 1000 << 1 << 1000;
+    QTest::newRow("second") << 1000 << 2 << 2000;
+    QTest::newRow("sixth") << 1000 << 6 << 32000;
+    QTest::newRow("as long as it gets") << 1000 << 7 << 60000;
+    QTest::newRow("and no longer") << 1000 << 1000000 << 60000;
+    QTest::newRow("long ones") << 60000 << 1000000 << 60000;
+    QTest::newRow("none") << 0 << 5 << 0;
+}
+
+void tst_NvxFetchSession::waits()
+{
+    QFETCH(const int, first);
+    QFETCH(const int, attempts);
+    QFETCH(const int, wait);
+    QCOMPARE(NvxFetchSession::waitAfter(std::chrono::milliseconds(first), attempts).count(), wait);
+}
+
+void tst_NvxFetchSession::waitsThatAreTold_data()
+{
+    QTest::addColumn<int>("set");
+    QTest::addColumn<QList<int>>("told");
+    QTest::newRow("until set") << -1 << QList<int>{1000};
+    QTest::newRow("doubled") << 2 << QList<int>{2, 4, 8, 16};
+    QTest::newRow("too long") << 1000000 << QList<int>{60000};
+    QTest::newRow("below none") << -5 << QList<int>{0, 0, 0, 0};
+}
+
+void tst_NvxFetchSession::waitsThatAreTold()
+{
+    QFETCH(const int, set);
+    QFETCH(const QList<int>, told);
+    serve({QStringLiteral("--refuse"), QStringLiteral("RETR")});
+    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
+    NvxFetchSession session;
+    session.setDestDir(m_client->path());
+    session.setMaxAttempts(5);
+    if (set != -1)
+        session.setRetryWait(std::chrono::milliseconds(set));
+    QList<int> waitsOfFiles;
+    QList<int> waitsOfHosts;
+    connect(&session, &NvxFetchSession::fileRetried, this,
+            [&](const QString&, const QString&, const QString&, int wait) { waitsOfFiles << wait; });
+    connect(&session, &NvxFetchSession::hostRetried, this,
+            [&](const QString& host, const QString& error, int wait) {
+                waitsOfHosts << wait;
+                QCOMPARE(host, kNobody);
+                QCOMPARE(error, "Connection refused to host " + kNobody);
+            });
+    session.start({kFirst, kNobody}, {}, {}, true);
+    QTRY_COMPARE(waitsOfFiles, told);
+    QTRY_COMPARE(waitsOfHosts, told);
+}
+
+void tst_NvxFetchSession::settingsOfEachConnection_data()
+{
+    QTest::addColumn<bool>("isSet");
+    QTest::addColumn<int>("limit");
+    QTest::newRow("until set") << false << 60000;
+    QTest::newRow("set") << true << 4000;
+}
+
+void tst_NvxFetchSession::settingsOfEachConnection()
+{
+    QFETCH(const bool, isSet);
+    QFETCH(const int, limit);
+    serve();
+    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
+    NvxFetchSession session;
+    session.setDestDir(m_client->path());
+    if (isSet) {
+        session.setInactivityLimit(std::chrono::milliseconds(limit));
+        session.setPassiveToPeer(true);
+    }
+    QSignalSpy finished(&session, &NvxFetchSession::finished);
+    int started = 0;
+    connect(&session, &NvxFetchSession::fileStarted, this, [&] {
+        const NvxFtp& ftp = session.findChild<NvxFtpDownloadRequest*>()->ftp();
+        QCOMPARE(ftp.inactivityLimit(), limit);
+        QCOMPARE(ftp.isPassiveToPeer(), isSet);
+        ++started;
     });
-    connect(session, &NvxFetchSession::hostFailed, this,
-            [this](const QString& host, const QString& error) { m_hosts << host + ": " + error; });
-    connect(session, &NvxFetchSession::fileRetried, this,
-            [this](const QString&, const QString&, const QString& error) { m_retries << error; });
-    connect(session, &NvxFetchSession::fileStarted, this, [this] { ++m_started; });
-}
-
-bool tst_NvxFetchSession::offer(const QString& folder, const QString& name, const QByteArray& bytes)
-{
-    return QDir(folder).mkpath(QStringLiteral("Data")) && makeFile(folder + "/Data/" + name, bytes);
-}
-
-void tst_NvxFetchSession::run(const QStringList& hosts)
-{
-    m_session->start(hosts, QDateTime(QDate(2021, 3, 4), QTime(5, 0), Qt::UTC),
-                     QDateTime(QDate(2021, 3, 4), QTime(5, 59), Qt::UTC), false);
-}
-
-const NvxFetchResult* tst_NvxFetchSession::resultOf(const QString& name) const
-{
-    const auto found =
-        std::ranges::find_if(m_results, [&](const auto& result) { return result.name == name; });
-    return found == m_results.cend() ? nullptr : &*found;
+    session.start({kFirst}, {}, {}, true);
+    const NvxFtp* const listing = session.findChild<HydFtpFileFinder*>()->connections().first();
+    QCOMPARE(listing->inactivityLimit(), limit);
+    QCOMPARE(listing->isPassiveToPeer(), isSet);
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(started, 1);
 }
 
 void tst_NvxFetchSession::twoRecorders()
@@ -306,6 +313,47 @@ void tst_NvxFetchSession::pausedAheadOfTheFirstCommand()
     QCOMPARE(m_results[0].attempts, 1);
 }
 
+void tst_NvxFetchSession::pausedAtEachCommand_data()
+{
+    QTest::addColumn<int>("command");
+    QTest::addColumn<int>("starts");
+    // Only a download that has begun goes on over the same connection.
+    QTest::newRow("connection") << int(QFtp::ConnectToHost) << 2;
+    QTest::newRow("login") << int(QFtp::Login) << 2;
+    QTest::newRow("directory") << int(QFtp::Cd) << 2;
+    QTest::newRow("file") << int(QFtp::Get) << 1;
+    QTest::newRow("goodbye") << int(QFtp::Close) << 1;
+}
+
+void tst_NvxFetchSession::pausedAtEachCommand()
+{
+    QFETCH(const int, command);
+    QFETCH(const int, starts);
+    bool wasPaused = false;
+    serve();
+    QVERIFY(offer(m_server->path(), recording(7, 1), "right"));
+    // What a download that goes on ahead of its directory would get.
+    QVERIFY(makeFile(remote(recording(7, 1)), "wrong"));
+    connect(m_session.get(), &NvxFetchSession::fileStarted, this, [&] {
+        NvxFtp* const ftp = &m_session->findChildren<NvxFtpDownloadRequest*>().last()->ftp();
+        connect(ftp, &QFtp::commandStarted, this, [&, ftp] {
+            if (ftp->currentCommand() == command && !std::exchange(wasPaused, true))
+                m_session->pause();
+        });
+    });
+    run({kFirst});
+    QTRY_VERIFY(m_session->isPaused());
+    m_session->resume();
+    QTRY_COMPARE(m_summaries.size(), 1);
+    QCOMPARE(fileBytes(local(recording(7, 1))), QByteArray("right"));
+    QCOMPARE(fetched().size(), 1);
+    // A pause is no failure.
+    QCOMPARE(m_results[0].attempts, 1);
+    QCOMPARE(m_retries, QStringList());
+    QCOMPARE(m_started, starts);
+    QCOMPARE(m_session->bytesDone(), 5);
+}
+
 void tst_NvxFetchSession::pausedFromASlot()
 {
     serve();
@@ -333,186 +381,6 @@ void tst_NvxFetchSession::pausedWhileNothingRuns()
     m_session->resume();
     QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
     QCOMPARE(m_summaries[0].fetched, 1);
-}
-
-void tst_NvxFetchSession::recorderThatIsNotThere()
-{
-    serve();
-    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
-    run({kNobody, kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_summaries[0].fetched, 1);
-    QCOMPARE(m_summaries[0].failedHosts, QStringList(kNobody + ": Connection refused to host " + kNobody));
-    QVERIFY(!m_summaries[0].isWhole());
-    m_hosts.sort();
-    QCOMPARE(m_hosts, QStringList({kFirst + " has 1", kNobody + ": Connection refused to host " + kNobody}));
-}
-
-void tst_NvxFetchSession::recorderThatComesLater()
-{
-    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
-    m_session->setMaxAttempts(1000);
-    m_session->setRetryWait(std::chrono::milliseconds(1));
-    run({kFirst});
-    // Meanwhile it is refused, again and again.
-    serve();
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 30000);
-    QCOMPARE(m_summaries[0].fetched, 1);
-}
-
-void tst_NvxFetchSession::refusedLogin()
-{
-    serve({QStringLiteral("--refuse"), QStringLiteral("USER")});
-    run({kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_hosts, QStringList(kFirst + ": Login failed:\nRefused on demand."));
-    // Each try is a connection of its own.
-    QCOMPARE(m_peer->commands(QStringLiteral("USER")).size(), 3);
-}
-
-void tst_NvxFetchSession::listingThatIsNeverAnswered()
-{
-    serve({QStringLiteral("--silent"), QStringLiteral("LIST")});
-    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
-    m_session->setInactivityLimit(std::chrono::milliseconds(300));
-    m_session->setMaxAttempts(2);
-    run({kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_summaries[0].failedHosts.size(), 1);
-    QCOMPARE(m_peer->commands(QStringLiteral("LIST")).size(), 2);
-}
-
-void tst_NvxFetchSession::refusedFile()
-{
-    serve({QStringLiteral("--refuse"), QStringLiteral("RETR")});
-    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
-    QVERIFY(makeFile(local(recording(7, 1)), "older"));
-    run({kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_results.size(), 1);
-    QCOMPARE(m_results[0].outcome, NvxFetchResult::Failed);
-    QCOMPARE(m_results[0].attempts, 3);
-    QCOMPARE(m_results[0].error, "Downloading file failed:\nRefused on demand., " + recording(7, 1));
-    QCOMPARE(m_results[0].localPath, QString());
-    QCOMPARE(m_retries.size(), 2);
-    QCOMPARE(m_summaries[0].failed, 1);
-    QVERIFY(!m_summaries[0].isWhole());
-    QCOMPARE(m_session->bytesDone(), 0);
-    // What was there stays, and nothing else is left.
-    QCOMPARE(fetched(), QStringList(recording(7, 1)));
-    QCOMPARE(fileBytes(local(recording(7, 1))), QByteArray("older"));
-}
-
-void tst_NvxFetchSession::silentTransferIsTriedAgain()
-{
-    serve({QStringLiteral("--silent"), QStringLiteral("RETR")});
-    for (int i = 0; i < 4; ++i)
-        QVERIFY(offer(m_server->path(), recording(7, i), "1"));
-    m_session->setInactivityLimit(std::chrono::milliseconds(300));
-    m_session->setMaxAttempts(2);
-    run({kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 30000);
-    QCOMPARE(m_summaries[0].failed, 4);
-    QCOMPARE(m_retries.size(), 4);
-    QCOMPARE(fetched(), QStringList());
-}
-
-void tst_NvxFetchSession::serverThatGoesAndComesBack()
-{
-    serve({QStringLiteral("--rate"), QStringLiteral("300000")});
-    for (int i = 0; i < 4; ++i)
-        QVERIFY(offer(m_server->path(), recording(7, i), pattern(300000, i)));
-    m_session->setMaxAttempts(1000);
-    QSignalSpy progress(m_session.get(), &NvxFetchSession::fileProgress);
-    run({kFirst});
-    QTRY_VERIFY_WITH_TIMEOUT(progress.size() > 3, 20000);
-    m_peer->stop();
-    // Those under way break off; those that follow find nobody.
-    QTRY_VERIFY_WITH_TIMEOUT(
-        std::ranges::any_of(
-            m_retries,
-            [](const QString& text) { return text.startsWith(QLatin1String("Connection refused")); }),
-        20000);
-    serve();
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 60000);
-    QCOMPARE(m_summaries[0].fetched, 4);
-    for (int i = 0; i < 4; ++i)
-        QVERIFY(fileBytes(local(recording(7, i))) == pattern(300000, i));
-    QCOMPARE(fetched().size(), 4);
-}
-
-void tst_NvxFetchSession::sizeThatIsAnother()
-{
-    // The listing promises what isn't there.
-    QVERIFY(makeFile(m_other->filePath(QStringLiteral("list")),
-                     "-rw-r--r-- 1 ftp ftp 5 Mar 04 05:01 " + recording(7, 1).toLatin1() +
-                         "\r\n-rw-r--r-- 1 ftp ftp 2 Mar 04 05:02 " + recording(7, 2).toLatin1() + "\r\n"));
-    serve({QStringLiteral("--listing"), m_other->filePath(QStringLiteral("list"))});
-    QVERIFY(offer(m_server->path(), recording(7, 1), "123"));
-    QVERIFY(offer(m_server->path(), recording(7, 2), "123"));
-    run({kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_summaries[0].failed, 2);
-    QCOMPARE(resultOf(recording(7, 1))->error, QStringLiteral("3 bytes came instead of 5"));
-    QCOMPARE(resultOf(recording(7, 2))->error, QStringLiteral("3 bytes came instead of 2"));
-    QCOMPARE(resultOf(recording(7, 1))->attempts, 3);
-    QCOMPARE(fetched(), QStringList());
-}
-
-void tst_NvxFetchSession::hostileNames()
-{
-    QByteArray listing;
-    const QByteArrayList names{"../evil.wav",
-                               "/evil.wav",
-                               "..\\evil.wav",
-                               "C:evil.wav",
-                               "NUL.wav",
-                               "a/b.wav",
-                               QByteArray(251, 'n') + ".wav"};
-    for (const QByteArray& name : names)
-        listing += "-rw-r--r-- 1 ftp ftp 4 Mar 04 05:01 " + name + "\r\n";
-    QVERIFY(makeFile(m_other->filePath(QStringLiteral("list")), listing));
-    serve({QStringLiteral("--listing"), m_other->filePath(QStringLiteral("list")),
-           QStringLiteral("--any-file"), QStringLiteral("evil")});
-    m_session->start({kFirst}, {}, {}, true);
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_summaries[0].failed, names.size());
-    for (const NvxFetchResult& result : std::as_const(m_results)) {
-        QCOMPARE(result.error, QStringLiteral("The name is not a bare file name"));
-        QCOMPARE(result.attempts, 0);
-    }
-    QCOMPARE(fetched(), QStringList());
-    QCOMPARE(m_peer->commands(QStringLiteral("RETR")), QStringList());
-}
-
-void tst_NvxFetchSession::sameNameTwice()
-{
-    serve();
-    FtpPeer second;
-    QVERIFY2(second.start(kSecond, m_other->path()), qPrintable(second.errorText()));
-    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
-    QVERIFY(offer(m_other->path(), recording(7, 1), "2"));
-    run({kFirst, kSecond});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_summaries[0].fetched, 1);
-    QCOMPARE(m_summaries[0].failed, 1);
-    const auto refused = std::ranges::find_if(
-        m_results, [](const auto& result) { return result.outcome == NvxFetchResult::Failed; });
-    QCOMPARE(refused->error, QStringLiteral("Another file has the same name"));
-    QCOMPARE(fileBytes(local(recording(7, 1))), QByteArray(refused->host == kFirst ? "2" : "1"));
-}
-
-void tst_NvxFetchSession::folderThatIsNotThere()
-{
-    serve();
-    QVERIFY(offer(m_server->path(), recording(7, 1), "1"));
-    m_session->setDestDir(local(QStringLiteral("missing")));
-    run({kFirst});
-    QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 20000);
-    QCOMPARE(m_results.size(), 1);
-    QCOMPARE(m_results[0].error, QStringLiteral("No such file or directory"));
-    QCOMPARE(m_peer->commands(QStringLiteral("RETR")), QStringList());
-    QCOMPARE(fetched(), QStringList());
 }
 
 void tst_NvxFetchSession::pauseThatTheServerDoesNotOutlive()
