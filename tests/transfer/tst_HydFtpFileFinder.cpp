@@ -60,6 +60,7 @@ private Q_SLOTS:
     void singleEntries_data();
     void singleEntries();
     void silenceCountsFromTheLastBatch();
+    void entriesOfEachConnection();
     // --- rainy day flows
     void noAddress();
     void recorderThatIsNotThere();
@@ -269,6 +270,19 @@ void tst_HydFtpFileFinder::silenceCountsFromTheLastBatch()
     const int left = finder.collectTimer()->remainingTime();
     finder.handleListInfoS({});
     QVERIFY(finder.collectTimer()->remainingTime() > left);
+}
+
+void tst_HydFtpFileFinder::entriesOfEachConnection()
+{
+    HydFtpFileFinder finder;
+    finder.initialize(false);
+    QList<QString> addresses{kNobody, kNobody};
+    finder.findFilesInTimeRange(addresses, m_start, m_end);
+    // The client of this library tells batches alone, but whatever it tells is heard.
+    Q_EMIT finder.connections()[0]->listInfo(entry(QStringLiteral("a.wav"), utc(5, 0, 0)));
+    Q_EMIT finder.connections()[1]->listInfo(entry(QStringLiteral("b.wav"), utc(5, 0, 0)));
+    Q_EMIT finder.connections()[1]->listInfoS({entry(QStringLiteral("c.wav"), utc(5, 0, 0))});
+    QCOMPARE(names(finder.files()), QStringList({"a.wav", "b.wav", "c.wav"}));
 }
 
 void tst_HydFtpFileFinder::noAddress()

@@ -23,16 +23,24 @@ private Q_SLOTS:
     void pauseAndResume();
     void secondPauseAndResumeDoNothing();
     void cancelled();
+    void bytesThatAreNotItsOwn_data();
+    void bytesThatAreNotItsOwn();
     // --- rainy day flows
     void errorsAreLogged();
+    void bytesBehindTheEnd();
     void pausedHandlerPassesOver();
     void fileThatCannotBeOpened();
     void fullDisk();
     void refusedName();
     void resumeAheadOfTheEndOfThePause();
+    void resumedAheadOfItsDirectory();
+    void resumedRemoval();
 
 private:
     using Handler = NvxFtpDownloadHandler;
+
+    /// Pauses the handler when its request begins this command.
+    void pauseAt(Request& request, Handler& handler, QFtp::Command command);
 };
 
 void tst_NvxFtpDownloadHandler::newHandler()
@@ -95,10 +103,6 @@ void tst_NvxFtpDownloadHandler::writesWhatComes()
     QCOMPARE(flushed, bytes.size());
     QVERIFY(fileBytes(local(QStringLiteral("b"))) == bytes);
     QCOMPARE(fileError.size(), 0);
-    // A regime that isn't a download's any more writes nothing.
-    request->setWorkRegime(Request::RemoveWork);
-    Q_EMIT request->readyRead();
-    QVERIFY(fileBytes(local(QStringLiteral("b"))) == bytes);
 }
 
 void tst_NvxFtpDownloadHandler::everyPieceIsFlushed()
@@ -194,10 +198,47 @@ void tst_NvxFtpDownloadHandler::cancelled()
     QVERIFY(handler.isCancelled());
     const qint64 size = QFileInfo(request->localPath()).size();
     QVERIFY(size > 0);
-    Q_EMIT request->readyRead();
     QTRY_COMPARE_WITH_TIMEOUT(done.size(), 1, 20000);
     QCOMPARE(QFileInfo(request->localPath()).size(), size);
     QCOMPARE(m_told, QStringList("complete"));
+}
+
+void tst_NvxFtpDownloadHandler::bytesThatAreNotItsOwn_data()
+{
+    QTest::addColumn<QString>("what");
+    QTest::addColumn<bool>("taken");
+    for (const char* what : {"cancelled", "paused", "removal", "no work", "refused name"})
+        QTest::newRow(what) << QString::fromLatin1(what) << false;
+    QTest::newRow("download") << QStringLiteral("download") << true;
+}
+
+void tst_NvxFtpDownloadHandler::bytesThatAreNotItsOwn()
+{
+    QFETCH(const QString, what);
+    QFETCH(const bool, taken);
+    serve();
+    QVERIFY(offer(QStringLiteral("a"), "12345"));
+    const bool isRefused = what == u"refused name";
+    const auto request = makeRequest(QStringLiteral("a"), Request::DownloadWork,
+                                     isRefused ? QStringLiteral("../a") : QString());
+    // Bytes that wait, since nobody reads them, and a connection on which nothing runs that would drop them.
+    request->ftp().connectToRecorder();
+    request->ftp().get(QStringLiteral("Data/a"));
+    QVERIFY(waitForDone(*request, false));
+    QCOMPARE(request->ftp().bytesAvailable(), 5);
+    Handler handler(request.get());
+    if (what == u"cancelled")
+        handler.cancel();
+    else if (what == u"paused")
+        handler.pause();
+    else if (what == u"removal")
+        request->setWorkRegime(Request::RemoveWork);
+    else if (what == u"no work")
+        request->setWorkRegime(Request::NoWork);
+    Q_EMIT request->readyRead();
+    QCOMPARE(request->ftp().bytesAvailable(), taken ? 0 : 5);
+    QCOMPARE(fileBytes(local(QStringLiteral("a"))),
+             isRefused ? QByteArray("none") : QByteArray(taken ? "12345" : ""));
 }
 
 void tst_NvxFtpDownloadHandler::errorsAreLogged()
@@ -211,9 +252,22 @@ void tst_NvxFtpDownloadHandler::errorsAreLogged()
     handler.handleDownloadComplete(request->requestId(), true);
     handler.handleRemoveComplete(request->requestId(), true);
     QCOMPARE(log.lines(), QStringList({"Download Error: Unknown error", "Remove Error: Unknown error"}));
+}
+
+void tst_NvxFtpDownloadHandler::bytesBehindTheEnd()
+{
+    serve();
+    QVERIFY(offer(QStringLiteral("a"), "12345"));
+    const auto request = makeRequest(QStringLiteral("a"));
+    request->ftp().connectToRecorder();
+    request->ftp().get(QStringLiteral("Data/a"));
+    QVERIFY(waitForDone(*request, false));
+    Handler handler(request.get());
+    handler.handleDownloadComplete(request->requestId(), false);
     // The file is closed: what still comes isn't written, and nobody warns.
     Q_EMIT request->readyRead();
     QCOMPARE(fileBytes(request->localPath()), QByteArray());
+    QCOMPARE(request->fileErrorString(), QString());
 }
 
 void tst_NvxFtpDownloadHandler::pausedHandlerPassesOver()
@@ -242,6 +296,7 @@ void tst_NvxFtpDownloadHandler::fileThatCannotBeOpened()
     QVERIFY(waitForDone(*request, false));
     // By design: the download itself succeeds.
     QCOMPARE(m_told, QStringList("complete"));
+    QCOMPARE(request->fileErrorString(), QStringLiteral("No such file or directory"));
     QCOMPARE(log.lines(), QStringList());
     handler.pause();
     handler.resume();
@@ -262,6 +317,7 @@ void tst_NvxFtpDownloadHandler::fullDisk()
     QVERIFY(waitForDone(*request, false));
     QCOMPARE(m_told, QStringList("complete"));
     QCOMPARE(log.lines().size(), 1);
+    QCOMPARE(request->fileErrorString(), QStringLiteral("No space left on device"));
 }
 
 void tst_NvxFtpDownloadHandler::refusedName()
@@ -294,6 +350,53 @@ void tst_NvxFtpDownloadHandler::resumeAheadOfTheEndOfThePause()
     QCOMPARE(done[0][0].toBool(), true);
     QVERIFY(!request->ftp().hasPendingCommands());
     QCOMPARE(request->ftp().currentId(), 0);
+}
+
+void tst_NvxFtpDownloadHandler::pauseAt(Request& request, Handler& handler, QFtp::Command command)
+{
+    NvxFtp* const ftp = &request.ftp();
+    connect(ftp, &QFtp::commandStarted, &handler, [ftp, &handler, command] {
+        if (ftp->currentCommand() == command)
+            handler.pause();
+    });
+}
+
+void tst_NvxFtpDownloadHandler::resumedAheadOfItsDirectory()
+{
+    serve();
+    QVERIFY(offer(QStringLiteral("a"), "right"));
+    QVERIFY(makeFile(remote(QStringLiteral("a")), "wrong"));
+    const auto request = makeRequest(QStringLiteral("a"));
+    Handler handler(request.get());
+    pauseAt(*request, handler, QFtp::Cd);
+    request->startDownload();
+    QVERIFY(waitForDone(*request, true));
+    handler.resume();
+    QVERIFY(waitForDone(*request, false));
+    // Intended: only the download is asked for again, so it is that of the directory of the login.
+    QCOMPARE(fileBytes(request->localPath()), QByteArray("wrong"));
+    QVERIFY(m_peer->waitForLine(QStringLiteral("gone")));
+    QCOMPARE(m_peer->commands(QStringLiteral("CWD")), QStringList());
+}
+
+void tst_NvxFtpDownloadHandler::resumedRemoval()
+{
+    serve();
+    QVERIFY(offer(QStringLiteral("a"), "12345"));
+    const auto request = makeRequest(QStringLiteral("a"), Request::RemoveWork);
+    Handler handler(request.get());
+    pauseAt(*request, handler, QFtp::Remove);
+    request->startRemove();
+    QVERIFY(waitForDone(*request, true));
+    handler.resume();
+    QVERIFY(waitForDone(*request, false));
+    QVERIFY(m_peer->waitForLine(QStringLiteral("gone")));
+    // Intended: it has become a download that nobody reads.
+    QCOMPARE(m_peer->commands(QStringLiteral("DELE")), QStringList());
+    QCOMPARE(m_peer->commands(QStringLiteral("RETR")), QStringList("RETR a"));
+    QCOMPARE(request->ftp().bytesAvailable(), 5);
+    QCOMPARE(fileBytes(remote(QStringLiteral("Data/a"))), QByteArray("12345"));
+    QVERIFY(!QFile::exists(request->localPath()));
 }
 
 int main(int argc, char* argv[])

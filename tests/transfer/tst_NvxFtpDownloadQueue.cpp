@@ -1,5 +1,6 @@
 #include "NvxQtCommon/settings/OutputFolder.h"
 #include "NvxQtCommon/transfer/NvxFtpDownloadQueue.h"
+#include "tests/support/LogSpy.h"
 #include "tests/transfer/RequestCase.h"
 
 #include <vector>
@@ -40,6 +41,9 @@ private Q_SLOTS:
     void aRefusedConnectionKeepsItsSlot();
     void completeWhilePaused();
     void failuresLeaveTheQueue();
+    void failuresAreLoggedByTheirWork_data();
+    void failuresAreLoggedByTheirWork();
+    void cancelAllBeginsAtTheFirst();
     void deletedRequestsLeave();
     void queueDeletedWhileItRuns();
     void cancelAllWithSlotsThatRemove();
@@ -482,6 +486,47 @@ void tst_NvxFtpDownloadQueue::failuresLeaveTheQueue()
     // There is no second try.
     m_queue->startQueuedRequests();
     QCOMPARE(m_queue->numInProgress(), 0);
+}
+
+void tst_NvxFtpDownloadQueue::failuresAreLoggedByTheirWork_data()
+{
+    QTest::addColumn<int>("regime");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("download") << int(Request::DownloadWork)
+                              << "Download Error: Downloading file failed:\nRefused on demand.";
+    QTest::newRow("removal") << int(Request::RemoveWork)
+                             << "Remove Error: Removing file failed:\nRefused on demand.";
+}
+
+void tst_NvxFtpDownloadQueue::failuresAreLoggedByTheirWork()
+{
+    QFETCH(const int, regime);
+    QFETCH(const QString, line);
+    serve({QStringLiteral("--refuse"), regime == Request::DownloadWork ? "RETR" : "DELE"});
+    QVERIFY(offer(QStringLiteral("a"), "A"));
+    add(QStringLiteral("a"), Request::WorkRegime(regime));
+    QSignalSpy finished(m_queue.get(), &Queue::signalProcTaskComplete);
+    LogSpy log;
+    m_queue->startQueuedRequests();
+    QTRY_COMPARE(finished.size(), 1);
+    // By the handler, which is told ahead of the queue that lets it go.
+    QCOMPARE(log.lines(), QStringList(line));
+}
+
+void tst_NvxFtpDownloadQueue::cancelAllBeginsAtTheFirst()
+{
+    m_queue->setMaxDownloads(1);
+    Request* const idle = add(QStringLiteral("a"), Request::NoWork);
+    add(QStringLiteral("b"));
+    const Request* const late = add(QStringLiteral("c"));
+    // Its look has passed over the first one.
+    m_queue->startQueuedRequests();
+    QCOMPARE(m_queue->numPending(), 2);
+    idle->setWorkRegime(Request::DownloadWork);
+    m_queue->cancelAll();
+    m_queue->startNext();
+    QVERIFY(m_queue->isInProgress(idle->requestId()));
+    QVERIFY(!m_queue->isInProgress(late->requestId()));
 }
 
 void tst_NvxFtpDownloadQueue::deletedRequestsLeave()
