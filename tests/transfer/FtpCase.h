@@ -1,8 +1,8 @@
 #pragma once
 
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/OwnNetwork.h"
 #include "tests/transfer/FtpPeer.h"
-#include "tests/transfer/OwnNetwork.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "NvxQtCommon/transfer/CFtpProc.h"
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/OwnNetwork.h"
 #include "tests/transfer/FtpPeer.h"
-#include "tests/transfer/OwnNetwork.h"
 #include "tests/transfer/VsftpdPeer.h"
 
 #include <QCoreApplication>
