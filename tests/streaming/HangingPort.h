@@ -33,6 +33,20 @@ public:
     HangingPort& operator=(const HangingPort&) = delete;
 
     quint16 port() const { return ntohs(m_address.sin_port); }
+    /// Takes one connection out of the queue, which then has room for one that hung; false if there was none.
+    bool letIn()
+    {
+        const int accepted = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (accepted >= 0)
+            m_sockets.push_back(accepted);
+        return accepted >= 0;
+    }
+    /// From now on the port refuses.
+    void shut()
+    {
+        std::erase(m_sockets, m_listener);
+        close(m_listener);
+    }
 
 private:
     sockaddr* address() { return reinterpret_cast<sockaddr*>(&m_address); }
