@@ -39,7 +39,7 @@ const QString kFaultHelp = QStringLiteral(
     "Adds a fault: NAME[:KEY=NUMBER,...]. Keys: value (depends on the fault), after (occasions that pass "
     "first), times (strikes in all, 0 for no limit), chance (0 to 1), on (control, discovery, wave, "
     "spectrum, "
-    "sensor, epoch, streams, all). Names: ");
+    "sensor, epoch, streams, all). Names (those from status on are of array controllers): ");
 
 void addOptions(QCommandLineParser& parser)
 {

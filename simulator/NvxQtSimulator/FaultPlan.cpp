@@ -33,16 +33,25 @@ constexpr std::array kFaultNames{
     std::pair{Fault::Duplicate, "duplicate"},
     std::pair{Fault::Slow, "slow"},
     std::pair{Fault::Refuse, "refuse"},
+    std::pair{Fault::Status, "status"},
+    std::pair{Fault::Empty, "empty"},
+    std::pair{Fault::Malformed, "malformed"},
+    std::pair{Fault::ForeignSerial, "foreign-serial"},
+    std::pair{Fault::MissingChannel, "missing-channel"},
+    std::pair{Fault::FrameLength, "frame-length"},
+    std::pair{Fault::BandWidth, "band-width"},
 };
 
 constexpr std::array kChannelNames{
     std::pair{FaultOnControl, "control"}, std::pair{FaultOnDiscovery, "discovery"},
     std::pair{FaultOnWave, "wave"},       std::pair{FaultOnSpectrum, "spectrum"},
     std::pair{FaultOnSensor, "sensor"},   std::pair{FaultOnEpoch, "epoch"},
-    std::pair{FaultOnStreams, "streams"}, std::pair{FaultOnAll, "all"},
+    std::pair{FaultOnStreams, "streams"}, std::pair{FaultOnHttp, "http"},
+    std::pair{FaultOnFtp, "ftp"},         std::pair{FaultOnFrames, "frames"},
+    std::pair{FaultOnAll, "all"},
 };
 
-std::optional<uint8_t> faultChannelFromText(const QString& text)
+std::optional<uint16_t> faultChannelFromText(const QString& text)
 {
     for (const auto& [channel, name] : kChannelNames)
         if (text == QLatin1String(name))

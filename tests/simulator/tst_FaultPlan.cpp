@@ -38,19 +38,19 @@ private Q_SLOTS:
         QCOMPARE(rule->after, 20U);
         QCOMPARE(rule->times, 1U);
         QCOMPARE(rule->chance, 0.5);
-        QCOMPARE(rule->on, uint8_t{FaultOnWave});
+        QCOMPARE(rule->on, uint16_t{FaultOnWave});
     }
 
     void everyNameReadsBack()
     {
         const QStringList names = FaultRule::names();
-        QCOMPARE(names.size(), int(Fault::Refuse) + 1);
+        QCOMPARE(names.size(), int(Fault::BandWidth) + 1);
         for (int i = 0; i < names.size(); ++i) {
             const auto rule = FaultRule::fromText(names[i]);
             QVERIFY2(rule, qPrintable(names[i]));
             QCOMPARE(rule->fault, Fault(i));
             QCOMPARE(FaultRule::name(rule->fault), names[i]);
-            QCOMPARE(rule->on, uint8_t{FaultOnAll});
+            QCOMPARE(rule->on, uint16_t{FaultOnAll});
         }
     }
 
