@@ -54,6 +54,10 @@ void addOptions(QCommandLineParser& parser)
     option("type", QStringLiteral("Device type: 5, 7 or 15."), "N", QString::number(defaults.identity.type));
     option("serial", QStringLiteral("Serial number of the first recorder; each further one takes the next."),
            "N", QString::number(defaults.identity.serial));
+    option("serial-rate",
+           QStringLiteral("Baud rate at which each recorder also answers on a serial line, whose name is "
+                          "printed; 0 for no line."),
+           "bit/s", QString::number(defaults.serialRate));
     option("rate", QStringLiteral("Sample rate, 1 to 512000."), "Hz", QString::number(defaults.sampleRate));
     option("depth", QStringLiteral("Bits of a sample: 16, 24 or 32."), "bits",
            QString::number(defaults.bitDepth));
@@ -179,6 +183,7 @@ RecorderSettings readSettings(const QCommandLineParser& parser, OptionReader& re
         type >= 0)
         settings.identity.type = kTypes[static_cast<size_t>(type)];
     settings.identity.serial = static_cast<uint16_t>(reader.number("serial", 1, 65535));
+    settings.serialRate = static_cast<uint32_t>(reader.number("serial-rate", 0, 2000000));
     settings.sampleRate = static_cast<uint32_t>(reader.number("rate", 1, 512000));
     const int depth =
         reader.choice("depth", {QStringLiteral("16"), QStringLiteral("24"), QStringLiteral("32")});

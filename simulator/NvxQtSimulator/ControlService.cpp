@@ -61,31 +61,36 @@ void ControlService::acceptConnections()
     }
 }
 
-ControlSession::ControlSession(QTcpSocket* socket, RecorderState* state, QObject* parent)
-    : QObject(parent), m_socket(socket), m_state(state), m_link(socket, state, FaultOnControl, this),
+ControlSession::ControlSession(QIODevice* channel, RecorderState* state, QObject* parent)
+    : QObject(parent), m_channel(channel), m_state(state), m_link(channel, state, FaultOnControl, this),
       m_received(kCommandBufferSize)
 {
-    m_socket->setParent(this);
-    connect(m_socket, &QTcpSocket::readyRead, this, &ControlSession::readRequests);
-    connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
-    connect(m_state, &RecorderState::restarted, m_socket, &QTcpSocket::disconnectFromHost);
+    m_channel->setParent(this);
+    connect(m_channel, &QIODevice::readyRead, this, &ControlSession::readRequests);
+    if (auto* socket = qobject_cast<QTcpSocket*>(m_channel)) {
+        connect(socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
+        connect(m_state, &RecorderState::restarted, socket, &QTcpSocket::disconnectFromHost);
+    } else {
+        // The cable of a recorder that restarts stays where it is.
+        connect(m_channel, &QIODevice::aboutToClose, this, &QObject::deleteLater);
+    }
 }
 
 ControlSession::~ControlSession()
 {
-    FaultyLink::retire(m_socket);
+    FaultyLink::retire(m_channel);
 }
 
 void ControlSession::readRequests()
 {
     const QPointer<ControlSession> self(this);
     std::array<unsigned char, kCommandBufferSize> piece;
-    while (m_socket->bytesAvailable() > 0) {
+    while (m_channel->bytesAvailable() > 0) {
         // A command that fills the whole buffer and still isn't whole is no command.
         if (m_received.freeSpace() == 0)
             m_received.skip(1);
-        const qint64 count = m_socket->read(reinterpret_cast<char*>(piece.data()),
-                                            static_cast<qint64>(m_received.freeSpace()));
+        const qint64 count = m_channel->read(reinterpret_cast<char*>(piece.data()),
+                                             static_cast<qint64>(m_received.freeSpace()));
         if (count <= 0)
             return;
         m_received.write(piece.data(), static_cast<unsigned long long>(count));
@@ -169,7 +174,7 @@ void ControlSession::reply(std::shared_ptr<HydControlMsgPayload> payload)
         ++m_state->counters.channelsCut;
         qInfo("Simulated recorder %u: a client that takes no replies is cut off",
               unsigned{m_state->identity().serial});
-        FaultyLink::resetConnection(m_socket);
+        FaultyLink::resetConnection(m_channel);
         return;
     }
     const std::vector<uint8_t> frame = HydControlMessage(std::move(payload)).frame();

@@ -26,7 +26,8 @@ private:
     QTcpServer m_server;
 };
 
-/// One command channel: reads requests, answers them. Deletes itself when the channel closes. A client that
+/// One command channel, over a socket or a serial line: reads requests, answers them. Deletes itself when the
+/// channel closes. A client that
 /// asks on and on and takes no replies is cut off once kMaxReplyBacklog bytes wait for it.
 class ControlSession : public QObject
 {
@@ -36,7 +37,8 @@ public:
     /// Bytes of replies that may wait for a client.
     static constexpr qint64 kMaxReplyBacklog = 1024 * 1024;
 
-    ControlSession(QTcpSocket* socket, RecorderState* state, QObject* parent);
+    /// Takes ownership of `channel`, a QTcpSocket or a device whose closing hangs up.
+    ControlSession(QIODevice* channel, RecorderState* state, QObject* parent);
     ~ControlSession() override;
 
 private:
@@ -51,7 +53,7 @@ private:
     size_t addSpectrum(HydDataCollectCmd& reply);
     bool replyOversize(uint8_t letter);
 
-    QTcpSocket* m_socket;
+    QIODevice* m_channel;
     RecorderState* m_state;
     FaultyLink m_link;
     CircularByteBuffer m_received;

@@ -20,16 +20,17 @@ constexpr int64_t kMaxJunkBytes = 8 * 1024 * 1024;
 
 } // namespace
 
-FaultyLink::FaultyLink(QTcpSocket* socket, RecorderState* state, FaultChannel channel, QObject* parent)
-    : QObject(parent), m_socket(socket), m_state(state), m_channel(channel)
+FaultyLink::FaultyLink(QIODevice* device, RecorderState* state, FaultChannel channel, QObject* parent)
+    : QObject(parent), m_device(device), m_state(state), m_channel(channel)
 {
-    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    if (auto* socket = qobject_cast<QTcpSocket*>(device))
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     m_waitTimer.setSingleShot(true);
     m_waitTimer.setTimerType(Qt::PreciseTimer);
     m_heldTimer.setSingleShot(true);
     connect(&m_waitTimer, &QTimer::timeout, this, &FaultyLink::sendWaiting);
     connect(&m_heldTimer, &QTimer::timeout, this, &FaultyLink::releaseHeld);
-    connect(m_socket, &QTcpSocket::bytesWritten, this, &FaultyLink::drained);
+    connect(m_device, &QIODevice::bytesWritten, this, &FaultyLink::drained);
 }
 
 std::optional<int64_t> FaultyLink::strike(Fault fault)
@@ -39,7 +40,7 @@ std::optional<int64_t> FaultyLink::strike(Fault fault)
 
 FaultyLink::Fate FaultyLink::send(QByteArray message)
 {
-    if (m_closing || m_socket->state() != QAbstractSocket::ConnectedState)
+    if (m_closing || !isConnected())
         return Fate::Withheld;
     if (m_state->dice(m_channel).isEmpty()) {
         deliver(message);
@@ -129,13 +130,14 @@ void FaultyLink::deliver(const QByteArray& bytes, Ending ending)
 
 void FaultyLink::write(const Piece& piece)
 {
-    m_socket->write(piece.bytes);
-    if (!m_state->dice(m_channel).isEmpty())
-        m_socket->flush();
-    if (piece.ending == Ending::Close)
-        m_socket->disconnectFromHost();
-    else if (piece.ending == Ending::Reset)
-        resetConnection(m_socket);
+    m_device->write(piece.bytes);
+    auto* socket = qobject_cast<QTcpSocket*>(m_device);
+    if (socket != nullptr && !m_state->dice(m_channel).isEmpty())
+        socket->flush();
+    if (socket != nullptr && piece.ending == Ending::Close)
+        socket->disconnectFromHost();
+    else if (piece.ending != Ending::None)
+        resetConnection(m_device);
 }
 
 void FaultyLink::queue(const Piece& piece)
@@ -152,7 +154,7 @@ void FaultyLink::sendWaiting()
         const Piece piece = m_waiting.front();
         m_waiting.pop_front();
         m_waitingBytes -= piece.bytes.size();
-        if (m_socket->state() == QAbstractSocket::ConnectedState)
+        if (isConnected())
             write(piece);
         if (!m_waiting.empty() && m_waiting.front().delayMs > 0) {
             m_waitTimer.start(m_waiting.front().delayMs);
@@ -164,12 +166,23 @@ void FaultyLink::sendWaiting()
 void FaultyLink::releaseHeld()
 {
     const QByteArray bytes = std::exchange(m_held, {});
-    if (!m_closing && m_socket->state() == QAbstractSocket::ConnectedState)
+    if (!m_closing && isConnected())
         deliver(bytes);
 }
 
-void FaultyLink::resetConnection(QTcpSocket* socket)
+bool FaultyLink::isConnected() const
 {
+    const auto* socket = qobject_cast<const QTcpSocket*>(m_device);
+    return socket != nullptr ? socket->state() == QAbstractSocket::ConnectedState : m_device->isOpen();
+}
+
+void FaultyLink::resetConnection(QIODevice* device)
+{
+    auto* socket = qobject_cast<QTcpSocket*>(device);
+    if (socket == nullptr) {
+        device->close();
+        return;
+    }
 #ifdef Q_OS_UNIX
     const linger atOnce{1, 0};
     ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
@@ -177,13 +190,16 @@ void FaultyLink::resetConnection(QTcpSocket* socket)
     socket->abort();
 }
 
-void FaultyLink::retire(QTcpSocket* socket)
+void FaultyLink::retire(QIODevice* device)
 {
-    socket->disconnect();
-    socket->abort();
+    device->disconnect();
+    if (auto* socket = qobject_cast<QTcpSocket*>(device))
+        socket->abort();
+    else
+        device->close();
     // Where no event loop runs any more, as at the end of a thread, the dispatcher takes it along.
-    socket->setParent(QAbstractEventDispatcher::instance(socket->thread()));
-    socket->deleteLater();
+    device->setParent(QAbstractEventDispatcher::instance(device->thread()));
+    device->deleteLater();
 }
 
 void FaultyLink::refuse(QTcpSocket* socket)

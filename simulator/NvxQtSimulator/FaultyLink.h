@@ -23,22 +23,23 @@ public:
         Withheld, ///< kept back or spoilt by a fault
     };
 
-    /// `socket` stays the caller's and must outlive the link.
-    FaultyLink(QTcpSocket* socket, RecorderState* state, FaultChannel channel, QObject* parent);
+    /// `device`, a QTcpSocket or a device whose closing hangs up, stays the caller's and must outlive the
+    /// link.
+    FaultyLink(QIODevice* device, RecorderState* state, FaultChannel channel, QObject* parent);
 
     Fate send(QByteArray message);
     /// Asks the dice for a fault of the session's own.
     std::optional<int64_t> strike(Fault fault);
     uint64_t random(uint64_t bound) { return m_state->dice(m_channel).random(bound); }
     /// Bytes that the peer has not taken yet.
-    qint64 backlog() const { return m_socket->bytesToWrite() + m_waitingBytes; }
-    /// Ends the connection of a session that goes, even out of one of the socket's own signals: the event
+    qint64 backlog() const { return m_device->bytesToWrite() + m_waitingBytes; }
+    /// Ends the connection of a session that goes, even out of one of the device's own signals: the event
     /// loop deletes it. Takes ownership.
-    static void retire(QTcpSocket* socket);
+    static void retire(QIODevice* device);
     /// Ends a silence that waits for the next start message.
     void endSilence();
     /// Resets the connection: the peer sees an error instead of an end.
-    static void resetConnection(QTcpSocket* socket);
+    static void resetConnection(QIODevice* device);
     /// Resets a fresh connection that nobody serves, once the peer has had time to notice that it was made (a
     /// reset before that makes some clients try again in silence). Takes ownership.
     static void refuse(QTcpSocket* socket);
@@ -56,6 +57,7 @@ private:
         Ending ending = Ending::None; ///< of the connection, behind the bytes
     };
 
+    bool isConnected() const;
     bool isSilent();
     bool breakWithin(const QByteArray& message);
     void deliver(const QByteArray& bytes, Ending ending = Ending::None);
@@ -64,7 +66,7 @@ private:
     void sendWaiting();
     void releaseHeld();
 
-    QTcpSocket* m_socket;
+    QIODevice* m_device;
     RecorderState* m_state;
     FaultChannel m_channel;
     std::deque<Piece> m_waiting;

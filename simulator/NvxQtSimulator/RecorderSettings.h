@@ -59,6 +59,10 @@ struct RecorderSettings
     uint16_t sensorPort = kSensorPort;
     uint16_t epochPort = kEpochPort;
 
+    /// The rate in bit/s at which the recorder also answers commands on a serial line, a pseudo terminal that
+    /// it opens; 0 for no line. One of the usual rates from 1200 to 2000000; it hears nothing at others.
+    uint32_t serialRate = 0;
+
     uint32_t sampleRate = 48000; ///< Hz, 1 to 512000
     unsigned bitDepth = 24;      ///< 16, 24 or 32
     HydByteOrder byteOrder = OrderLittleEndian;

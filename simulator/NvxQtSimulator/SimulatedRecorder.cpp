@@ -3,6 +3,7 @@
 #include "NvxQtSimulator/ControlService.h"
 #include "NvxQtSimulator/DiscoveryService.h"
 #include "NvxQtSimulator/RecorderState.h"
+#include "NvxQtSimulator/SerialService.h"
 #include "NvxQtSimulator/StreamService.h"
 #include "NvxQtSimulator/TriggerWatch.h"
 
@@ -49,6 +50,11 @@ bool SimulatedRecorder::startServices()
         if (!m_discovery->listen(&m_error))
             return false;
     }
+    if (settings.serialRate != 0) {
+        m_serial = std::make_unique<SerialService>(m_state, nullptr);
+        if (!m_serial->open(&m_error))
+            return false;
+    }
     struct StreamRole
     {
         RecorderRole role;
@@ -72,6 +78,7 @@ bool SimulatedRecorder::startServices()
 void SimulatedRecorder::stop()
 {
     m_streams.clear();
+    m_serial.reset();
     m_discovery.reset();
     m_control.reset();
     m_listening = false;
@@ -93,6 +100,11 @@ quint16 SimulatedRecorder::streamPort(HydStreamType type) const
     return found == m_streams.end() ? quint16{0} : found->second->port();
 }
 
+QString SimulatedRecorder::serialPortName() const
+{
+    return m_serial ? m_serial->portName() : QString();
+}
+
 QStringList SimulatedRecorder::listeningTexts() const
 {
     const QString address = m_state->settings().address.toString();
@@ -101,6 +113,10 @@ QStringList SimulatedRecorder::listeningTexts() const
         lines << QStringLiteral("control    TCP %1:%2").arg(address).arg(m_control->port());
     if (m_discovery)
         lines << QStringLiteral("discovery  UDP %1:%2").arg(address).arg(PortMarco);
+    if (m_serial)
+        lines << QStringLiteral("serial     %1 at %2 bit/s")
+                     .arg(m_serial->portName())
+                     .arg(m_state->settings().serialRate);
     for (const auto& [type, service] : m_streams)
         lines << QStringLiteral("%1 TCP %2:%3")
                      .arg(QString::fromStdString(streamTypeText(type)).toLower(), -10)

@@ -16,12 +16,13 @@ class ControlService;
 class DiscoveryService;
 class HydTrigger;
 class RecorderState;
+class SerialService;
 class StreamService;
 
 /// One recorder without hardware, on an IP address of its own: a control device (TCP port 50000), a discovery
 /// responder (UDP port 62726, unicast and broadcast) and stream ports for waves, spectra, sensors and epoch
-/// lines. Any number may run in one process. It lives on the thread that calls start(), which needs an event
-/// loop; all functions belong to that thread.
+/// lines; where wanted also on a serial line, with its commands alone. Any number may run in one process. It
+/// lives on the thread that calls start(), which needs an event loop; all functions belong to that thread.
 ///
 /// Each second of samples begins with an event header (time, running sample number, identity, status, format,
 /// scaling); the blocks that follow carry their position in that event. A written job setup takes effect with
@@ -55,6 +56,9 @@ public:
     HydDeviceId deviceId() const;
     /// Port of a stream type (1, 2, 3 or 5); 0 while it isn't open.
     quint16 streamPort(HydStreamType type) const;
+    /// Path to open as a serial port; empty without a serial line, and once a fault has pulled its cable.
+    /// Each start() makes another.
+    QString serialPortName() const;
     /// One line for each open port, to print.
     QStringList listeningTexts() const;
 
@@ -90,6 +94,7 @@ private:
     RecorderState* m_state;
     std::unique_ptr<ControlService> m_control;
     std::unique_ptr<DiscoveryService> m_discovery;
+    std::unique_ptr<SerialService> m_serial;
     std::map<HydStreamType, std::unique_ptr<StreamService>> m_streams;
     QString m_error;
     bool m_listening = false;

@@ -72,12 +72,13 @@ private Q_SLOTS:
         const QString help = QString::fromUtf8(m_program.readAllStandardOutput()).simplified();
         for (const QString& name : FaultRule::names())
             QVERIFY2(help.contains(name), qPrintable(name));
-        for (const char* option :
-             {"--address",      "--count",           "--serial",         "--rate",         "--depth",
-              "--order",        "--channels",        "--signal",         "--fault",        "--seed",
-              "--ports",        "--duration",        "--type",           "--frequency",    "--end-frequency",
-              "--level",        "--blocks",          "--backlog",        "--unpaced",      "--stream-seconds",
-              "--no-discovery", "--impulse-seconds", "--impulse-length", "--impulse-level"})
+        for (const char* option : {"--address",      "--count",       "--serial",          "--rate",
+                                   "--depth",        "--order",       "--channels",        "--signal",
+                                   "--fault",        "--seed",        "--ports",           "--duration",
+                                   "--type",         "--frequency",   "--end-frequency",   "--level",
+                                   "--blocks",       "--backlog",     "--unpaced",         "--stream-seconds",
+                                   "--no-discovery", "--serial-rate", "--impulse-seconds", "--impulse-length",
+                                   "--impulse-level"})
             QVERIFY2(help.contains(QLatin1String(option)), option);
     }
 
