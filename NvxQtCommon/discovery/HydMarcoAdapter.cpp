@@ -1,6 +1,8 @@
 #include "NvxQtCommon/discovery/HydMarcoAdapter.h"
 
+#include "NvxQtCommon/discovery/CTcpSocProc.h"
 #include "NvxQtCommon/discovery/CUdpSocProc.h"
+#include "NvxQtCommon/discovery/ProbeGate.h"
 
 #include <QDebug>
 #include <QNetworkDatagram>
@@ -43,7 +45,9 @@ void disconnectAndClose(QUdpSocket& socket)
 
 } // namespace
 
-HydMarcoAdapter::HydMarcoAdapter() : m_received(kMarcoRingSize), m_enquiredAddress(QStringLiteral("0.0.0.0"))
+HydMarcoAdapter::HydMarcoAdapter()
+    : m_received(kMarcoRingSize), m_gate(std::make_shared<ProbeGate>(this)),
+      m_enquiredAddress(QStringLiteral("0.0.0.0"))
 {
     registerNvxMetaTypes();
     qRegisterMetaType<std::shared_ptr<HydMarcoCommand>>();
@@ -52,6 +56,7 @@ HydMarcoAdapter::HydMarcoAdapter() : m_received(kMarcoRingSize), m_enquiredAddre
 
 HydMarcoAdapter::~HydMarcoAdapter()
 {
+    m_gate->close();
     for (QUdpSocket* socket : findChildren<QUdpSocket*>())
         socket->disconnect(this);
 }
