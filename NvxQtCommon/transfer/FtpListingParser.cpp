@@ -8,9 +8,21 @@ namespace {
 constexpr qint64 kSecondsAhead = 86400;
 constexpr int kFirstDosYear = 1971;
 
+// Columns are of ASCII: any other white space belongs to a name.
+
+bool isBlank(QChar c)
+{
+    return c == u' ' || (c >= u'\t' && c <= u'\r');
+}
+
+bool isDigit(QChar c)
+{
+    return c >= u'0' && c <= u'9';
+}
+
 bool isDigits(QStringView text)
 {
-    return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](QChar c) { return c.isDigit(); });
+    return !text.isEmpty() && std::all_of(text.begin(), text.end(), isDigit);
 }
 
 bool isLetter(QChar c)
@@ -21,8 +33,7 @@ bool isLetter(QChar c)
 /// A number of exactly `digits` ASCII digits; nothing otherwise.
 std::optional<int> number(QStringView text, qsizetype digits)
 {
-    if (text.size() != digits ||
-        !std::all_of(text.begin(), text.end(), [](QChar c) { return c >= u'0' && c <= u'9'; }))
+    if (text.size() != digits || !isDigits(text))
         return {};
     return text.toInt();
 }
@@ -30,7 +41,7 @@ std::optional<int> number(QStringView text, qsizetype digits)
 /// Takes the blanks off the front; gives how many they were.
 qsizetype takeBlanks(QStringView& text)
 {
-    const auto end = std::find_if(text.begin(), text.end(), [](QChar c) { return !c.isSpace(); });
+    const auto end = std::find_if_not(text.begin(), text.end(), isBlank);
     const qsizetype count = end - text.begin();
     text = text.mid(count);
     return count;
@@ -38,7 +49,7 @@ qsizetype takeBlanks(QStringView& text)
 
 QStringView takeWord(QStringView& text)
 {
-    const auto end = std::find_if(text.begin(), text.end(), [](QChar c) { return c.isSpace(); });
+    const auto end = std::find_if(text.begin(), text.end(), isBlank);
     const QStringView word = text.first(end - text.begin());
     text = text.mid(word.size());
     return word;
@@ -139,7 +150,7 @@ bool hasDosShape(QStringView text)
         const bool isYear = i >= kYearEnd && i < kYearEnd + extra;
         const QChar wanted = isYear ? QChar(u'd') : kShape[i < kYearEnd ? i : i - extra];
         const QChar c = text[i];
-        if (wanted == u'd' ? !c.isDigit() : wanted == u'?' ? c != u'A' && c != u'P' : c != wanted)
+        if (wanted == u'd' ? !isDigit(c) : wanted == u'?' ? c != u'A' && c != u'P' : c != wanted)
             return false;
     }
     return true;
@@ -218,7 +229,7 @@ std::optional<QUrlInfo> FtpListingParser::parseDos(QStringView line)
     QUrlInfo info;
     info.setName(line.toString());
     info.setDir(isDir);
-    info.setSymLink(!isDir && line.endsWith(kLinkEnding, Qt::CaseInsensitive));
+    info.setSymLink(line.endsWith(kLinkEnding, Qt::CaseInsensitive));
     info.setFile(!isDir && !info.isSymLink());
     info.setReadable(true);
     info.setWritable(true);
@@ -230,7 +241,7 @@ std::optional<QUrlInfo> FtpListingParser::parseDos(QStringView line)
 QDateTime FtpListingParser::unixTime(QStringView text) const
 {
     // Columns may be parted by any white space, the words of a date by plain blanks alone.
-    if (std::any_of(text.begin(), text.end(), [](QChar c) { return c.isSpace() && c != u' '; }))
+    if (std::any_of(text.begin(), text.end(), [](QChar c) { return isBlank(c) && c != u' '; }))
         return {};
     const int month = monthNumber(takeWord(text));
     const qsizetype dayGap = takeBlanks(text);

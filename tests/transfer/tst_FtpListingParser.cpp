@@ -176,8 +176,15 @@ void tst_FtpListingParser::readsLines_data()
         utc(1999, 12, 31, 23, 59));
     row("MS-DOS link", "03-04-21  12:00AM                  512 Data.LNK", "Data.LNK", "l", 0, "rw-", "", "",
         512, utc(2021, 3, 4));
+    row("MS-DOS directory with a link's name", "12-31-99  11:59PM  <DIR>  Data.lnk", "Data.lnk", "dl", 0,
+        "rw-", "", "", 0, utc(1999, 12, 31, 23, 59));
     row("MS-DOS name with blanks", "03-04-21  12:30PM  5 a  b.txt ", "a  b.txt ", "f", 0, "rw-", "", "", 5,
         utc(2021, 3, 4, 12, 30));
+    // White space that isn't ASCII belongs to the name.
+    row("Unix, name behind a no-break space", "-rw-r--r-- 1 a b 1 Mar 04 2021 \xc2\xa0x.wav", "\xc2\xa0x.wav",
+        "f", 0644, "rw-", "a", "b", 1, utc(2021, 3, 4));
+    row("MS-DOS name behind a wide space", "03-04-21  12:30PM  5 \xe3\x80\x80x.txt", "\xe3\x80\x80x.txt", "f",
+        0, "rw-", "", "", 5, utc(2021, 3, 4, 12, 30));
     // The form is known, but its date is read with two digits for the year.
     row("MS-DOS, four digit year", "03-04-2021  05:06AM  5 a.txt", "a.txt", "f", 0, "rw-", "", "", 5, {});
 }
@@ -294,9 +301,10 @@ void tst_FtpListingParser::nameOfARecordingOverrulesCreated()
 void tst_FtpListingParser::readsWhatTheExpressionsRead()
 {
     QRandomGenerator random(testSeed());
-    const QStringList words = {"1",     "22",    "x",  "Mar",   "04", "2021",
-                               "05:06", "a.wav", "->", "<DIR>", "-",  "9_9"};
-    const QStringList gaps = {" ", " ", "  ", "   ", "\t", ""};
+    const QStringList words = {"1",   "22",  "512",     "4096",    "7",       "22",    "x",
+                               "Mar", "04",  "2021",    "05:06",   "a.wav",   "->",    "<DIR>",
+                               "-",   "9_9", "\u00a0a", "\u0085b", "\u3000c", "\u0665"};
+    const QStringList gaps = {" ", " ", "  ", "   ", "\t", "", "\v"};
     const FtpListingParser parser(kNow);
     int matches = 0;
     for (int round = 0; round < 15000; ++round) {
@@ -305,8 +313,9 @@ void tst_FtpListingParser::readsWhatTheExpressionsRead()
             line = pick(random,
                         {"-rw-r--r--", "drwxrwxrwx", "lrwxrwxrwx", "-rw-r--r-", "brw-r--r--", "-rw-r--r--+"});
         else
-            line = pick(random, {"03-04-21  05:06AM", "03-04-021  05:06PM", "03-04-2021  05:06AM",
-                                 "03-04-21 05:06AM", "03-04-21  05:06XM", "03/04/21  05:06AM"});
+            line = pick(random,
+                        {"03-04-21  05:06AM", "03-04-021  05:06PM", "03-04-2021  05:06AM", "03-04-21 05:06AM",
+                         "03-04-21  05:06XM", "03/04/21  05:06AM", "03-04-2\u0661  05:06AM"});
         const int count = 3 + random.bounded(8);
         for (int word = 0; word < count; ++word)
             line += pick(random, gaps) + pick(random, words);
