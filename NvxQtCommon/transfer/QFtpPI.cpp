@@ -55,6 +55,7 @@ void QFtpPI::connectToHost(const QString& host, quint16 port)
     m_isUp = true;
     m_hasStood = false;
     m_isExtendedRefused = false;
+    m_isAbortedReplyDue = false;
     m_state = Begin;
     const quint64 connection = ++m_connection;
     touch();
@@ -189,6 +190,8 @@ void QFtpPI::handleReply(const FtpReply& reply)
     const quint64 connection = m_connection;
     Q_EMIT rawFtpReply(reply.code, reply.text);
     if (connection != m_connection)
+        return;
+    if (isOfAbortedTransfer(reply))
         return;
     if (m_abort != Abort::None) {
         handleAbortReply(reply);
@@ -330,9 +333,17 @@ void QFtpPI::handleAbortReply(const FtpReply& reply)
         return;
     failByServer(reply.text);
 }
+    m_isAbortedReplyDue = m_abortReplies > 0;
 
 void QFtpPI::sendNext(const QString& text)
 {
+bool QFtpPI::isOfAbortedTransfer(const FtpReply& reply)
+{
+    // It would come ahead of any other reply, and no command begins with a line that is answered so.
+    const bool wasDue = std::exchange(m_isAbortedReplyDue, false);
+    return wasDue && (reply.code == 226 || reply.code == 426);
+}
+
     m_line.clear();
     if (m_pending.isEmpty()) {
         finish(text);

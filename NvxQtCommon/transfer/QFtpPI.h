@@ -61,6 +61,8 @@ private:
     void handleReply(const FtpReply& reply);
     void handleGreeting(const FtpReply& reply);
     void handleAbortReply(const FtpReply& reply);
+    /// True for the late end of a transfer whose abort was answered ahead of it.
+    bool isOfAbortedTransfer(const FtpReply& reply);
     /// True when a reply that isn't a failure has to be waited behind, or has failed its line after all.
     bool handleSpecialReply(const FtpReply& reply);
     bool startPassive(const FtpReply& reply);
@@ -99,6 +101,7 @@ private:
     bool m_isBusy = false;    ///< a command runs
     bool m_isHeld = false;
     bool m_isWaitingForData = false; ///< until the passive connection stands
+    bool m_isAbortedReplyDue = false;
     bool m_isExtendedRefused = false;
     bool m_isPassiveToPeer = false;
     bool m_isServerText = false;

@@ -1,8 +1,11 @@
 #include "NvxQtCommon/transfer/QFtp.h"
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/Patience.h"
 #include "tests/support/SpyWait.h"
 #include "tests/transfer/FtpRun.h"
 #include "tests/transfer/ScriptedFtpServer.h"
+
+#include <QTcpServer>
 
 namespace {
 
@@ -34,6 +37,8 @@ private Q_SLOTS:
     void transferEndsAsFailed_data();
     void transferEndsAsFailed();
     void uploadIsCutAtOnce();
+    void lateEndOfTheTransfer_data();
+    void lateEndOfTheTransfer();
     void listingIsAborted();
     void plainCommandIsAborted();
     void nextCommandWorks();
@@ -49,6 +54,7 @@ private Q_SLOTS:
     void pendingCommandsAreDropped();
     void whileTheReplyIsHeld();
     void beforeTheDataConnectionStands();
+    void whileTheDataConnectionIsMade();
 
 private:
     bool reach(const QString& words, const QByteArray& line);
@@ -141,10 +147,17 @@ void tst_QFtpAbort::transferEndsAsFailed()
 
 void tst_QFtpAbort::uploadIsCutAtOnce()
 {
-    qint64 taken = -1;
-    m_server->handle("ABOR", [&taken](Server& s, const QByteArray&) {
-        taken = s.uploaded.size();
-        s.reply("426 Cut\r\n226 Aborted\r\n");
+    // Answers only when the data connection has ended.
+    m_server->handle("ABOR", [](Server& s, const QByteArray&) {
+        s.withData([&s](QTcpSocket& data) {
+            data.disconnect(&s);
+            QObject::connect(&data, &QTcpSocket::readyRead, &s,
+                             [&s, &data] { s.uploaded += data.readAll(); });
+            QObject::connect(&data, &QTcpSocket::disconnected, &s,
+                             [&s] { s.reply("426 Cut\r\n226 Aborted\r\n"); });
+            data.setReadBufferSize(0);
+            s.uploaded += data.readAll();
+        });
     });
     m_server->handle("STOR", [](Server& s, const QByteArray&) {
         s.reply("150 Come\r\n");
@@ -161,10 +174,47 @@ void tst_QFtpAbort::uploadIsCutAtOnce()
     connect(m_ftp.get(), &QFtp::dataTransferProgress, m_ftp.get(), &QFtp::abort);
     QVERIFY(m_run->run(QStringLiteral("connect login put")));
     QCOMPARE(m_run->outcome(), QStringLiteral("connect login put!"));
-    QVERIFY(taken < m_run->toPut.size());
+    QVERIFY(m_server->uploaded.size() < m_run->toPut.size());
     QCOMPARE(m_run->errorText, QStringLiteral("Uploading file failed:\nAborted"));
     m_ftp->disconnect(m_ftp.get());
     tryAgain();
+}
+
+void tst_QFtpAbort::lateEndOfTheTransfer_data()
+{
+    QTest::addColumn<QByteArray>("abort");
+    QTest::addColumn<QByteArray>("next");
+    QTest::addColumn<QString>("words");
+    const QByteArray good = "250 Here\r\n";
+    QTest::newRow("426") << QByteArray("225 Nothing\r\n") << "426 Cut\r\n" + good << "cd cd";
+    QTest::newRow("226") << QByteArray("202 What?\r\n") << "226 Sent\r\n" + good << "cd cd";
+    QTest::newRow("none") << QByteArray("225 Nothing\r\n") << good << "cd get cd";
+    QTest::newRow("none ahead of a transfer") << QByteArray("225 Nothing\r\n") << good << "get cd";
+    // What came with the answer isn't due any more.
+    QTest::newRow("all in time") << QByteArray("426 Cut\r\n225 Nothing\r\n") << good << "raw:SITE cd";
+}
+
+void tst_QFtpAbort::lateEndOfTheTransfer()
+{
+    QFETCH(QByteArray, abort);
+    QFETCH(QByteArray, next);
+    QFETCH(QString, words);
+    sendHalf(*m_server);
+    m_server->answer("ABOR", abort);
+    m_server->answer("SITE", "226 Fine\r\n");
+    QVERIFY(reach(QStringLiteral("connect login get"), "RETR a.wav"));
+    m_ftp->abort();
+    QVERIFY(m_run->waitForDone());
+    QCOMPARE(m_run->outcome(), QStringLiteral("connect login get!"));
+    m_server->handle("RETR", [](Server& s, const QByteArray&) { s.behave("RETR"); });
+    bool isFirst = true;
+    m_server->handle("CWD", [next, &isFirst](Server& s, const QByteArray&) {
+        s.reply(std::exchange(isFirst, false) ? next : QByteArray("250 Here\r\n"));
+    });
+    FtpRun again(*m_ftp, m_server->host(), m_server->port());
+    QVERIFY(again.run(words));
+    QCOMPARE(again.outcome(), words);
+    QVERIFY(again.replies == QStringList() || again.replies == QStringList("226 Fine"));
 }
 
 void tst_QFtpAbort::listingIsAborted()
@@ -412,6 +462,37 @@ void tst_QFtpAbort::beforeTheDataConnectionStands()
     m_ftp->abort();
     QVERIFY(m_run->waitForDone());
     QCOMPARE(m_run->outcome(), QStringLiteral("connect login get!"));
+    tryAgain();
+}
+
+void tst_QFtpAbort::whileTheDataConnectionIsMade()
+{
+    // A port whose backlog is full doesn't answer.
+    QTcpServer full;
+    full.setListenBacklogSize(1);
+    QVERIFY(full.listen(QHostAddress(QStringLiteral("127.62.6.3"))));
+    full.pauseAccepting();
+    QTcpSocket waiting[2];
+    for (QTcpSocket& socket : waiting) {
+        socket.connectToHost(full.serverAddress(), full.serverPort());
+        QVERIFY(socket.waitForConnected(kPatienceMs));
+    }
+    m_server->handle("PASV", [&full](Server& s, const QByteArray&) {
+        s.reply("227 (" + s.endpoint(full.serverPort()) + ")\r\n");
+    });
+    m_server->answer("ABOR", "225 Nothing\r\n");
+    const auto isConnecting = [this] {
+        const auto* socket = m_ftp->findChild<QTcpSocket*>(QStringLiteral("QFtpDTP Passive state socket"));
+        return socket != nullptr && socket->state() == QAbstractSocket::ConnectingState;
+    };
+    m_run->queue(QStringLiteral("connect login get"));
+    QTRY_VERIFY(isConnecting());
+    m_ftp->abort();
+    // Were it to stand after all, the command would end well.
+    QVERIFY(!isConnecting());
+    QVERIFY(m_run->waitForDone());
+    QCOMPARE(m_run->outcome(), QStringLiteral("connect login get!"));
+    QCOMPARE(m_run->errorText, QStringLiteral("Downloading file failed:\nNothing"));
     tryAgain();
 }
 
