@@ -13,6 +13,7 @@ void FtpDataSender::setDevice(QIODevice* device)
 {
     stop();
     m_device = device;
+    m_hasDevice = device != nullptr;
     m_hasStarted = false;
     m_isComplete = false;
     m_isEndOfDevice = false;
@@ -30,6 +31,8 @@ void FtpDataSender::start(QTcpSocket* socket)
     if (m_device != nullptr && m_device->isSequential()) {
         connect(m_device, &QIODevice::readyRead, this, &FtpDataSender::fill);
         connect(m_device, &QIODevice::readChannelFinished, this, &FtpDataSender::fill);
+        connect(m_device, &QIODevice::aboutToClose, this, &FtpDataSender::fill, Qt::QueuedConnection);
+        connect(m_device, &QObject::destroyed, this, &FtpDataSender::fill, Qt::QueuedConnection);
     }
     fill();
 }
@@ -57,18 +60,19 @@ void FtpDataSender::fill()
         return;
     m_isFilling = true;
     while (m_socket != nullptr && !m_isEndOfDevice && m_socket->bytesToWrite() < kMaxQueued) {
-        const bool isReadable = m_device != nullptr && m_device->isReadable();
-        const qint64 count = isReadable ? m_device->read(m_block.get(), kSendBlock) : -1;
+        const qint64 count = isReadable() ? m_device->read(m_block.get(), kSendBlock) : -1;
         if (count > 0) {
             m_socket->write(m_block.get(), count);
             continue;
         }
         if (count == 0 && !isAtEnd())
             break;
-        if (m_device == nullptr || (count < 0 && !m_device->isSequential())) {
+        // Of what a device that was closed still held, nobody knows.
+        if (!isReadable() || (count < 0 && !m_device->isSequential())) {
             m_isFilling = false;
-            Q_EMIT failed(m_device != nullptr ? m_device->errorString()
-                                              : QStringLiteral("The device to send is gone"));
+            Q_EMIT failed(isReadable()  ? m_device->errorString()
+                          : m_hasDevice ? QStringLiteral("The device to send is gone")
+                                        : QStringLiteral("There is nothing to send"));
             return;
         }
         m_isEndOfDevice = true;
@@ -78,6 +82,11 @@ void FtpDataSender::fill()
         m_isComplete = true;
         m_socket->disconnectFromHost();
     }
+}
+
+bool FtpDataSender::isWaitingForDevice() const
+{
+    return m_socket != nullptr && !m_isEndOfDevice && m_socket->bytesToWrite() == 0;
 }
 
 bool FtpDataSender::isAtEnd() const

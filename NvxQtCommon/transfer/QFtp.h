@@ -99,7 +99,8 @@ public:
     /// called.
     void setTimeRange(QDateTime start, QDateTime end, bool all);
     /// Milliseconds without a byte in or out after which the running command fails and its connection is
-    /// given up; 0, which is the default, is never. Bytes that wait for read() stop the clock.
+    /// given up; 0, which is the default, is never. The clock stands while a transfer waits for the caller: a
+    /// full MiB waits for read(), or a sequential device takes no more or has no more to send.
     void setInactivityLimit(int milliseconds);
     int inactivityLimit() const;
     /// Where on, passive data connections go to the peer of the control connection, whatever address a server

@@ -33,8 +33,14 @@ void QFtpDTP::setReceiver(QIODevice* device)
         m_receiver->disconnect(this);
     m_receiver = device;
     m_hasReceiver = device != nullptr;
-    if (device != nullptr && device->isSequential())
-        connect(device, &QIODevice::bytesWritten, this, &QFtpDTP::handleData, Qt::QueuedConnection);
+    if (device == nullptr || !device->isSequential())
+        return;
+    // Each of these may end the waiting for a device that is full.
+    const auto resume = [this] { handleData(); };
+    connect(device, &QIODevice::bytesWritten, this, resume, Qt::QueuedConnection);
+    connect(device, &QIODevice::readChannelFinished, this, resume, Qt::QueuedConnection);
+    connect(device, &QIODevice::aboutToClose, this, resume, Qt::QueuedConnection);
+    connect(device, &QObject::destroyed, this, resume, Qt::QueuedConnection);
 }
 
 void QFtpDTP::setTimeRange(const QDateTime& start, const QDateTime& end, bool all)
@@ -241,7 +247,7 @@ void QFtpDTP::readIntoReceiver()
             fail(QStringLiteral("The device for the file is gone"));
             return;
         }
-        if (m_receiver->isSequential() && m_receiver->bytesToWrite() > kMaxReceiverQueue)
+        if (isReceiverFull())
             return;
         const qint64 count = socket->read(m_block.get(), kReadBlock);
         if (count <= 0)
@@ -272,3 +278,20 @@ void QFtpDTP::closeNow()
     abortConnection();
     Q_EMIT closed();
 }
+bool QFtpDTP::isReceiverFull() const
+{
+    return m_receiver != nullptr && m_receiver->isSequential() &&
+           m_receiver->bytesToWrite() > kMaxReceiverQueue;
+}
+
+bool QFtpDTP::isWaitingForCaller() const
+{
+    if (m_hasReceiver)
+        return bytesAvailable() > 0 && isReceiverFull();
+    if (m_sender.isWaitingForDevice())
+        return true;
+    // Once the server has closed nothing more can come, and the caller may read when it likes.
+    return m_socket != nullptr && m_socket->state() == QAbstractSocket::ConnectedState &&
+           bytesAvailable() >= kReadBuffer;
+}
+

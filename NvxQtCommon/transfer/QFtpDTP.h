@@ -71,8 +71,9 @@ public:
     qint64 bytesAvailable() const;
     qint64 read(char* data, qint64 size);
     QByteArray readAll();
-    /// True when bytes wait for the caller, so that nothing more can come.
-    bool isWaitingForCaller() const { return !m_hasReceiver && bytesAvailable() > 0; }
+    /// True while a transfer can't go on before the caller reads, its receiver takes more, or its sender has
+    /// more.
+    bool isWaitingForCaller() const;
 
 Q_SIGNALS:
     void connected();
@@ -99,6 +100,8 @@ private:
     void closeNow();
     /// Connected by the server, or nothing.
     void sendIfReady();
+    bool isReceiverFull() const;
+    bool isListing() const { return m_line.startsWith(u"LIST", Qt::CaseInsensitive); }
 
     QPointer<QTcpSocket> m_socket;
     QTcpServer m_server;

@@ -118,8 +118,8 @@ void QFtpPI::touch()
 
 void QFtpPI::handleInactivity()
 {
-    // Bytes that the caller doesn't take are no fault of the server.
-    if (m_dtp.isWaitingForCaller())
+    // What the caller doesn't take, or give, is no fault of the server.
+    if (isTransfer() && m_dtp.isWaitingForCaller())
         touch();
     else if (m_isBusy)
         giveUp(QFtp::UnknownError, QStringLiteral("Connection timed out to host %1").arg(m_host));
