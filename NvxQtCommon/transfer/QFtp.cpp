@@ -32,7 +32,7 @@ public:
 
     QString proxiedHost() const
     {
-        if (proxyHost.isEmpty())
+        if (!isProxied)
             return {};
         return port == kControlPort ? host : host + u':' + QString::number(port);
     }
@@ -63,6 +63,7 @@ public:
     QString proxyHost;
     quint16 proxyPort = 0;
 };
+    bool isProxied = false; ///< the connection goes to the proxy
 
 QFtp::QFtp(QObject* parent) : QObject(parent), d(std::make_unique<QFtpPrivate>(this))
 {
@@ -296,9 +297,8 @@ void QFtp::_q_startNextCommand()
         d->host = argument;
         d->port = command.port;
         d->isHandedOver = true;
-        if (d->proxyHost.isEmpty())
-            d->pi.connectToHost(d->host, d->port);
-        else
+        d->isProxied = !d->proxyHost.isEmpty();
+        if (d->isProxied)
             d->pi.connectToHost(d->proxyHost, d->proxyPort);
     } else if (!d->pi.isConnected()) {
         _q_piError(NotConnected, QStringLiteral("Not connected"));

@@ -89,14 +89,15 @@ public:
     int mkdir(const QString& dir);
     int rmdir(const QString& dir);
     int rename(const QString& oldName, const QString& newName);
-    /// The replies come by rawCommandReply().
+    /// The replies come by rawCommandReply(). A raw LIST is reported like that of list(), what any other
+    /// brings waits for read(), and a raw STOR fails: there is nothing to send.
     int rawCommand(const QString& command);
 
     // These act at once.
 
     /// Which entries of the listings that follow are reported: recordings and directories whose created()
     /// lies between the two, both included, or with `all` those of any time. It is `all` until this is
-    /// called.
+    /// called. A listing that has begun keeps the range that it began with.
     void setTimeRange(QDateTime start, QDateTime end, bool all);
     /// Milliseconds without a byte in or out after which the running command fails and its connection is
     /// given up; 0, which is the default, is never. The clock stands while a transfer waits for the caller: a
@@ -109,7 +110,7 @@ public:
     bool isPassiveToPeer() const;
 
     /// Bytes of the file that wait for read(). They stay readable after the command's end until the next
-    /// transfer or a failure.
+    /// transfer or the failure of a command, also when the connection has ended.
     qint64 bytesAvailable() const;
     /// Like QIODevice::read().
     qint64 read(char* data, qint64 maxSize);

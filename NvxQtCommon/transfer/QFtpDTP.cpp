@@ -36,29 +36,41 @@ void QFtpDTP::setReceiver(QIODevice* device)
     if (device == nullptr || !device->isSequential())
         return;
     // Each of these may end the waiting for a device that is full.
-    const auto resume = [this] { handleData(); };
-    connect(device, &QIODevice::bytesWritten, this, resume, Qt::QueuedConnection);
-    connect(device, &QIODevice::readChannelFinished, this, resume, Qt::QueuedConnection);
-    connect(device, &QIODevice::aboutToClose, this, resume, Qt::QueuedConnection);
-    connect(device, &QObject::destroyed, this, resume, Qt::QueuedConnection);
+    connect(device, &QIODevice::bytesWritten, this, &QFtpDTP::handleData, Qt::QueuedConnection);
+    connect(device, &QIODevice::readChannelFinished, this, &QFtpDTP::handleData, Qt::QueuedConnection);
+    connect(device, &QIODevice::aboutToClose, this, &QFtpDTP::handleData, Qt::QueuedConnection);
+    connect(device, &QObject::destroyed, this, &QFtpDTP::handleData, Qt::QueuedConnection);
 }
 
 void QFtpDTP::setTimeRange(const QDateTime& start, const QDateTime& end, bool all)
 {
-    m_listing.setTimeRange(start, end, all);
+    m_rangeStart = start;
+    m_rangeEnd = end;
+    m_isRangeAll = all;
+}
+
+void QFtpDTP::setLine(const QString& line)
+{
+    m_line = line;
+    if (isListing())
+        m_listing.setTimeRange(m_rangeStart, m_rangeEnd, m_isRangeAll);
+}
+
+void QFtpDTP::release()
+{
+    setReceiver(nullptr);
+    m_sender.setDevice(nullptr);
+    m_listing.clear();
+    m_failure.clear();
+    m_total = 0;
+    m_hasStartedSending = false;
 }
 
 void QFtpDTP::clear()
 {
     abortConnection();
-    setReceiver(nullptr);
-    m_sender.setDevice(nullptr);
-    m_listing.clear();
+    release();
     m_line.clear();
-    m_failure.clear();
-    m_done = 0;
-    m_total = 0;
-    m_hasStartedSending = false;
     m_isAborting = false;
 }
 
@@ -117,6 +129,14 @@ void QFtpDTP::abortConnection()
     }
 }
 
+void QFtpDTP::dropConnection()
+{
+    if (isOpen())
+        abortConnection();
+    else
+        stopListening();
+}
+
 void QFtpDTP::setAborting(bool isAborting)
 {
     m_isAborting = isAborting;
@@ -159,6 +179,7 @@ QByteArray QFtpDTP::readAll()
 void QFtpDTP::setSocket(QTcpSocket* socket, const QString& name)
 {
     m_socket = socket;
+    m_done = 0;
     m_hasStood = false;
     m_isGone = false;
     socket->setObjectName(name);
@@ -207,7 +228,7 @@ void QFtpDTP::handleData()
             closeNow();
         else if (m_isAborting)
             discard();
-        else if (m_line.startsWith(u"LIST", Qt::CaseInsensitive))
+        else if (isListing())
             readListing();
         else if (m_hasReceiver)
             readIntoReceiver();
@@ -261,23 +282,6 @@ void QFtpDTP::readIntoReceiver()
     }
 }
 
-void QFtpDTP::discard()
-{
-    while (bytesAvailable() > 0)
-        m_socket->skip(bytesAvailable());
-}
-
-void QFtpDTP::fail(const QString& text)
-{
-    m_failure = text;
-    closeNow();
-}
-
-void QFtpDTP::closeNow()
-{
-    abortConnection();
-    Q_EMIT closed();
-}
 bool QFtpDTP::isReceiverFull() const
 {
     return m_receiver != nullptr && m_receiver->isSequential() &&
@@ -295,3 +299,20 @@ bool QFtpDTP::isWaitingForCaller() const
            bytesAvailable() >= kReadBuffer;
 }
 
+void QFtpDTP::discard()
+{
+    while (bytesAvailable() > 0)
+        m_socket->skip(bytesAvailable());
+}
+
+void QFtpDTP::fail(const QString& text)
+{
+    m_failure = text;
+    closeNow();
+}
+
+void QFtpDTP::closeNow()
+{
+    abortConnection();
+    Q_EMIT closed();
+}

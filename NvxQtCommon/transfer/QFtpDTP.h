@@ -36,9 +36,12 @@ public:
     /// The device whose bytes startSending() sends; stays with its owner.
     void setSender(QIODevice* device) { m_sender.setDevice(device); }
     void clearData() { m_sender.setDevice(nullptr); }
+    /// For listings whose line is set behind this call.
     void setTimeRange(const QDateTime& start, const QDateTime& end, bool all);
     /// Bytes of the file that comes; 0 where unknown.
     void setTotal(qint64 total) { m_total = total; }
+    /// Forgets devices and figures of a transfer that has ended. Unread bytes stay.
+    void release();
     /// Forgets what the last command left behind, its unread bytes too.
     void clear();
 
@@ -55,9 +58,11 @@ public:
     void drain();
     /// Closes without a signal. What it has brought and nobody has read is lost.
     void abortConnection();
+    /// The same for one that stands; what one that has ended brought still waits for read().
+    void dropConnection();
 
     /// The line whose data comes; empty when no command runs.
-    void setLine(const QString& line) { m_line = line; }
+    void setLine(const QString& line);
     /// During an abort all that comes is thrown away.
     void setAborting(bool isAborting);
     /// Sends the sender's device once the connection stands.
@@ -95,18 +100,21 @@ private:
     void handleData();
     void readListing();
     void readIntoReceiver();
+    bool isReceiverFull() const;
+    bool isListing() const { return m_line.startsWith(u"LIST", Qt::CaseInsensitive); }
     void discard();
     void fail(const QString& text);
     void closeNow();
     /// Connected by the server, or nothing.
     void sendIfReady();
-    bool isReceiverFull() const;
-    bool isListing() const { return m_line.startsWith(u"LIST", Qt::CaseInsensitive); }
 
     QPointer<QTcpSocket> m_socket;
     QTcpServer m_server;
     FtpDataSender m_sender;
     FtpListingReader m_listing;
+    QDateTime m_rangeStart;
+    QDateTime m_rangeEnd;
+    bool m_isRangeAll = true;
     QPointer<QIODevice> m_receiver;
     std::unique_ptr<char[]> m_block;
     QString m_line;

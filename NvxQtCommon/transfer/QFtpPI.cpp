@@ -306,8 +306,10 @@ void QFtpPI::endTransfer(const QString& text)
         failByServer(QStringLiteral("The data connection was closed before all was sent"));
     else if (!m_dtp.failureText().isEmpty())
         failByServer(text);
-    else
+    else {
+        m_dtp.release();
         sendNext(text);
+    }
 }
 
 void QFtpPI::handleDataClosed()
@@ -331,12 +333,10 @@ void QFtpPI::handleAbortReply(const FtpReply& reply)
     // 225 and 202 answer the ABOR itself, whatever became of the transfer's own reply.
     if (--m_abortReplies > 0 && reply.code != 225 && reply.code != 202)
         return;
+    m_isAbortedReplyDue = m_abortReplies > 0;
     failByServer(reply.text);
 }
-    m_isAbortedReplyDue = m_abortReplies > 0;
 
-void QFtpPI::sendNext(const QString& text)
-{
 bool QFtpPI::isOfAbortedTransfer(const FtpReply& reply)
 {
     // It would come ahead of any other reply, and no command begins with a line that is answered so.
@@ -344,6 +344,8 @@ bool QFtpPI::isOfAbortedTransfer(const FtpReply& reply)
     return wasDue && (reply.code == 226 || reply.code == 426);
 }
 
+void QFtpPI::sendNext(const QString& text)
+{
     m_line.clear();
     if (m_pending.isEmpty()) {
         finish(text);
@@ -411,8 +413,11 @@ void QFtpPI::fail(int errorCode, const QString& text)
     m_abort = Abort::None;
     m_isHeld = false;
     m_isWaitingForData = false;
-    m_dtp.clear();
     const bool wasBusy = std::exchange(m_isBusy, false);
+    if (wasBusy)
+        m_dtp.clear();
+    else
+        m_dtp.dropConnection();
     touch();
     m_isServerText = isServerText;
     if (wasBusy)
@@ -427,6 +432,8 @@ void QFtpPI::giveUp(int errorCode, const QString& text)
     // Its own signals would come first otherwise, with another text.
     const QSignalBlocker blocker(m_socket);
     m_socket.abort();
+    // Only a server that closes ends a QUIT well.
+    m_line.clear();
     lost(errorCode, text);
 }
 
@@ -436,11 +443,10 @@ void QFtpPI::lost(int errorCode, const QString& text)
         return;
     ++m_connection;
     m_replies.clear();
-    const bool isQuit = isLine(u"QUIT") && m_abort == Abort::None && !m_isServerText;
+    const bool isQuit = isLine(u"QUIT") && m_abort == Abort::None;
     Q_EMIT connectState(QFtp::Unconnected);
-    if (!isQuit) {
-        fail(errorCode, text);
-    } else {
+    if (isQuit)
         finish(text);
-    }
+    else
+        fail(errorCode, text);
 }

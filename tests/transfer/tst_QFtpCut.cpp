@@ -45,6 +45,8 @@ private Q_SLOTS:
     void resetAtOnceEndsByTheLimit();
     void dataIsCut();
     void dataIsCutAndNothingFollows();
+    void uploadIsCut_data();
+    void uploadIsCut();
 };
 
 void tst_QFtpCut::controlIsCut_data()
@@ -142,6 +144,67 @@ void tst_QFtpCut::dataIsCutAndNothingFollows()
         QCOMPARE(run.doneCount, 1);
         QCOMPARE(ftp.state(), QFtp::Unconnected);
     }
+}
+
+void tst_QFtpCut::uploadIsCut_data()
+{
+    QTest::addColumn<bool>("isReset");
+    QTest::addColumn<QByteArray>("reply");
+    QTest::newRow("closed and refused") << false << QByteArray("426 Cut\r\n");
+    QTest::newRow("reset and refused") << true << QByteArray("426 Cut\r\n");
+    QTest::newRow("closed and called done") << false << QByteArray("226 Taken\r\n");
+    QTest::newRow("reset and called done") << true << QByteArray("226 Taken\r\n");
+}
+
+void tst_QFtpCut::uploadIsCut()
+{
+    QFETCH(bool, isReset);
+    QFETCH(QByteArray, reply);
+    ScriptedFtpServer server(QHostAddress(QStringLiteral("127.62.6.2")));
+    QFtp ftp;
+    FtpRun(ftp, server.host(), server.port()).run(QStringLiteral("connect login"));
+    QByteArray bytes;
+    for (int i = 0; i < 300; ++i)
+        bytes += char(i);
+    for (qsizetype limit = 0; limit <= bytes.size(); ++limit) {
+        server.uploaded.clear();
+        server.handle("STOR", [&](ScriptedFtpServer& s, const QByteArray&) {
+            s.reply("150 Come\r\n");
+            s.withData([&](QTcpSocket& data) {
+                const auto take = [&] {
+                    s.uploaded += data.read(limit - s.uploaded.size());
+                    if (s.uploaded.size() < limit)
+                        return;
+                    data.disconnect(&s);
+                    if (isReset)
+                        ScriptedFtpServer::sendReset(data);
+                    else
+                        data.abort();
+                    s.reply(reply);
+                };
+                QObject::connect(&data, &QTcpSocket::readyRead, &s, take);
+                take();
+            });
+        });
+        FtpRun run(ftp, server.host(), server.port());
+        run.toPut = bytes;
+        QVERIFY2(run.run(QStringLiteral("put raw:NOOP")), qPrintable(QString::number(limit)));
+        QCOMPARE(server.uploaded, bytes.first(limit));
+        QCOMPARE(run.doneCount, 1);
+        QCOMPARE(run.started.size(), run.finished.size());
+        if (reply.startsWith("426")) {
+            QCOMPARE(run.outcome(), QStringLiteral("put!"));
+            QCOMPARE(run.errorText, QStringLiteral("Uploading file failed:\nCut"));
+        } else {
+            // Bytes that have left are sent as far as the client can know.
+            QVERIFY(run.outcome() == u"put raw:NOOP" ||
+                    run.errorText ==
+                        u"Uploading file failed:\nThe data connection was closed before all was sent");
+        }
+        QCOMPARE(ftp.state(), QFtp::LoggedIn);
+        QVERIFY(!ftp.hasPendingCommands());
+    }
+    QCOMPARE(server.connections, 1);
 }
 
 QTEST_GUILESS_MAIN(tst_QFtpCut)

@@ -163,6 +163,7 @@ const QList<Behaviour>& behaviours()
          {},
          answers("PASS", "332 Account\r\n")},
         {"QUIT refused", "close", "close!", "No", answers("QUIT", "500 No\r\n")},
+        {"QUIT unanswered", "close", "close!", kUnanswered, answers("QUIT", "")},
         {"QUIT unanswered but closed", "close", "close", {}, closesBehind("QUIT", "")},
         {"QUIT answered but not closed", "close", "close", {}, answers("QUIT", "221 Bye\r\n")},
         {"421 to a command", "list", "list!", listing("Idle"), closesBehind("TYPE", "421 Idle\r\n")},
