@@ -50,6 +50,7 @@ public:
     std::deque<FtpCommand> queue; ///< the running command is the first
     bool isRunning = false;
     bool isScheduled = false;
+    bool isDoneDue = false;    ///< a command ended well since the last done()
     bool isHandedOver = false; ///< the running command is with the protocol interpreter
     bool isAborted = false;    ///< before it was handed over
     int lastId = 0;
@@ -62,8 +63,8 @@ public:
     quint16 port = kControlPort;
     QString proxyHost;
     quint16 proxyPort = 0;
-};
     bool isProxied = false; ///< the connection goes to the proxy
+};
 
 QFtp::QFtp(QObject* parent) : QObject(parent), d(std::make_unique<QFtpPrivate>(this))
 {
@@ -270,8 +271,14 @@ void QFtp::abort()
 void QFtp::_q_startNextCommand()
 {
     d->isScheduled = false;
-    if (d->isRunning || d->queue.empty())
+    if (d->isRunning)
         return;
+    if (d->queue.empty()) {
+        // What waited was dropped between two commands.
+        if (std::exchange(d->isDoneDue, false))
+            Q_EMIT done(false);
+        return;
+    }
     d->isRunning = true;
     d->isHandedOver = false;
     d->isAborted = false;
@@ -300,6 +307,8 @@ void QFtp::_q_startNextCommand()
         d->isProxied = !d->proxyHost.isEmpty();
         if (d->isProxied)
             d->pi.connectToHost(d->proxyHost, d->proxyPort);
+        else
+            d->pi.connectToHost(d->host, d->port);
     } else if (!d->pi.isConnected()) {
         _q_piError(NotConnected, QStringLiteral("Not connected"));
     } else {
@@ -325,11 +334,12 @@ void QFtp::_q_piFinished(const QString& text)
         return;
     d->statusText = text;
     const int id = d->takeRunning();
+    d->isDoneDue = true;
     Q_EMIT commandFinished(id, false);
-    if (d->queue.empty())
-        Q_EMIT done(false);
-    else
+    if (!d->queue.empty())
         scheduleNext();
+    else if (std::exchange(d->isDoneDue, false))
+        Q_EMIT done(false);
 }
 
 void QFtp::_q_piError(int errorCode, const QString& text)
@@ -343,6 +353,7 @@ void QFtp::_q_piError(int errorCode, const QString& text)
     const int id = d->takeRunning();
     // What a slot queues from here on is not behind this command.
     d->queue.clear();
+    d->isDoneDue = false;
     Q_EMIT commandFinished(id, true);
     Q_EMIT done(true);
 }

@@ -118,7 +118,8 @@ public:
 
     /// True when commands wait that haven't begun.
     bool hasPendingCommands() const;
-    /// Drops all but the running command, without a signal.
+    /// Drops all but the running command. done(false) follows where some command has ended well since the
+    /// last done() and none is left.
     void clearPendingCommands();
 
     State state() const;

@@ -69,6 +69,8 @@ private Q_SLOTS:
     void rangeIsThatOfTheListingsBegin();
     void proxyIsThatOfTheConnection_data();
     void proxyIsThatOfTheConnection();
+    void doneComesWhereTheRestIsDropped_data();
+    void doneComesWhereTheRestIsDropped();
     void longListing();
     // --- rainy day flows
     void rawUploadHasNothingToSend();
@@ -209,6 +211,35 @@ void tst_QFtpSteps::proxyIsThatOfTheConnection()
     QVERIFY(m_run->waitForDone());
     QVERIFY2(!m_run->doneError, qPrintable(m_run->errorText));
     QCOMPARE(m_server->lines.first(), user);
+}
+
+void tst_QFtpSteps::doneComesWhereTheRestIsDropped_data()
+{
+    QTest::addColumn<QString>("next");
+    QTest::newRow("nothing follows") << QString();
+    QTest::newRow("another command in its place") << QStringLiteral("raw:NOOP");
+}
+
+void tst_QFtpSteps::doneComesWhereTheRestIsDropped()
+{
+    QFETCH(QString, next);
+    // Between the end of one command and the begin of the next.
+    connect(m_ftp.get(), &QFtp::commandFinished, m_ftp.get(), [this, next] {
+        if (m_run->finished.size() == 1)
+            QTimer::singleShot(0, m_ftp.get(), [this, next] {
+                QCOMPARE(m_ftp->currentId(), 0);
+                m_ftp->clearPendingCommands();
+                m_ftp->abort();
+                m_run->queue(next);
+            });
+    });
+    QVERIFY(m_run->run(QStringLiteral("connect cd list")));
+    QCOMPARE(m_run->outcome(), (QStringLiteral("connect ") + next).trimmed());
+    QVERIFY(!m_run->doneError);
+    // There is no second one to come.
+    QVERIFY(m_run->run(QStringLiteral("cd")));
+    QCOMPARE(m_run->doneCount, 2);
+    QCOMPARE(m_run->finished.last(), QStringLiteral("cd"));
 }
 
 void tst_QFtpSteps::longListing()
