@@ -55,8 +55,8 @@ def free_port(address):
         return probe.getsockname()[1]
 
 
-def start_server(options, folder):
-    port = free_port(options.address)
+def start_server(options, folder, port=None):
+    port = port or free_port(options.address)
     (folder / "root").mkdir()
     (folder / "empty").mkdir()
     settings = folder / "vsftpd.conf"
