@@ -10,11 +10,14 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <string_view>
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 struct udev;
 struct udev_device;
@@ -24,6 +27,7 @@ struct udev_list_entry;
 namespace {
 
 constexpr char kDevFolder[] = "/dev/";
+constexpr char kLockPrefix[] = "LCK..";
 
 /// One port of a listing. Libudev's users hold opaque pointers: here to the marks of the entry that they
 /// mean.
@@ -87,19 +91,63 @@ template <class Function> Function* nextFunction(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-/// Where a path leads: the port's own one for "/dev/" and the name of a port.
+/// The path that the port of this name is listed with; null where there is none.
+std::shared_ptr<const std::string> pathOfPort(std::string_view name)
+{
+    const auto ports = currentPorts();
+    if (!ports)
+        return nullptr;
+    const auto found = std::find_if(ports->begin(), ports->end(),
+                                    [&](const auto& entry) { return entry.port.name == name; });
+    return found == ports->end() ? nullptr : std::shared_ptr<const std::string>(ports, &found->port.path);
+}
+
+/// Lock files that were made in the place of others: the name asked for, and the name taken.
+std::map<std::string, std::string>& lockFiles()
+{
+    static std::map<std::string, std::string> files;
+    return files;
+}
+
+/// Who opens a port makes a file first that keeps others from it. Its name says the line that is opened,
+/// since the port's own may stand for another one in the next process.
+std::string lockFileOf(std::string_view folder, std::string_view name, const std::string& path)
+{
+    const auto line = pathOfPort(name);
+    const std::lock_guard lock(g_mutex);
+    if (const auto known = lockFiles().find(path); known != lockFiles().end())
+        return known->second;
+    if (!line)
+        return path;
+    std::string lineName = *line;
+    std::replace(lineName.begin(), lineName.end(), '/', '_');
+    return lockFiles()[path] = std::string(folder) + kLockPrefix + lineName;
+}
+
+/// Where a path leads: the port's own one for "/dev/" and the name of a port, or for the name of its lock
+/// file.
 std::string placeOf(const char* path)
 {
-    const size_t size = sizeof kDevFolder - 1;
-    if (std::strncmp(path, kDevFolder, size) != 0)
-        return path;
-    if (const auto ports = currentPorts()) {
-        const auto found = std::find_if(ports->begin(), ports->end(),
-                                        [&](const auto& entry) { return entry.port.name == path + size; });
-        if (found != ports->end())
-            return found->port.path;
+    const std::string_view all = path;
+    if (all.starts_with(kDevFolder)) {
+        const auto line = pathOfPort(all.substr(std::strlen(kDevFolder)));
+        return line ? *line : path;
     }
+    const size_t fileAt = all.rfind('/') + 1;
+    if (all.substr(fileAt).starts_with(kLockPrefix))
+        return lockFileOf(all.substr(0, fileAt), all.substr(fileAt + std::strlen(kLockPrefix)), path);
     return path;
+}
+
+/// The same for a file that goes.
+std::string forgottenPlaceOf(const char* path)
+{
+    const std::lock_guard lock(g_mutex);
+    // Lock files alone are looked for: this may be called before the program's own objects are made.
+    if (std::strstr(path, kLockPrefix) == nullptr)
+        return path;
+    const auto node = lockFiles().extract(path);
+    return node.empty() ? path : node.mapped();
 }
 
 } // namespace
@@ -117,6 +165,12 @@ NVX_IN_FRONT int open64(const char* path, int flags, ...)
     }
     static const auto next = nextFunction<int(const char*, int, ...)>("open64");
     return next(placeOf(path).c_str(), flags, mode);
+}
+
+NVX_IN_FRONT int unlink(const char* path) noexcept
+{
+    static const auto next = nextFunction<int(const char*)>("unlink");
+    return next(forgottenPlaceOf(path).c_str());
 }
 
 NVX_IN_FRONT int udev_enumerate_add_match_subsystem(udev_enumerate* enumeration, const char* subsystem)

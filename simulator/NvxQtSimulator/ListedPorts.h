@@ -6,7 +6,8 @@
 
 /// Serial ports that this process finds though the machine has none: while one of these lives,
 /// QSerialPortInfo lists its ports and no others, and QSerialPort opens each by its name. Pseudo terminals,
-/// which nothing lists, so stand under any name and vendor number. One at a time; any thread.
+/// which nothing lists, so stand under any name and vendor number. Who has one open keeps others from the
+/// line, not from the name. One at a time; any thread.
 ///
 /// This works on Linux, in programs that link the library NvxQtCommon::ListedPorts: functions of libudev and
 /// of the C library are then called through this program's own, which pass on what isn't about these ports. A

@@ -3,6 +3,7 @@
 #include "tests/support/SerialPair.h"
 
 #include <QFile>
+#include <QLockFile>
 #include <QSerialPort>
 #include <QSerialPortInfo>
 #include <QTemporaryDir>
@@ -40,6 +41,7 @@ private Q_SLOTS:
     void listsWhatItIsGiven();
     void opensByName();
     void followsChanges();
+    void isLockedByItsLine();
     void hidesThePortsOfTheMachine();
     // --- rainy day flows
     void otherPathsAreLeftAlone();
@@ -78,6 +80,32 @@ void tst_ListedPorts::opensByName()
     QVERIFY(line.write("in"));
     QTRY_COMPARE(port.bytesAvailable(), 2);
     QCOMPARE(port.readAll(), QByteArray("in"));
+}
+
+/// Another program may have a port of that name, which is another line.
+void tst_ListedPorts::isLockedByItsLine()
+{
+    const QString folder = QStringLiteral("/var/lock/");
+    QLockFile others(folder + QStringLiteral("LCK..43"));
+    if (!others.tryLock(0))
+        QSKIP("no lock file can be made here");
+    SerialPair line;
+    SerialPair otherLine;
+    ListedPorts ports;
+    ports.setPorts({{"43", line.portName().toStdString()}, {"44", line.portName().toStdString()}});
+    QSerialPort port(QStringLiteral("43"));
+    QVERIFY(port.open(QIODevice::ReadWrite));
+    // The same line by another name.
+    QSerialPort same(QStringLiteral("44"));
+    QVERIFY(!same.open(QIODevice::ReadWrite));
+    QCOMPARE(same.error(), QSerialPort::PermissionError);
+    // What was locked is set free, though the name has come to stand for something else.
+    ports.setPorts({{"43", otherLine.portName().toStdString()}, {"44", line.portName().toStdString()}});
+    port.close();
+    QVERIFY(same.open(QIODevice::ReadWrite));
+    QVERIFY(port.open(QIODevice::ReadWrite));
+    QVERIFY(others.isLocked());
+    QVERIFY(QFile::exists(others.fileName()));
 }
 
 void tst_ListedPorts::followsChanges()
