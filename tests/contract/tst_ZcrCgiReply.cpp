@@ -57,6 +57,10 @@ private Q_SLOTS:
     // --- rainy day flows
     void numberOfAPiece_data();
     void numberOfAPiece();
+    void orderOfTheKeys();
+    void bracesBehindNumbers();
+    void numbersAsQtReadsThem_data();
+    void numbersAsQtReadsThem();
     void firstKeyDecides_data();
     void firstKeyDecides();
     void firstChannelCounts_data();
@@ -237,6 +241,61 @@ void tst_ZcrCgiReply::firstKeyDecides_data()
         QTest::newRow(dropped) << QByteArray(dropped) + ":5" << QByteArray();
 }
 
+void tst_ZcrCgiReply::orderOfTheKeys()
+{
+    // Of each two keys in one piece the same one decides, wherever they stand in it.
+    const QList<QByteArray> keys{"serialNumber", "currentTime", "devSerial",  "wavSampRate",  "startTime",
+                                 "wavBitDepth",  "wavGain",     "wavEndian",  "wavLogMode",   "wavLogLen",
+                                 "fftSampRate",  "fftRef",      "fftPts",     "fftSampsBtwn", "fftProcType",
+                                 "fftAccum",     "fftWeight",   "fftLogMode", "fftLogLen"};
+    for (qsizetype first = 0; first < keys.size(); ++first) {
+        for (qsizetype second = first + 1; second < keys.size(); ++second) {
+            const QByteArray reversed = keys[second] + ' ' + keys[first] + ":5";
+            const ZcrCgiReply alone = parsed(keys[first] + ":5");
+            const ZcrCgiReply both = parsed(reversed);
+            for (const auto& [key, field] : kFields)
+                QVERIFY2(both.*field == alone.*field, reversed + ": " + key);
+            QVERIFY2(both.firstDevSerial == alone.firstDevSerial, reversed);
+            QVERIFY2(both.rateSeen == alone.rateSeen, reversed);
+        }
+    }
+}
+
+void tst_ZcrCgiReply::bracesBehindNumbers()
+{
+    // Braces are taken out of the time alone.
+    for (const auto& [key, field] : kFields) {
+        const ZcrCgiReply reply = parsed(QByteArray(key) + ":7}");
+        QVERIFY2(reply.*field == (QByteArray(key) == "currentTime" ? 7 : 0), key);
+    }
+}
+
+void tst_ZcrCgiReply::numbersAsQtReadsThem_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    for (const char* blank :
+         {"\u0085", "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005",
+          "\u2006", "\u2007", "\u2008", "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F",
+          "\u3000", "\u200B", "\uFEFF", "\u180E", "\x1c",   "\x1f",   "\x0b",   " "}) {
+        const QByteArray label = QByteArray(blank).toHex();
+        QTest::newRow("ahead of it, " + label) << QByteArray(blank) + "12";
+        QTest::newRow("behind it, " + label) << "-12" + QByteArray(blank) + blank;
+        QTest::newRow("alone, " + label) << QByteArray(blank);
+    }
+    for (const char* text : {"\u0661\u0662", "\uFF11", "\u22125",
+                             "\xFF"
+                             "5",
+                             "5\xC2", "1,000", "1e3", "--5", "+ 5"})
+        QTest::newRow("as it is, " + QByteArray(text).toHex()) << QByteArray(text);
+}
+
+void tst_ZcrCgiReply::numbersAsQtReadsThem()
+{
+    QFETCH(QByteArray, text);
+    QCOMPARE(ZcrCgiReply::extractField(':' + text.toStdString(), {}, 0),
+             QString::fromUtf8(':' + text).mid(1).toInt());
+}
+
 void tst_ZcrCgiReply::firstKeyDecides()
 {
     QFETCH(QByteArray, piece);
@@ -257,6 +316,9 @@ void tst_ZcrCgiReply::firstChannelCounts_data()
         << QByteArray(R"("devs":[{"devSerial":12,{"devSerial":13)") << 0;
     QTest::newRow("with its brace") << QByteArray(R"({"devSerial":13})") << 0;
     QTest::newRow("without a number") << QByteArray(R"("devSerial")") << 0;
+    // What ends with the first brace goes, where the list begins in the same piece, and nothing otherwise.
+    QTest::newRow("behind an empty entry of the list") << QByteArray(R"("devs":[{}"devSerial":12)") << 12;
+    QTest::newRow("behind an empty entry of another list") << QByteArray(R"("list":[{}"devSerial":12)") << 0;
     QTest::newRow("below 0") << QByteArray(R"("devSerial":-1)") << -1;
 }
 

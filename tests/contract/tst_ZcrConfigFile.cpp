@@ -74,6 +74,8 @@ private Q_SLOTS:
     void edits_data();
     void edits();
     // --- rainy day flows
+    void writesNoChannels();
+    void valuesThatSettersCut();
     void valuesThatAreNone_data();
     void valuesThatAreNone();
     void longFiles();
@@ -167,6 +169,10 @@ void tst_ZcrConfigFile::serials_data()
     QTest::newRow("empty") << QByteArray("$ARRAY_SERIALS=") << QList<int>{};
     QTest::newRow("short line") << QByteArray("$ARRAY_SERIALS") << QList<int>{};
     QTest::newRow("carriage return") << QByteArray("$ARRAY_SERIALS=1,2\r\n") << QList<int>{1, 2};
+    // This is intended: a line end of two bytes leaves one of them, and that is a piece that is no number.
+    QTest::newRow("empty with a carriage return") << QByteArray("$ARRAY_SERIALS=\r\n") << QList<int>{0};
+    QTest::newRow("comma at the end with a carriage return")
+        << QByteArray("$ARRAY_SERIALS=1,2,\r\n") << QList<int>{1, 2, 0};
     QTest::newRow("empty piece") << QByteArray("$ARRAY_SERIALS=1,,2") << QList<int>{1, 0, 2};
     QTest::newRow("no number") << QByteArray("$ARRAY_SERIALS=x,2") << QList<int>{0, 2};
     QTest::newRow("below 0") << QByteArray("$ARRAY_SERIALS=-1") << QList<int>{0};
@@ -202,6 +208,12 @@ void tst_ZcrConfigFile::edits_data()
                                           << "$WAVE_GAIN=111\n" + rest + "[x]\n$WAVE_GAIN=2\n";
     QTest::newRow("literal section") << QByteArray("$WAVE_GAIN=1\n[*]\n$WAVE_GAIN=2\n[y]\nz")
                                      << "$WAVE_GAIN=1\n[*]\n$WAVE_GAIN=111\n" + rest + "[y]\nz";
+    QTest::newRow("literal section with blanks around")
+        << QByteArray("$WAVE_GAIN=1\r\n [*]\t\r\n$WAVE_GAIN=2\r\n")
+        << "$WAVE_GAIN=1\r\n [*]\t\r\n$WAVE_GAIN=111\r\n" + QByteArray(rest).replace("\n", "\r\n");
+    // More behind it makes it another section.
+    QTest::newRow("section of another name") << QByteArray("$WAVE_GAIN=1\n[*] x\n$WAVE_GAIN=2\n")
+                                             << "$WAVE_GAIN=111\n" + rest + "[*] x\n$WAVE_GAIN=2\n";
     QTest::newRow("literal section twice")
         << QByteArray("[*]\n[*]\n$WAVE_GAIN=2\n") << "[*]\n" + kAll + "[*]\n$WAVE_GAIN=2\n";
     QTest::newRow("blank ahead of the equals sign")
@@ -216,6 +228,21 @@ void tst_ZcrConfigFile::edits()
     QFETCH(QByteArray, file);
     QFETCH(QByteArray, result);
     QCOMPARE(edited(file), result);
+}
+
+void tst_ZcrConfigFile::writesNoChannels()
+{
+    const std::string file = editedZcrConfig("$ARRAY_SERIALS=1,2\n", distinct(), {});
+    QVERIFY(file.starts_with("$ARRAY_SERIALS=\n"));
+    QVERIFY(zcrConfigSerials(file).empty());
+}
+
+void tst_ZcrConfigFile::valuesThatSettersCut()
+{
+    // A setter of eight bits takes the lowest ones.
+    HydJobSettings settings;
+    readZcrConfig("$WAVE_BIT_DEPTH=257\n", settings);
+    QCOMPARE(settings.wavBitDepth(), HydWavBitDepth{1});
 }
 
 void tst_ZcrConfigFile::valuesThatAreNone_data()

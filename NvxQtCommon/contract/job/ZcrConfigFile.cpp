@@ -1,9 +1,10 @@
 #include "NvxQtCommon/contract/job/ZcrConfigFile.h"
 
+#include "NvxQtCommon/contract/base/TextNumber.h"
+
 #include <algorithm>
 #include <array>
 #include <bitset>
-#include <charconv>
 
 namespace {
 
@@ -96,23 +97,17 @@ std::string_view withoutFeed(std::string_view line)
     return line;
 }
 
-std::string_view trimmedConfig(std::string_view text)
-{
-    constexpr std::string_view kBlanks = " \t\n\v\f\r";
-    const auto first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
+constexpr std::string_view kSection = "[*]";
 
-template <class Number> Number configNumber(std::string_view text)
+bool hasLiteralSection(std::string_view file)
 {
-    text = trimmedConfig(text);
-    if (text.starts_with('+') && !text.starts_with("+-"))
-        text.remove_prefix(1);
-    Number number = 0;
-    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return fault == std::errc() && end == text.data() + text.size() ? number : Number{0};
+    for (size_t at = 0; (at = file.find(kSection, at)) != std::string_view::npos;) {
+        const size_t begin = file.rfind('\n', at) + 1;
+        at = std::min(file.find('\n', at), file.size());
+        if (withoutBlanks(file.substr(begin, at - begin)) == kSection)
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -129,7 +124,7 @@ std::vector<uint16_t> zcrConfigSerials(std::string_view file)
         auto pieces = line.substr(kSerialsKey.size() + 1);
         while (!pieces.empty()) {
             const auto length = std::min(pieces.find(','), pieces.size());
-            const auto serial = static_cast<uint16_t>(configNumber<uint32_t>(pieces.substr(0, length)));
+            const auto serial = static_cast<uint16_t>(textNumber<uint32_t>(pieces.substr(0, length)));
             pieces.remove_prefix(std::min(length + 1, pieces.size()));
             if (!taken[serial])
                 serials.push_back(serial);
@@ -148,7 +143,7 @@ void readZcrConfig(std::string_view file, HydJobSettings& settings)
             continue;
         const auto found = std::ranges::find(kConfigKeys, line.substr(0, equals), &ConfigKey::key);
         if (found != kConfigKeys.end() && found->read != nullptr)
-            found->read(settings, configNumber<int32_t>(line.substr(equals + 1)));
+            found->read(settings, textNumber<int32_t>(line.substr(equals + 1)));
     }
 }
 
@@ -169,12 +164,8 @@ std::string editedZcrConfig(std::string_view file, const HydJobSettings& setting
     std::bitset<kConfigKeys.size() + 1> done;
 
     // The section: from behind a line "[*]", or from the file's beginning, to the next line with "[".
-    const auto isHeader = [](std::string_view line) { return trimmedConfig(line).starts_with('['); };
-    bool inside = true;
-    for (auto rest = file; !rest.empty();) {
-        if (trimmedConfig(takeLine(rest)) == "[*]")
-            inside = false;
-    }
+    const auto isHeader = [](std::string_view line) { return withoutBlanks(line).starts_with('['); };
+    bool inside = !hasLiteralSection(file);
 
     std::string edited;
     edited.reserve(file.size() + 2048);
@@ -193,13 +184,14 @@ std::string editedZcrConfig(std::string_view file, const HydJobSettings& setting
     };
     while (!file.empty()) {
         const auto line = takeLine(file);
-        if (isHeader(line)) {
+        const bool startsSection = isHeader(line);
+        if (startsSection) {
             if (inside)
                 appendMissing();
-            inside = !ended && trimmedConfig(line) == "[*]";
+            inside = !ended && withoutBlanks(line) == kSection;
         }
         const auto equals = line.find('=');
-        const bool isKey = inside && !isHeader(line) && equals != std::string_view::npos;
+        const bool isKey = inside && !startsSection && equals != std::string_view::npos;
         const auto found = isKey ? std::ranges::find(values, line.substr(0, equals),
                                                      [](const auto& value) { return value.first; })
                                  : values.end();

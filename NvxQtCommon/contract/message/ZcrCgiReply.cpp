@@ -1,8 +1,9 @@
 #include "NvxQtCommon/contract/message/ZcrCgiReply.h"
 
+#include "NvxQtCommon/contract/base/TextNumber.h"
+
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace {
 
@@ -33,25 +34,6 @@ constexpr std::array kCgiFields{
     CgiField{"fftLogLen", &ZcrCgiReply::fftLogLen},
 };
 
-std::string_view trimmed(std::string_view text)
-{
-    constexpr std::string_view kBlanks = " \t\n\v\f\r";
-    const auto first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-int32_t numberOrZero(std::string_view text)
-{
-    text = trimmed(text);
-    if (text.starts_with('+') && !text.starts_with("+-"))
-        text.remove_prefix(1);
-    int32_t number = 0;
-    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return fault == std::errc() && end == text.data() + text.size() ? number : 0;
-}
-
 void dropThrough(std::string& text, char last)
 {
     if (const auto at = text.find(last); at != std::string::npos)
@@ -73,7 +55,7 @@ int32_t ZcrCgiReply::extractField(std::string field, std::string_view prefix, ch
     else if (!prefix.empty() && contains(field, prefix))
         dropThrough(field, terminator);
     dropThrough(field, ':');
-    return numberOrZero(field);
+    return textNumber<int32_t>(field);
 }
 
 void ZcrCgiReply::take(std::string_view piece)
