@@ -160,6 +160,23 @@ def cgi_replies():
     yield "odd", b'devs:[{}"devSerial":+5,,"wavSampRate": -2147483649 ,serialNumber:\0,"currentTime":1}2}'
 
 
+def zcr_configs():
+    yield "plain", b"$FFT_ACCUM=20\n$WAVE_SAMPLE_RATE=96000\n$ARRAY_SERIALS=11,12,13\n"
+    yield "sections", b"; of the maker\r\n$WAVE_GAIN=1\r\n[*]\r\n$WAVE_GAIN=2\r\n#$WAVE_GAIN=3\r\n[NET]\r\n$WAVE_GAIN=4\r\n"
+    yield "section-ahead", b"[x]\n$FFT_TYPE=1\n [*] \n[*] x\n$FFT_TYPE=2"
+    yield "odd-values", b"$FFT_REF_LEVEL=-2147483649\n$FFT_REF_LEVEL= +5\t\r\n$ARRAY_SERIALS=1,,x,65536,4294967296,-1,\r\n$WAVE_BIT_DEPTH=257\n"
+    yield "odd-lines", b"$ARRAY_SERIALS\n#$ARRAY_SERIALS=9\n=\n==\n$WAVE_GAIN =1\n$AUX_MSG=\0\n\r\r\n$AUX_PIN=\r7\r\r\n"
+
+
+def array_frames():
+    layout = "<BBHHIHiIhHHHHH"
+    yield "typical", struct.pack(layout, 0, 3, 1234, 215, 7, 4, -120, 96000, -165, 0, 20, 0, 0, 1024) + b"\x00\xff\x7f\x80"
+    yield "no-bins", struct.pack(layout, 9, 255, 65535, 65535, 0xFFFFFFFF, 0, -0x80000000, 0xFFFFFFFF, -0x8000, 65535, 65535, 1, 2, 65535)
+    yield "wider-than-the-frame", struct.pack(layout, 0, 1, 11, 0, 0, 65535, 0, 0, 0, 0, 0, 0, 0, 0) + b"\x03\xfd\xfe"
+    yield "narrower-than-the-frame", struct.pack(layout, 0, 1, 11, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0) + bytes(range(256))
+    yield "cut", struct.pack(layout, 0, 1, 11, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0)[:31]
+
+
 def replay_files():
     """Wave files that are large enough for a list at their tail to be looked for, and the spectrum files."""
     samples = bytes(range(200)) * 8
@@ -188,3 +205,5 @@ if __name__ == "__main__":
     seeds("ftp_reply", ftp_replies())
     seeds("ftp_listing", ftp_listings())
     seeds("cgi_reply", cgi_replies())
+    seeds("zcr_config", zcr_configs())
+    seeds("array_frame", array_frames())
