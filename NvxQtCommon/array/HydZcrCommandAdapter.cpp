@@ -15,6 +15,9 @@
 
 namespace {
 
+/// Marks the requests of all adapters.
+constexpr auto kIsOfAnAdapter = static_cast<QNetworkRequest::Attribute>(QNetworkRequest::User + 5167);
+
 /// A sensitivity of 0, or a fraction above it, is that of a channel without a frame yet. One just below 0 is
 /// not. This is intended.
 bool isUnfilled(const std::shared_ptr<HydDevice>& device)
@@ -98,8 +101,12 @@ bool HydZcrCommandAdapter::mayRequest() const
 
 void HydZcrCommandAdapter::request(const std::string& url) const
 {
-    QNetworkReply* reply =
-        m_manager->get(QNetworkRequest(QUrl(QString::fromStdString(url), QUrl::TolerantMode)));
+    QNetworkRequest request(QUrl(QString::fromStdString(url), QUrl::TolerantMode));
+    request.setAttribute(kIsOfAnAdapter, true);
+    // A manager has few connections to a host: requests that are never answered would hold up all others.
+    if (m_manager->transferTimeout() == 0)
+        request.setTransferTimeout(kReplySilenceMs);
+    QNetworkReply* reply = m_manager->get(request);
     connect(reply, &QNetworkReply::readyRead, reply, [reply] {
         if (reply->bytesAvailable() <= kMaxReplySize)
             return;
@@ -146,10 +153,11 @@ void HydZcrCommandAdapter::handleNetWorkReplay(QNetworkReply* reply)
         qDebug().noquote() << reply->errorString();
         return;
     }
-    // What is longer was asked for by another user of the manager, who wants to read it.
     if (!reply->isReadable() || reply->bytesAvailable() > kMaxReplySize)
         return;
-    const QByteArray text = reply->readAll();
+    // What another user of the manager asked for stays there for that one to read.
+    const bool isOurs = reply->request().attribute(kIsOfAnAdapter).toBool();
+    const QByteArray text = isOurs ? reply->readAll() : reply->peek(kMaxReplySize);
     const auto parsed = ZcrCgiReply::parse({text.constData(), static_cast<size_t>(text.size())});
     QPointer<HydZcrCommandAdapter> self(this);
     if (parsed.firstDevSerial && parsed.serial > 0)

@@ -30,6 +30,8 @@ class NVXQTCOMMON_EXPORT HydZcrCommandAdapter : public QObject
 public:
     /// Bytes; a longer reply to a request of this adapter is aborted, which a line of the log says.
     static constexpr qint64 kMaxReplySize = ZcrCgiReply::kMaxSize;
+    /// Milliseconds of silence after which a request is aborted, where the manager has no limit of its own.
+    static constexpr int kReplySilenceMs = 30000;
     /// Bytes; reading a longer configuration file is given up, which a line of the log says.
     static constexpr qint64 kMaxConfigSize = 16777216;
     /// Bytes of it, at the most, that stand in the log.
@@ -47,13 +49,15 @@ public:
     explicit HydZcrCommandAdapter(HydConnectionType connType, QObject* parent = nullptr);
     ~HydZcrCommandAdapter() override;
 
-    /// Address of the array controller, for all that follows.
+    /// Address of the array controller, for all that follows. Without one, requests go to this machine, and
+    /// the web socket fails.
     void setNetHostInfo(const NvxNetHostInfo& info);
     const NvxNetHostInfo& netHostInfo() const { return m_hostInfo; }
     /// Null until one is set, and when it is gone.
     QNetworkAccessManager* manager() const { return m_manager; }
     /// Takes the first manager for good. All its replies come by handleNetWorkReplay(), those to other users
-    /// too: an adapter tells by the serial number in a reply whom it is about. The adapter deletes no reply;
+    /// too: an adapter tells by the serial number in a reply whom it is about. What adapters asked for is
+    /// read by the first one of them; replies to other users keep their bytes. The adapter deletes no reply;
     /// that is the manager's owner's part, for one by setAutoDeleteReplies().
     void setNetworkAccessManager(QNetworkAccessManager* manager);
     /// The channels' identities and records, to be changed by their owner.
@@ -62,12 +66,12 @@ public:
     void clearLists();
     /// Serial number of the array controller, 0 until set.
     void setSerial(unsigned short serial) { m_serial = serial; }
-    /// With false no request goes out and replies are dropped. True until openConnection().
+    /// With false no request by HTTP goes out and replies are dropped. True until openConnection().
     void enableNetWork(bool enabled) { m_networkEnabled = enabled; }
 
     /// True while the web socket is closed.
     bool isUnConnected() const;
-    /// Opens the web socket, and ends requests until closeConnection().
+    /// Opens the web socket, and ends requests until closeConnection(), also where it is refused or lost.
     void openConnection();
     void closeConnection();
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "NvxQtCommon/array/HydZcrCommandAdapter.h"
+#include "NvxQtCommon/contract/device/SkiffDevice.h"
 #include "tests/array/CannedReply.h"
 
 #include <QSignalSpy>
@@ -53,3 +54,24 @@ struct ArrayRig
 private:
     QObject m_context;
 };
+
+/// The record of a channel.
+inline SkiffDevice& channel(ArrayRig& rig, size_t i)
+{
+    return dynamic_cast<SkiffDevice&>(*rig.adapter.hydDeviceList().at(i));
+}
+
+/// A frame of the channel with this serial number.
+inline CZCRWebSocket::ZCR_STREAM_STR frameOf(uint16_t serial, int16_t sensitivity = -165)
+{
+    CZCRWebSocket::ZCR_STREAM_STR frame;
+    frame.frameSerial = serial;
+    frame.frameChannel = 7;
+    frame.frameTemperature = 215;
+    frame.frameBandWidth = 1024;
+    frame.frameFftRef = -120;
+    frame.frameSampleRate = 96000;
+    frame.frameSensitivity = sensitivity;
+    frame.frameFftAccum = 20;
+    return frame;
+}

@@ -5,32 +5,11 @@
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
 
-using Frame = CZCRWebSocket::ZCR_STREAM_STR;
-
 namespace {
 
 const QByteArray kStatus =
     R"({"serialNumber":600,"devs":[{"devSerial":11},{"devSerial":12},{"devSerial":13,"x":1}]})";
 const QByteArray kNoManager = "nullptr == m_manager - HydZcrCommandAdapter::sendSetTime";
-
-SkiffDevice& channel(ArrayRig& rig, size_t i)
-{
-    return dynamic_cast<SkiffDevice&>(*rig.adapter.hydDeviceList().at(i));
-}
-
-Frame frameOf(uint16_t serial, int16_t sensitivity = -165)
-{
-    Frame frame;
-    frame.frameSerial = serial;
-    frame.frameChannel = 7;
-    frame.frameTemperature = 215;
-    frame.frameBandWidth = 1024;
-    frame.frameFftRef = -120;
-    frame.frameSampleRate = 96000;
-    frame.frameSensitivity = sensitivity;
-    frame.frameFftAccum = 20;
-    return frame;
-}
 
 } // namespace
 
@@ -48,8 +27,6 @@ private Q_SLOTS:
     void timeOfAController();
     void channelsGetTheSettings();
     void recordsOfTheChannels();
-    void frameCompletesItsChannel();
-    void listIsFilledWithTheLastChannel();
     // --- rainy day flows
     void adapterThatHeldChannelsTakesNone();
     void channelsOfAnotherController();
@@ -62,12 +39,12 @@ private Q_SLOTS:
     void disabledDropsReplies();
     void errorsAreLogged();
     void noReply();
-    void longRepliesOfOthersAreLeftAlone();
-    void filledWithEachFrameOnceComplete();
-    void filledAtOnceWithoutChannels();
-    void frameOfAChannelThatIsNotListed();
-    void filledChannelStays_data();
-    void filledChannelStays();
+    void repliesOfOthersAreLeftAlone_data();
+    void repliesOfOthersAreLeftAlone();
+    void replyIsNotReleased();
+    void heldRecordsWithoutIdentities();
+    void recordsThatAreNoChannels();
+    void firstChannelKnowsTheArray();
     void recordsAreAppended();
     void requestsWithoutAManager();
     void requestsWhileDisabled();
@@ -196,39 +173,6 @@ void tst_HydZcrCommandAdapter::recordsOfTheChannels()
     QVERIFY(rig.adapter.hydDeviceList().empty());
 }
 
-void tst_HydZcrCommandAdapter::frameCompletesItsChannel()
-{
-    ArrayRig rig;
-    rig.listChannels({11, 12});
-    rig.adapter.FillDevIdList(frameOf(12));
-    const SkiffDevice& device = channel(rig, 1);
-    QCOMPARE(device.zcrChannel(), 7);
-    QCOMPARE(device.temperature(), 21.5F);
-    QCOMPARE(device.bandWidth(), 1024U);
-    QCOMPARE(device.sampleRate(), 96000U);
-    QCOMPARE(device.sensitivity(), -165.0F);
-    QCOMPARE(device.spectrumVRef(), -120.0F);
-    const HydJobSettings& settings = device.jobSettings();
-    QCOMPARE(settings.map().size(), size_t(4));
-    QCOMPARE(settings.fftRate(), SampRate{96000});
-    QCOMPARE(settings.wavRate(), SampRate{96000});
-    QCOMPARE(settings.fftAccum(), 20U);
-    QCOMPARE(settings.fftRef(), -120);
-    QCOMPARE(channel(rig, 0).sensitivity(), 0.0F);
-    QVERIFY(rig.listFilled.isEmpty());
-}
-
-void tst_HydZcrCommandAdapter::listIsFilledWithTheLastChannel()
-{
-    ArrayRig rig;
-    rig.listChannels({11, 12, 13});
-    rig.adapter.FillDevIdList(frameOf(13));
-    rig.adapter.FillDevIdList(frameOf(11));
-    QVERIFY(rig.listFilled.isEmpty());
-    rig.adapter.FillDevIdList(frameOf(12));
-    QCOMPARE(rig.listFilled.count(), 1);
-}
-
 void tst_HydZcrCommandAdapter::adapterThatHeldChannelsTakesNone()
 {
     ArrayRig rig;
@@ -265,6 +209,10 @@ void tst_HydZcrCommandAdapter::channelsOfAnotherController()
     rig.reply(reply);
     QCOMPARE(rig.listSerials, (QList<int>{601, 601, 601}));
     QVERIFY(rig.lists.last().empty());
+    QCOMPARE(rig.adapter.devIdList().size(), size_t(1));
+    // 66136 is 600 in 16 bits, and another number all the same.
+    rig.reply(R"("serialNumber":66136,{"devSerial":13)");
+    QCOMPARE(rig.listSerials.last(), 66136);
     QCOMPARE(rig.adapter.devIdList().size(), size_t(1));
 }
 
@@ -308,8 +256,22 @@ void tst_HydZcrCommandAdapter::settingsWithoutASerial()
 void tst_HydZcrCommandAdapter::replyOfAllKinds()
 {
     ArrayRig rig;
+    QStringList order;
+    QObject context;
+    connect(&rig.adapter, &HydZcrCommandAdapter::signalZcrConfigRead, &context,
+            [&] { order << QString::number(channel(rig, 0).jobSettings().wavRate()); });
+    connect(&rig.adapter, &HydZcrCommandAdapter::signalZcrTime, &context, [&] { order << "time"; });
     rig.reply(R"("serialNumber":600,{"devSerial":13,"wavSampRate":48000,"currentTime":99}})");
-    // Channels, settings and time, in this order.
+    // The channels, their settings, and the time.
+    QCOMPARE(order, (QStringList{"0", "48000", "time"}));
+    QStringList others;
+    connect(&rig.adapter, &HydZcrCommandAdapter::signalZCRArrayRead, &context, [&] { others << "channels"; });
+    connect(&rig.adapter, &HydZcrCommandAdapter::signalZCRSetConfigRead, &context,
+            [&] { others << "settings"; });
+    connect(&rig.adapter, &HydZcrCommandAdapter::signalZcrTime, &context, [&] { others << "time"; });
+    rig.reply(R"("currentTime":99,"wavSampRate":48000,{"devSerial":13,"serialNumber":601)");
+    QCOMPARE(others, (QStringList{"channels", "settings", "time"}));
+    rig.times.removeLast();
     QCOMPARE(rig.configRead.count(), 2);
     QCOMPARE(channel(rig, 0).serial(), 13);
     QCOMPARE(channel(rig, 0).jobSettings().wavRate(), SampRate{48000});
@@ -377,79 +339,87 @@ void tst_HydZcrCommandAdapter::noReply()
     QVERIFY(log.lines().isEmpty());
 }
 
-void tst_HydZcrCommandAdapter::longRepliesOfOthersAreLeftAlone()
+void tst_HydZcrCommandAdapter::repliesOfOthersAreLeftAlone_data()
 {
+    QTest::addColumn<qsizetype>("size");
+    QTest::addColumn<int>("times");
+    QTest::newRow("short") << qsizetype(100) << 1;
+    QTest::newRow("longest") << qsizetype(HydZcrCommandAdapter::kMaxReplySize) << 1;
+    QTest::newRow("longer") << qsizetype(HydZcrCommandAdapter::kMaxReplySize + 1) << 0;
+}
+
+void tst_HydZcrCommandAdapter::repliesOfOthersAreLeftAlone()
+{
+    QFETCH(qsizetype, size);
+    QFETCH(int, times);
     ArrayRig rig;
     QByteArray text(R"("serialNumber":600,"currentTime":5,)");
-    text.append(QByteArray(HydZcrCommandAdapter::kMaxReplySize - text.size(), 'x'));
-    CannedReply longest(text);
-    rig.adapter.handleNetWorkReplay(&longest);
-    QCOMPARE(rig.times.count(), 1);
-    QVERIFY(longest.rest().isEmpty());
-    CannedReply longer(text + 'x');
-    rig.adapter.handleNetWorkReplay(&longer);
-    QCOMPARE(rig.times.count(), 1);
-    QCOMPARE(longer.rest().size(), qsizetype(HydZcrCommandAdapter::kMaxReplySize + 1));
+    text.append(QByteArray(size - text.size(), 'x'));
+    CannedReply reply(text);
+    rig.adapter.handleNetWorkReplay(&reply);
+    QCOMPARE(rig.times.count(), times);
+    QVERIFY(reply.readAll() == text);
 }
 
-void tst_HydZcrCommandAdapter::filledWithEachFrameOnceComplete()
+void tst_HydZcrCommandAdapter::replyIsNotReleased()
+{
+    ArrayRig rig;
+    const auto text = QByteArray(R"("serialNumber":600,"currentTime":5)");
+    const QPointer<CannedReply> good = new CannedReply(text);
+    const QPointer<CannedReply> bad = new CannedReply(text, QNetworkReply::ContentNotFoundError, "gone");
+    rig.adapter.handleNetWorkReplay(good);
+    rig.adapter.handleNetWorkReplay(bad);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    // This is intended: it is the manager's owner who does.
+    QVERIFY(!good.isNull());
+    QVERIFY(!bad.isNull());
+    delete good;
+    delete bad;
+}
+
+void tst_HydZcrCommandAdapter::heldRecordsWithoutIdentities()
+{
+    // An adapter that held channels takes no identity out of a reply, and those that it has go. The records
+    // stay, so nothing is asked for again.
+    ArrayRig rig;
+    rig.listChannels({11});
+    rig.reply(kStatus);
+    QVERIFY(rig.adapter.devIdList().empty());
+    QCOMPARE(rig.adapter.hydDeviceList().size(), size_t(1));
+    QCOMPARE(rig.configRead.count(), 1);
+    QCOMPARE(rig.configRead.first().first().toBool(), false);
+}
+
+void tst_HydZcrCommandAdapter::recordsThatAreNoChannels()
 {
     ArrayRig rig;
     rig.listChannels({11});
-    for (int i = 1; i <= 3; ++i) {
-        rig.adapter.FillDevIdList(frameOf(11));
-        QCOMPARE(rig.listFilled.count(), i);
-    }
-    // A frame of nobody, too: this is intended.
-    rig.adapter.FillDevIdList(frameOf(99));
-    QCOMPARE(rig.listFilled.count(), 4);
-}
-
-void tst_HydZcrCommandAdapter::filledAtOnceWithoutChannels()
-{
-    ArrayRig rig;
+    auto plain = std::make_shared<HydDevice>(uint16_t{11}, DevTypeSkiff, NvxNetHostInfo(), JobTagMap());
+    rig.adapter.hydDeviceList().front() = plain;
+    rig.reply(R"("serialNumber":600,"wavSampRate":96000)");
+    QCOMPARE(plain->jobSettings().wavRate(), SampRate{96000});
+    QCOMPARE(rig.configRead.count(), 1);
     rig.adapter.FillDevIdList(frameOf(11));
-    QCOMPARE(rig.listFilled.count(), 1);
-}
-
-void tst_HydZcrCommandAdapter::frameOfAChannelThatIsNotListed()
-{
-    ArrayRig rig;
-    rig.listChannels({11});
-    rig.adapter.FillDevIdList(frameOf(99));
-    QCOMPARE(channel(rig, 0).sensitivity(), 0.0F);
+    QCOMPARE(plain->sensitivity(), 0.0F);
     QVERIFY(rig.listFilled.isEmpty());
-    // The identity decides, of this controller; a record alone doesn't.
-    rig.adapter.setSerial(601);
-    rig.adapter.FillDevIdList(frameOf(11));
-    QCOMPARE(channel(rig, 0).sensitivity(), 0.0F);
-    rig.adapter.setSerial(600);
-    rig.adapter.FillDevIdList(frameOf(11));
-    QCOMPARE(channel(rig, 0).sensitivity(), -165.0F);
 }
 
-void tst_HydZcrCommandAdapter::filledChannelStays_data()
+void tst_HydZcrCommandAdapter::firstChannelKnowsTheArray()
 {
-    QTest::addColumn<float>("sensitivity");
-    QTest::addColumn<bool>("stays");
-    QTest::newRow("a frame's") << -170.0F << true;
-    QTest::newRow("just below 0") << -0.5F << true;
-    QTest::newRow("just above 0") << 0.5F << false;
-    QTest::newRow("0") << 0.0F << false;
-    QTest::newRow("1") << 1.0F << true;
-}
-
-void tst_HydZcrCommandAdapter::filledChannelStays()
-{
-    QFETCH(float, sensitivity);
-    QFETCH(bool, stays);
     ArrayRig rig;
-    rig.listChannels({11});
-    channel(rig, 0).setSensitivity(sensitivity);
-    rig.adapter.FillDevIdList(frameOf(11));
-    QCOMPARE(channel(rig, 0).sensitivity(), stays ? sensitivity : -165.0F);
-    QCOMPARE(channel(rig, 0).bandWidth(), stays ? 0U : 1024U);
-    QCOMPARE(rig.listFilled.count(), 1);
+    rig.listChannels({11, 12});
+    const auto first = std::make_shared<ZcrDevice>(DevTypeZcr);
+    const auto second = std::make_shared<ZcrDevice>(DevTypeZcr);
+    std::vector<std::shared_ptr<HydDevice>> known{rig.adapter.hydDeviceList().at(1)};
+    second->setDevList(&known, second);
+    rig.reply(R"("serialNumber":600,"wavSampRate":96000)");
+    // That of any other channel isn't asked.
+    QVERIFY(second->jobSettings().map().empty());
+    known = {rig.adapter.hydDeviceList().at(0)};
+    first->setDevList(&known, first);
+    rig.reply(R"("serialNumber":600,"wavSampRate":48000)");
+    QCOMPARE(first->jobSettings().wavRate(), SampRate{48000});
+    QVERIFY(second->jobSettings().map().empty());
 }
 
 void tst_HydZcrCommandAdapter::recordsAreAppended()
@@ -510,6 +480,8 @@ void tst_HydZcrCommandAdapter::deletedByItsOwnSignal_data()
     QTest::newRow("channels") << QByteArray(
         R"("serialNumber":7,"devSerial":1,"wavSampRate":5,"currentTime":9)");
     QTest::newRow("time") << QByteArray(R"("serialNumber":7,"currentTime":9)");
+    QTest::newRow("list filled") << QByteArray("frame");
+    QTest::newRow("connection open") << QByteArray("open");
 }
 
 void tst_HydZcrCommandAdapter::deletedByItsOwnSignal()
@@ -524,8 +496,16 @@ void tst_HydZcrCommandAdapter::deletedByItsOwnSignal()
     connect(adapter, &HydZcrCommandAdapter::signalZCRSetConfigRead, &context, end);
     connect(adapter, &HydZcrCommandAdapter::signalZCRArrayRead, &context, end);
     connect(adapter, &HydZcrCommandAdapter::signalZcrTime, &context, end);
-    CannedReply canned(reply);
-    adapter->handleNetWorkReplay(&canned);
+    connect(adapter, &HydZcrCommandAdapter::signalZcrDevListFilled, &context, end);
+    connect(adapter, &HydZcrCommandAdapter::connectionOpen, &context, end);
+    if (reply == "frame") {
+        adapter->FillDevIdList(frameOf(11));
+    } else if (reply == "open") {
+        adapter->findChild<CZCRWebSocket*>()->webSocketConnected();
+    } else {
+        CannedReply canned(reply);
+        adapter->handleNetWorkReplay(&canned);
+    }
     QVERIFY(Grave::isGone());
     QVERIFY(Grave::isUntouched());
 }

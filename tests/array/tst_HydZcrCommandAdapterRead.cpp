@@ -3,8 +3,8 @@
 #include "tests/support/Buried.h"
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/OwnNetwork.h"
 #include "tests/transfer/FtpPeer.h"
-#include "tests/transfer/OwnNetwork.h"
 #include "tests/transfer/ScriptedFtpServer.h"
 
 #include <QCoreApplication>

@@ -2,9 +2,9 @@
 #include "tests/array/ArrayReplies.h"
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
+#include "tests/support/OwnNetwork.h"
 #include "tests/support/SourceFile.h"
 #include "tests/transfer/FtpPeer.h"
-#include "tests/transfer/OwnNetwork.h"
 #include "tests/transfer/VsftpdPeer.h"
 
 #include <QCoreApplication>

@@ -16,9 +16,9 @@ inline bool isInOwnNetwork()
     return qEnvironmentVariableIsSet(kOwnNetworkVariable);
 }
 
-/// Runs this program again in a network namespace of its own, where nobody else has port 21 and everybody may
-/// bind it, and where no packet finds a way out. Returns inside of it, or, where there are no namespaces,
-/// without it.
+/// Runs this program again in a network namespace of its own, where nobody else has port 21 or 80 and
+/// everybody may bind it, and where no packet finds a way out. Returns inside of it, or, where there are no
+/// namespaces, without it.
 inline void enterOwnNetwork(int argc, char* argv[])
 {
     if (isInOwnNetwork())
