@@ -3,6 +3,7 @@
 #include "NvxQtCommon/array/DeleteWhenSilent.h"
 
 #include <QDebug>
+#include <QTcpSocket>
 #include <QUrl>
 
 #include <utility>
@@ -51,6 +52,22 @@ void CZCRWebSocket::openConnection()
     if (state() != QAbstractSocket::UnconnectedState)
         return;
     open(QUrl(QStringLiteral("ws://%1:%2").arg(m_hAddress.toString()).arg(kPort)));
+    boundBuffers();
+}
+
+void CZCRWebSocket::boundBuffers()
+{
+    // Each connection has a socket of its own.
+    setReadBufferSize(kReadBufferSize);
+    const auto sockets = findChildren<QTcpSocket*>();
+    if (sockets.isEmpty())
+        return;
+    connect(sockets.last(), &QIODevice::readyRead, this, [this] {
+        if (bytesToWrite() <= kMaxUnsent)
+            return;
+        qDebug() << "Array web socket closed:" << bytesToWrite() << "bytes wait to be sent";
+        abort();
+    });
 }
 
 void CZCRWebSocket::closeConnection()
@@ -70,7 +87,8 @@ void CZCRWebSocket::handleDisconnected()
 {
     // The code of an earlier connection stays until the next one is closed by a message.
     if (std::exchange(m_isOpen, false) && closeCode() == QWebSocketProtocol::CloseCodeTooMuchData)
-        qDebug() << "Array web socket closed: a message of more than" << kMaxMessageSize << "bytes";
+        qDebug() << "Array web socket closed for too much data; messages hold at most" << kMaxMessageSize
+                 << "bytes";
     closeConnection();
 }
 

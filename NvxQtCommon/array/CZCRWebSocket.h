@@ -14,7 +14,8 @@
 
 /// The web socket of one array controller: opens it, reads each binary message as a frame and emits it. Made
 /// by make() and owned by an adapter; lives on the thread that made it. Errors are logged and end the
-/// connection. It holds at most one message of kMaxMessageSize bytes.
+/// connection. It holds at most one message of kMaxMessageSize bytes and kReadBufferSize more of what
+/// follows.
 class NVXQTCOMMON_EXPORT CZCRWebSocket : public QWebSocket
 {
     Q_OBJECT
@@ -22,6 +23,10 @@ class NVXQTCOMMON_EXPORT CZCRWebSocket : public QWebSocket
 public:
     /// Bytes; a longer message closes the connection, which a line of the log says.
     static constexpr quint64 kMaxMessageSize = 1048576;
+    /// Bytes that wait to be read at most, while a slot takes its time: the peer waits then.
+    static constexpr qint64 kReadBufferSize = 1049600;
+    /// Bytes; the connection ends where more wait to be sent, to a peer that asks for answers and takes none.
+    static constexpr qint64 kMaxUnsent = 1048576;
     /// The port of every array controller.
     static constexpr unsigned short kPort = 51675;
 
@@ -88,6 +93,7 @@ Q_SIGNALS:
     void signalWebSocBinMesReceived(CZCRWebSocket::ZCR_STREAM_STR const& zcrStream);
 
 private:
+    void boundBuffers();
     void handleDisconnected();
     void handleError(QAbstractSocket::SocketError err);
 

@@ -68,6 +68,8 @@ void ZcrStreamAdapter::connectStream()
 {
     // A refusal may come at once, and its receiver may delete this adapter.
     const auto socket = m_webSocket;
+    // It may have been set by the base.
+    socket->setHAddress(hostAddress());
     socket->openConnection();
 }
 

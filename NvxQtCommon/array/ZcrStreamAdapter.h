@@ -29,7 +29,7 @@ public:
     void createConnections();
     /// True while the web socket is connected, whoever started it.
     bool isStreaming() const;
-    /// Takes effect at the next connection.
+    /// Takes effect at the next connection, as setHostAddress() does.
     void setIpAddr(QString ipAddress);
 
 public Q_SLOTS:

@@ -318,6 +318,14 @@ void tst_ZcrStreamAdapter::addressGivenLater()
     QCOMPARE(adapter.hostAddress(), QHostAddress(kAddress));
     adapter.connectStream();
     QTRY_COMPARE_WITH_TIMEOUT(connected.count(), 1, 30000);
+    // The base's way leads there, too.
+    adapter.setHostAddress(QHostAddress(QStringLiteral("127.81.2.99")));
+    QSignalSpy errors(&adapter, &HydStreamAdapter::socketError);
+    adapter.connectStream();
+    QTRY_COMPARE(errors.count(), 1);
+    adapter.setHostAddress(QHostAddress(kAddress));
+    adapter.startStream();
+    QTRY_COMPARE(connected.count(), 2);
 }
 
 void tst_ZcrStreamAdapter::worksOnAnotherThread()

@@ -10,6 +10,7 @@ line there is a command to all connections:
     raw HEX                a binary message of these bytes, or of none
     zeros COUNT            a binary message of so many zero bytes
     pieces COUNT SIZE      one message, in so many pieces of so many zero bytes
+    stream COUNT RATE BINS  so many frames, numbered from 0, RATE of them a second
     text WORD              a text message
     close CODE             closes the connections from here
 
@@ -69,6 +70,9 @@ class Peer:
             for client in list(self.clients):
                 await client.close(int(words[0]))
             return
+        if verb == "stream":
+            await self.stream(*(int(word) for word in words))
+            return
         message = {
             "frame": lambda: frame(words),
             "raw": lambda: bytes.fromhex("".join(words)),
@@ -81,6 +85,15 @@ class Peer:
                 await client.send(message)
             except (websockets.WebSocketException, OSError):
                 pass
+
+    async def stream(self, count, rate, bins):
+        begin = asyncio.get_running_loop().time()
+        for sequence in range(count):
+            for client in list(self.clients):
+                await client.send(LAYOUT.pack(*(sequence if name == "sequence" else 0 for name in FIELDS)) + bytes(bins))
+            ahead = begin + sequence / rate - asyncio.get_running_loop().time()
+            if ahead > 0.01:
+                await asyncio.sleep(ahead)
 
 
 async def main():
