@@ -54,6 +54,19 @@ std::shared_ptr<ZcrDevice> ZcrDeviceController::arrayDevice() const
 
 // --- requests
 
+void ZcrDeviceController::checkStatus(QNetworkAccessManager* manager)
+{
+    const auto device = devicePtr();
+    if (!device)
+        return;
+    m_adapter->setNetHostInfo(device->netHostInfo());
+    m_adapter->setSerial(device->serial());
+    m_adapter->clearLists();
+    if (m_adapter->manager() == nullptr)
+        setNetworkAccessManager(manager);
+    m_adapter->getFtpZcrFileConfig();
+}
+
 void ZcrDeviceController::sendSetZcrTime(long long time, QNetworkAccessManager* manager)
 {
     if (!m_enabledZcrCgiCon)

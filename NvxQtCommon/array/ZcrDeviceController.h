@@ -29,6 +29,11 @@ public:
     ZcrDeviceController(std::shared_ptr<ZcrDevice> device, HydConnectionType connType,
                         QObject* parent = nullptr);
 
+    /// The full start-up read: fetches the list of channels by FTP, and completes it by the web socket. One
+    /// of enquireResponse(), signalZCRnoArray() and signalZCRErrorStream() tells how it ended, and nothing
+    /// does where the file can't be had. Keeps `manager` for sendZcrEnquire() unless this controller or its
+    /// adapter has one. Nothing without a device record.
+    void checkStatus(QNetworkAccessManager* manager);
     /// Sets the clock of the array controller: seconds since the epoch; 0 or less asks for its time alone.
     /// `manager` is the one that the adapter keeps, where it has none yet. Nothing while CGI traffic is
     /// disabled.

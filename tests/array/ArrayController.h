@@ -9,35 +9,10 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
-/// Takes web socket connections of one address, and answers none.
-class MuteWebSocket
-{
-public:
-    explicit MuteWebSocket(uint32_t address)
-    {
-        m_server.listen(QHostAddress(address), CZCRWebSocket::kPort);
-        QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this] {
-            QObject::connect(m_server.nextPendingConnection(), &QIODevice::readyRead, &m_server,
-                             [this] { ++m_handshakes; });
-        });
-    }
-    /// Waits for the handshake of a connection more than before: Qt warns where one is closed ahead of it.
-    bool waitForHandshake()
-    {
-        ++m_expected;
-        return QTest::qWaitFor([this] { return m_handshakes >= m_expected; }, kPatienceMs);
-    }
-
-private:
-    QTcpServer m_server;
-    int m_handshakes = 0;
-    int m_expected = 0;
-};
-
 /// A controller of the array controller 600 and what it told, in its order.
 struct ArrayController
 {
-    explicit ArrayController(uint32_t address) : socket(address)
+    explicit ArrayController(uint32_t address)
     {
         device->setSerial(kSerial);
         device->setNetHostInfo(NvxNetHostInfo(address));
@@ -95,7 +70,6 @@ struct ArrayController
 
     static constexpr uint16_t kSerial = 600;
 
-    MuteWebSocket socket;
     std::shared_ptr<ZcrDevice> device = std::make_shared<ZcrDevice>(DevTypeZcr);
     ZcrDeviceController controller{device, ConnTcp};
     HydZcrCommandAdapter& adapter = *controller.adapter();
@@ -120,6 +94,40 @@ private:
 
     QStringList m_told;
     QObject m_context;
+};
+
+/// Takes web socket connections of one address, and answers none.
+class MuteWebSocket
+{
+public:
+    explicit MuteWebSocket(uint32_t address)
+    {
+        if (!m_server.listen(QHostAddress(address), CZCRWebSocket::kPort))
+            qFatal("no port to listen on");
+        QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this] {
+            QObject::connect(m_server.nextPendingConnection(), &QIODevice::readyRead, &m_server,
+                             [this] { ++m_handshakes; });
+        });
+    }
+    /// Waits for the handshake of a connection more than before: Qt warns where one is closed ahead of it.
+    bool waitForHandshake()
+    {
+        ++m_expected;
+        return QTest::qWaitFor([this] { return m_handshakes >= m_expected; }, kPatienceMs);
+    }
+
+private:
+    QTcpServer m_server;
+    int m_handshakes = 0;
+    int m_expected = 0;
+};
+
+/// One whose web socket connects to nobody who answers.
+struct MuteArrayController : ArrayController
+{
+    explicit MuteArrayController(uint32_t address) : ArrayController(address), socket(address) {}
+
+    MuteWebSocket socket;
 };
 
 /// What a report of the whole list tells.

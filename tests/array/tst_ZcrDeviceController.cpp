@@ -149,14 +149,14 @@ void tst_ZcrDeviceController::adapterSignals()
 {
     QFETCH(Step, emission);
     QFETCH(QStringList, told);
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     emission(array);
     QCOMPARE(array.told(), told);
 }
 
 void tst_ZcrDeviceController::settingsOfTheFirstChannel()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.listChannels({0, 0});
     array.adapter.hydDeviceList()[0]->mergeJobSettings(gainOf(6));
     array.adapter.hydDeviceList()[1]->mergeJobSettings(gainOf(9));
@@ -174,7 +174,7 @@ void tst_ZcrDeviceController::settingsOfTheFirstChannel()
 
 void tst_ZcrDeviceController::fileOpensTheWebSocket()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.listChannels({0});
     array.adapter.hydDeviceList()[0]->mergeJobSettings(gainOf(6));
     Q_EMIT array.adapter.signalZcrConfigRead(true);
@@ -191,7 +191,7 @@ void tst_ZcrDeviceController::fileOpensTheWebSocket()
 
 void tst_ZcrDeviceController::wholeListIsReported()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.listChannels({-165.0F, -170.0F, -175.0F});
     array.controller.setSettingsReady(true);
     array.adapter.enableNetWork(false);
@@ -215,7 +215,7 @@ void tst_ZcrDeviceController::wholeListIsReported()
 
 void tst_ZcrDeviceController::repliesAreHandledLikeOthers()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.handleAdapterResponse(std::make_shared<HydSetTimeCmd>(9));
     QCOMPARE(array.told(), QStringList{QStringLiteral("own time 9")});
     auto* clock = array.controller.findChild<QTimer*>();
@@ -246,7 +246,7 @@ void tst_ZcrDeviceController::timeReplies()
     QFETCH(qint64, time);
     QFETCH(QString, told);
     QFETCH(int, timeUtc);
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.device->setTimeUtc(3);
     array.controller.handleZcrTime(serial, time);
     QCOMPARE(array.told(), QStringList{told});
@@ -257,7 +257,7 @@ void tst_ZcrDeviceController::timeReplies()
 
 void tst_ZcrDeviceController::othersGetTheirOwnArguments()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     connect(&array.controller, &ZcrDeviceController::signalZCRSetConfigRead, this,
             [](HydJobSettings& settings) { settings.setWavGain(12); });
     connect(&array.controller, &ZcrDeviceController::signalZCRArrayRead, this,
@@ -274,7 +274,7 @@ void tst_ZcrDeviceController::othersGetTheirOwnArguments()
 
 void tst_ZcrDeviceController::nothingGoesOutOnACommandChannel()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     NvxDeviceController& controller = array.controller;
     QVERIFY(!controller.isCmdChanOpen());
     controller.openChannel(ChanCommand);
@@ -346,7 +346,7 @@ void tst_ZcrDeviceController::noChannels_data()
 void tst_ZcrDeviceController::noChannels()
 {
     QFETCH(bool, isFile);
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     // A collection is under way, which this ends.
     array.listChannels({0});
     Q_EMIT array.adapter.signalZcrConfigRead(true);
@@ -385,7 +385,7 @@ void tst_ZcrDeviceController::sensitivities()
     QFETCH(QList<float>, channels);
     QFETCH(bool, isWhole);
     QFETCH(float, ofTheArray);
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.device->setSensitivity(-1.0F);
     array.listChannels({channels.begin(), channels.end()});
     Q_EMIT array.adapter.signalZcrDevListFilled();
@@ -407,7 +407,7 @@ void tst_ZcrDeviceController::lastChannelOfAnotherClass()
 {
     QFETCH(bool, isLast);
     QFETCH(float, ofTheArray);
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.device->setSensitivity(-1.0F);
     array.listChannels({-165.0F});
     const auto other = std::make_shared<HydDevice>(DevTypeSkiff);
@@ -421,7 +421,7 @@ void tst_ZcrDeviceController::lastChannelOfAnotherClass()
 
 void tst_ZcrDeviceController::errorStreamEndsTheReport()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.listChannels({-165.0F, 0.0F});
     array.controller.setSettingsReady(true);
     Q_EMIT array.adapter.signalZcrDevListFilled();
@@ -434,7 +434,7 @@ void tst_ZcrDeviceController::errorStreamEndsTheReport()
 
 void tst_ZcrDeviceController::filledWithoutChannels()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.listChannels({-165.0F});
     Q_EMIT array.adapter.signalZcrDevListFilled();
     array.told();
@@ -450,7 +450,7 @@ void tst_ZcrDeviceController::filledWithoutChannels()
 
 void tst_ZcrDeviceController::recordOfAnotherClass()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     const auto record = std::make_shared<HydDevice>(DevTypeZcr);
     array.controller.setDevice(record);
     array.listChannels({-165.0F});
@@ -469,7 +469,7 @@ void tst_ZcrDeviceController::recordOfAnotherClass()
 
 void tst_ZcrDeviceController::withoutARecord()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setDevice(nullptr);
     Q_EMIT array.adapter.connectionOpen();
     Q_EMIT array.adapter.connectionClosed();
@@ -490,7 +490,7 @@ void tst_ZcrDeviceController::withoutARecord()
 
 void tst_ZcrDeviceController::connectionIsNeverToldClosed()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     Q_EMIT array.adapter.connectionOpen();
     QCOMPARE(array.device->cmdPortStatus(), PortConnected);
     array.listChannels({-165.0F});
@@ -508,7 +508,7 @@ void tst_ZcrDeviceController::connectionIsNeverToldClosed()
 
 void tst_ZcrDeviceController::ownCloseLeavesTheClock()
 {
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.listChannels({0.0F});
     array.controller.handleAdapterResponse(std::make_shared<HydSetTimeCmd>(9));
     Q_EMIT array.adapter.signalZcrConfigRead(true);
@@ -587,7 +587,7 @@ void tst_ZcrDeviceController::adapterOutlivesItsController()
 {
     std::shared_ptr<Adapter> adapter;
     {
-        ArrayController array(kAddress);
+        MuteArrayController array(kAddress);
         adapter = array.controller.adapter();
     }
     Q_EMIT adapter->connectionOpen();

@@ -69,7 +69,7 @@ void tst_ZcrDeviceControllerRequests::enquiries()
 {
     QFETCH(Operation, enquire);
     CannedManager manager;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     QVERIFY(array.adapter.manager() == nullptr);
     enquire(array.controller);
@@ -83,7 +83,7 @@ void tst_ZcrDeviceControllerRequests::enquiryOfAFreshController()
     CannedManager manager;
     manager.bodies[kConfiguration] = R"("serialNumber":600,"wavSampRate":96000,"currentTime":5)";
     manager.bodies[kStatus] = R"("serialNumber":600,{"devSerial":12,{"devSerial":13)";
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.controller.startUpProc();
     QTRY_COMPARE(manager.open, 0);
@@ -98,7 +98,7 @@ void tst_ZcrDeviceControllerRequests::enquiryOfAFreshController()
 void tst_ZcrDeviceControllerRequests::setsTheTime()
 {
     CannedManager manager;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.sendSetZcrTime(1700000000, &manager);
     array.controller.sendSetZcrTime(0, nullptr);
     QCOMPARE(manager.asked,
@@ -123,7 +123,7 @@ void tst_ZcrDeviceControllerRequests::writesAJobSetup()
     QFETCH(bool, isDelayed);
     QFETCH(bool, byTheBase);
     CannedManager manager;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.adapter.setNetworkAccessManager(&manager);
     array.listChannels({-165.0F});
     array.controller.handleZcrDevListFilled();
@@ -152,7 +152,7 @@ void tst_ZcrDeviceControllerRequests::enquiryWithoutAManager()
     QFETCH(Operation, enquire);
     CannedManager manager;
     LogSpy log;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     enquire(array.controller);
     // The adapter's isn't the controller's.
     array.adapter.setNetworkAccessManager(&manager);
@@ -178,7 +178,7 @@ void tst_ZcrDeviceControllerRequests::enquiryWhileDisabled()
     QFETCH(Operation, enquire);
     CannedManager manager;
     LogSpy log;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.controller.setEnabledZcrCgiCon(false);
     QVERIFY(!array.controller.isEnabledZcrCgiCon());
@@ -202,7 +202,7 @@ void tst_ZcrDeviceControllerRequests::managersThatAreThereStay()
 {
     CannedManager first;
     CannedManager second;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(nullptr);
     array.controller.setNetworkAccessManager(&first);
     array.controller.setNetworkAccessManager(&second);
@@ -223,7 +223,7 @@ void tst_ZcrDeviceControllerRequests::timeGoesByTheManagerGivenOnly()
 {
     CannedManager manager;
     LogSpy log;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.controller.sendSetZcrTime(5, nullptr);
     QCOMPARE(manager.asked, QStringList());
@@ -234,7 +234,7 @@ void tst_ZcrDeviceControllerRequests::setupOfARecordWithoutChannels()
 {
     CannedManager manager;
     LogSpy log;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.adapter.setNetworkAccessManager(&manager);
     // The record's list counts, not the adapter's.
     array.listChannels({-165.0F});
@@ -259,7 +259,7 @@ void tst_ZcrDeviceControllerRequests::setupIsPendingWhetherSentOrNot()
     QFETCH(QStringList, lines);
     CannedManager manager;
     LogSpy log;
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     if (!isEnabled)
         array.adapter.setNetworkAccessManager(&manager);
     array.listChannels({-165.0F});
@@ -276,7 +276,7 @@ void tst_ZcrDeviceControllerRequests::statusIsAskedAgainAndAgain()
     CannedManager manager;
     manager.bodies[kConfiguration] = R"("serialNumber":600,"wavSampRate":96000,"x":0)";
     manager.bodies[kStatus] = R"("serialNumber":600,{"devSerial":12,"x":0)";
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.listChannels({-165.0F});
     array.adapter.clearLists();
@@ -301,7 +301,7 @@ void tst_ZcrDeviceControllerRequests::disablingDropsReplies()
 {
     CannedManager manager;
     manager.bodies[kConfiguration] = R"("serialNumber":600,"currentTime":5)";
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.controller.sendZcrEnquire();
     array.controller.setEnabledZcrCgiCon(false);
@@ -317,7 +317,7 @@ void tst_ZcrDeviceControllerRequests::closingBringsRepliesBack()
 {
     CannedManager manager;
     manager.bodies[kConfiguration] = R"("serialNumber":600,"currentTime":5)";
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.controller.sendZcrEnquire();
     array.controller.setEnabledZcrCgiCon(false);
@@ -334,7 +334,7 @@ void tst_ZcrDeviceControllerRequests::nothingIsAskedWhileTheWebSocketIsOpen()
 {
     CannedManager manager;
     manager.bodies[kConfiguration] = R"("serialNumber":600,"currentTime":5)";
-    ArrayController array(kAddress);
+    MuteArrayController array(kAddress);
     array.controller.setNetworkAccessManager(&manager);
     array.listChannels({-165.0F});
     array.controller.sendZcrEnquire();

@@ -40,19 +40,19 @@ private Q_SLOTS:
 
 private:
     /// A controller with an address of its own.
-    ArrayController& begun(bool isFile = true);
-    bool passAgain(ArrayController& array);
+    MuteArrayController& begun(bool isFile = true);
+    bool passAgain(MuteArrayController& array);
 
-    std::list<ArrayController> m_controllers;
-    ArrayController* m_missing = nullptr;
-    ArrayController* m_filled = nullptr;
-    ArrayController* m_reported = nullptr;
-    ArrayController* m_thrice = nullptr;
-    ArrayController* m_later = nullptr;
-    ArrayController* m_closed = nullptr;
-    ArrayController* m_closedByItsBase = nullptr;
-    ArrayController* m_emptied = nullptr;
-    ArrayController* m_byCgi = nullptr;
+    std::list<MuteArrayController> m_controllers;
+    MuteArrayController* m_missing = nullptr;
+    MuteArrayController* m_filled = nullptr;
+    MuteArrayController* m_reported = nullptr;
+    MuteArrayController* m_thrice = nullptr;
+    MuteArrayController* m_later = nullptr;
+    MuteArrayController* m_closed = nullptr;
+    MuteArrayController* m_closedByItsBase = nullptr;
+    MuteArrayController* m_emptied = nullptr;
+    MuteArrayController* m_byCgi = nullptr;
     bool m_isEarly = true;
     bool m_isHalfway = false;
     bool m_isLate = false;
@@ -60,16 +60,16 @@ private:
     bool m_wasProlonged = false;
 };
 
-ArrayController& tst_ZcrDeviceControllerWait::begun(bool isFile)
+MuteArrayController& tst_ZcrDeviceControllerWait::begun(bool isFile)
 {
-    ArrayController& array =
+    MuteArrayController& array =
         m_controllers.emplace_back(0x7F510710 + static_cast<uint32_t>(m_controllers.size()));
     array.listChannels({-165.0F, 0.0F});
     array.controller.handleZcrConfigRead(isFile);
     return array;
 }
 
-bool tst_ZcrDeviceControllerWait::passAgain(ArrayController& array)
+bool tst_ZcrDeviceControllerWait::passAgain(MuteArrayController& array)
 {
     // Qt warns where a connection is closed ahead of its handshake.
     if (!array.socket.waitForHandshake())
@@ -105,7 +105,8 @@ void tst_ZcrDeviceControllerWait::initTestCase()
         m_wasProlonged = m_later->told().isEmpty();
     });
 
-    for (ArrayController* array : {m_missing, m_filled, m_reported, m_closed, m_closedByItsBase, m_emptied})
+    for (MuteArrayController* array :
+         {m_missing, m_filled, m_reported, m_closed, m_closedByItsBase, m_emptied})
         QVERIFY(array->socket.waitForHandshake());
     m_reported->adapter.hydDeviceList()[1]->setSensitivity(-170.0F);
     Q_EMIT m_reported->adapter.signalZcrDevListFilled();
