@@ -15,14 +15,14 @@ bool isBlank(QChar c)
     return c == u' ' || (c >= u'\t' && c <= u'\r');
 }
 
-bool isDigit(QChar c)
+bool isListingDigit(QChar c)
 {
     return c >= u'0' && c <= u'9';
 }
 
 bool isDigits(QStringView text)
 {
-    return !text.isEmpty() && std::all_of(text.begin(), text.end(), isDigit);
+    return !text.isEmpty() && std::all_of(text.begin(), text.end(), isListingDigit);
 }
 
 bool isLetter(QChar c)
@@ -150,7 +150,7 @@ bool hasDosShape(QStringView text)
         const bool isYear = i >= kYearEnd && i < kYearEnd + extra;
         const QChar wanted = isYear ? QChar(u'd') : kShape[i < kYearEnd ? i : i - extra];
         const QChar c = text[i];
-        if (wanted == u'd' ? !isDigit(c) : wanted == u'?' ? c != u'A' && c != u'P' : c != wanted)
+        if (wanted == u'd' ? !isListingDigit(c) : wanted == u'?' ? c != u'A' && c != u'P' : c != wanted)
             return false;
     }
     return true;
