@@ -1,4 +1,4 @@
-// Fetches all files of the directory "Data" of a server on port 21 through the download queue, three at once,
+// Fetches files of the directory "Data" of a server on port 21 through the download queue, three at once,
 // for compare_ftp_queue.py: bench_ftp_queue HOST INTO NAME... Prints seconds from the first request to the
 // last end, CPU seconds of the process, and the most memory that it had, in MiB.
 
