@@ -1,5 +1,4 @@
 #include "tests/array/ArrayController.h"
-#include "tests/support/Buried.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QSignalSpy>
@@ -9,7 +8,6 @@
 
 namespace {
 
-using Adapter = HydZcrCommandAdapter;
 using Step = std::function<void(ArrayController&)>;
 
 constexpr uint32_t kAddress = 0x7F510701;
@@ -62,9 +60,6 @@ private Q_SLOTS:
     void withoutARecord();
     void connectionIsNeverToldClosed();
     void ownCloseLeavesTheClock();
-    void deletedByItsOwnSignal_data();
-    void deletedByItsOwnSignal();
-    void adapterOutlivesItsController();
 };
 
 void tst_ZcrDeviceController::ownsAnArrayRecord()
@@ -523,77 +518,6 @@ void tst_ZcrDeviceController::ownCloseLeavesTheClock()
     static_cast<NvxDeviceController&>(array.controller).closeAll();
     QVERIFY(array.adapter.isUnConnected());
     QVERIFY(!array.controller.findChild<QTimer*>()->isActive());
-}
-
-void tst_ZcrDeviceController::deletedByItsOwnSignal_data()
-{
-    QTest::addColumn<QList<float>>("channels");
-    QTest::addColumn<bool>("isFilled");
-    QTest::addColumn<int>("serial");
-    QTest::addColumn<QByteArray>("signal");
-    const QList<float> none;
-    QTest::newRow("no array") << none << false << 0 << QByteArray("signalZCRnoArray");
-    QTest::newRow("error stream") << QList<float>{0.0F} << true << 0 << QByteArray("signalZCRErrorStream");
-    QTest::newRow("settings changed") << none << true << 0 << QByteArray("jobSettingsChanged");
-    QTest::newRow("enquired") << none << true << 0 << QByteArray("enquireResponse");
-    QTest::newRow("own time") << none << false << 600 << QByteArray("timeChanged");
-    QTest::newRow("time of another") << none << false << 601 << QByteArray("signalZcrTime");
-}
-
-void tst_ZcrDeviceController::deletedByItsOwnSignal()
-{
-    QFETCH(QList<float>, channels);
-    QFETCH(bool, isFilled);
-    QFETCH(int, serial);
-    QFETCH(QByteArray, signal);
-    using Grave = Buried<ZcrDeviceController>;
-    QObject context;
-    const auto device = std::make_shared<ZcrDevice>(DevTypeZcr);
-    device->setSerial(600);
-    auto* controller = new Grave(device, ConnTcp);
-    for (const float sensitivity : channels) {
-        controller->adapter()->hydDeviceList().push_back(std::make_shared<HydDevice>(DevTypeSkiff));
-        controller->adapter()->hydDeviceList().back()->setSensitivity(sensitivity);
-    }
-    QByteArray deletedBy;
-    const auto endBy = [&](auto member, const char* name) {
-        connect(controller, member, &context, [&, name] {
-            if (signal != name)
-                return;
-            deletedBy = name;
-            delete controller;
-        });
-    };
-    endBy(&ZcrDeviceController::signalZCRnoArray, "signalZCRnoArray");
-    endBy(&ZcrDeviceController::signalZCRErrorStream, "signalZCRErrorStream");
-    endBy(&ZcrDeviceController::jobSettingsChanged, "jobSettingsChanged");
-    endBy(&ZcrDeviceController::enquireResponse, "enquireResponse");
-    endBy(&ZcrDeviceController::timeChanged, "timeChanged");
-    endBy(&ZcrDeviceController::signalZcrTime, "signalZcrTime");
-    // By the adapter, whose last reference goes with its controller.
-    auto* adapter = controller->adapter().get();
-    if (serial != 0)
-        Q_EMIT adapter->signalZcrTime(serial, 7);
-    else if (isFilled)
-        Q_EMIT adapter->signalZcrDevListFilled();
-    else
-        Q_EMIT adapter->signalZcrConfigRead(false);
-    QCOMPARE(deletedBy, signal);
-    QVERIFY(Grave::isGone());
-    QVERIFY(Grave::isUntouched());
-}
-
-void tst_ZcrDeviceController::adapterOutlivesItsController()
-{
-    std::shared_ptr<Adapter> adapter;
-    {
-        MuteArrayController array(kAddress);
-        adapter = array.controller.adapter();
-    }
-    Q_EMIT adapter->connectionOpen();
-    Q_EMIT adapter->signalZcrConfigRead(true);
-    Q_EMIT adapter->signalZcrTime(600, 7);
-    QCOMPARE(adapter.use_count(), 1L);
 }
 
 QTEST_GUILESS_MAIN(tst_ZcrDeviceController)

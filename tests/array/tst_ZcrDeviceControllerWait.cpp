@@ -41,7 +41,6 @@ private Q_SLOTS:
 private:
     /// A controller with an address of its own.
     MuteArrayController& begun(bool isFile = true);
-    bool passAgain(MuteArrayController& array);
 
     std::list<MuteArrayController> m_controllers;
     MuteArrayController* m_missing = nullptr;
@@ -54,7 +53,6 @@ private:
     MuteArrayController* m_emptied = nullptr;
     MuteArrayController* m_byCgi = nullptr;
     bool m_isEarly = true;
-    bool m_isHalfway = false;
     bool m_isLate = false;
     bool m_wasInTime = false;
     bool m_wasProlonged = false;
@@ -69,20 +67,10 @@ MuteArrayController& tst_ZcrDeviceControllerWait::begun(bool isFile)
     return array;
 }
 
-bool tst_ZcrDeviceControllerWait::passAgain(MuteArrayController& array)
-{
-    // Qt warns where a connection is closed ahead of its handshake.
-    if (!array.socket.waitForHandshake())
-        return false;
-    array.controller.handleZcrConfigRead(true);
-    return array.socket.waitForHandshake();
-}
-
 void tst_ZcrDeviceControllerWait::initTestCase()
 {
     // Timers fire in the order of their times, however late they are.
     QTimer::singleShot(1800ms, Qt::PreciseTimer, this, [this] { m_isEarly = false; });
-    QTimer::singleShot(700ms, Qt::PreciseTimer, this, [this] { m_isHalfway = true; });
     m_missing = &begun();
     connect(&m_missing->controller, &ZcrDeviceController::signalZCRErrorStream, this,
             [this] { m_wasInTime = !m_isEarly && !m_isLate; });
@@ -105,21 +93,25 @@ void tst_ZcrDeviceControllerWait::initTestCase()
         m_wasProlonged = m_later->told().isEmpty();
     });
 
-    for (MuteArrayController* array :
-         {m_missing, m_filled, m_reported, m_closed, m_closedByItsBase, m_emptied})
-        QVERIFY(array->socket.waitForHandshake());
+    // Ahead of all limits, even on a machine that stands still for seconds.
+    QTimer::singleShot(500ms, Qt::PreciseTimer, this,
+                       [this] { m_later->controller.handleZcrConfigRead(true); });
+
+    // What follows is done at once, without an event loop. Qt warns of each connection that is closed so
+    // early.
+    for (int closings = 0; closings < 6; ++closings)
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("QNativeSocketEngine::write.*")));
     m_reported->adapter.hydDeviceList()[1]->setSensitivity(-170.0F);
     Q_EMIT m_reported->adapter.signalZcrDevListFilled();
     QCOMPARE(m_reported->told(), wholeReport());
-    QVERIFY(passAgain(*m_thrice));
-    QVERIFY(passAgain(*m_thrice));
+    m_thrice->controller.handleZcrConfigRead(true);
+    m_thrice->controller.handleZcrConfigRead(true);
     m_closed->controller.closeAll();
     static_cast<NvxDeviceController&>(m_closedByItsBase->controller).closeAll();
     m_emptied->adapter.clearLists();
     m_emptied->controller.handleZcrConfigRead(true);
     QCOMPARE(m_emptied->told(), QStringList{QStringLiteral("no array")});
-    QTRY_VERIFY(m_isHalfway);
-    QVERIFY(passAgain(*m_later));
     QSignalSpy laterReports(&m_later->controller, &ZcrDeviceController::signalZCRErrorStream);
     QTRY_VERIFY(m_isLate);
     QTRY_COMPARE(laterReports.count(), 2);
