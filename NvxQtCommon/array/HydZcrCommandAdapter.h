@@ -3,6 +3,7 @@
 #include "NvxQtCommon/array/CZCRWebSocket.h"
 #include "NvxQtCommon/contract/device/HydDevice.h"
 #include "NvxQtCommon/contract/identity/HydDeviceId.h"
+#include "NvxQtCommon/contract/job/ZcrConfigFile.h"
 #include "NvxQtCommon/contract/message/ZcrCgiReply.h"
 #include "NvxQtCommon/control/MetaTypes.h"
 
@@ -143,6 +144,7 @@ private:
     void takeFrame(HydDevice& device, const ZcrFrameHeader& frame) const;
     void makeFtp();
 
+    const ZcrConfigKeys m_keyMap = zcrConfigKeys();
     std::vector<std::shared_ptr<HydDevice>> m_deviceList;
     std::vector<HydDeviceId> m_devIdList;
     std::shared_ptr<CZCRWebSocket> m_webSocket;

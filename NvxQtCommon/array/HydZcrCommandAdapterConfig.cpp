@@ -1,6 +1,5 @@
 #include "NvxQtCommon/array/DeleteWhenSilent.h"
 #include "NvxQtCommon/array/HydZcrCommandAdapter.h"
-#include "NvxQtCommon/contract/job/ZcrConfigFile.h"
 #include "NvxQtCommon/transfer/CFtpProc.h"
 #include "NvxQtCommon/transfer/QFtp.h"
 
@@ -74,12 +73,12 @@ void HydZcrCommandAdapter::ftpReadConfig()
     clearLists();
     const QByteArray file = m_ftp->readAll();
     qDebug() << file.left(kMaxConfigLogged);
-    for (const uint16_t serial : zcrConfigSerials(viewOf(file))) {
+    for (const uint16_t serial : zcrConfigSerials(viewOf(file), m_keyMap)) {
         m_devIdList.emplace_back(DevTypeSkiff, serial);
         m_devIdList.back().setHostDevNo(m_serial);
     }
     fillSkiffList();
-    readZcrConfig(viewOf(file), m_jobSettings);
+    readZcrConfig(viewOf(file), m_jobSettings, m_keyMap);
     updateDevSetConfigRead(EnquireFile);
 }
 
@@ -122,7 +121,7 @@ bool HydZcrCommandAdapter::handleLoadingZCRConfFinished(bool ok, QString const& 
     file.close();
     std::vector<uint16_t> serials(m_devIdList.size());
     std::ranges::transform(m_devIdList, serials.begin(), &HydDeviceId::serialNo);
-    const std::string edited = editedZcrConfig(viewOf(text), m_jobSettings, serials);
+    const std::string edited = editedZcrConfig(viewOf(text), m_jobSettings, serials, m_keyMap);
     QSaveFile target(path);
     return target.open(QIODevice::WriteOnly) &&
            target.write(edited.data(), static_cast<qint64>(edited.size())) ==

@@ -67,6 +67,7 @@ class tst_ZcrConfigFile : public NvxTestCase
 private Q_SLOTS:
     // --- happy flows
     void readsWhatItWrites();
+    void keysHaveNumbers();
     void readsEachKey_data();
     void readsEachKey();
     void serials_data();
@@ -95,6 +96,28 @@ void tst_ZcrConfigFile::readsWhatItWrites()
     QCOMPARE(edited(kAll), kAll);
     QCOMPARE(edited(kAll + "[x]\nend"), kAll + "[x]\nend");
     QCOMPARE(edited(kAll.chopped(1)), kAll.chopped(1));
+}
+
+void tst_ZcrConfigFile::keysHaveNumbers()
+{
+    const ZcrConfigKeys& keys = zcrConfigKeys();
+    QCOMPARE(keys.size(), size_t(36));
+    // In the order of the file.
+    int number = 0;
+    for (const QByteArray& line : kAll.split('\n')) {
+        if (!line.isEmpty())
+            QCOMPARE(QByteArray::fromStdString(keys.at(number++)), line.left(line.indexOf('=')));
+    }
+    QCOMPARE(number, 36);
+    // Other texts, and one number that nobody knows.
+    const ZcrConfigKeys others{{5, "A"}, {35, "LIST"}, {36, "B"}, {-1, "C"}};
+    HydJobSettings settings;
+    readZcrConfig("A=7\nB=8\nC=9\n$FFT_WEIGHT=1\nLIST=3\n", settings, others);
+    QCOMPARE(settings.map().size(), size_t(1));
+    QCOMPARE(settings.fftAccum(), 7U);
+    QVERIFY(zcrConfigSerials("LIST=3\n$ARRAY_SERIALS=4\n", others) == (Serials{3}));
+    QVERIFY(zcrConfigSerials("$ARRAY_SERIALS=4\n", {{5, "A"}}).empty());
+    QCOMPARE(editedZcrConfig("B=1\n", settings, {3, 4}, others), std::string("B=1\nA=7\nLIST=3,4\n"));
 }
 
 void tst_ZcrConfigFile::readsEachKey_data()

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr std::string_view kSerialsKey = "$ARRAY_SERIALS";
 constexpr int kArrayType = 16;
 
 using ConfigReader = void (*)(HydJobSettings&, int32_t);
@@ -81,6 +80,14 @@ constexpr std::array kConfigKeys{
     ConfigKey{"$ARRAY_LOG_STOP_TIME", nullptr, constant<0>},
 };
 
+/// The list of channels has the number behind those of the settings.
+constexpr int kSerialsNumber = static_cast<int>(kConfigKeys.size());
+
+bool isSetting(int number)
+{
+    return number >= 0 && number < kSerialsNumber;
+}
+
 /// Takes the first line off `rest`, with its line feed where it has one.
 std::string_view takeLine(std::string_view& rest)
 {
@@ -112,16 +119,31 @@ bool hasLiteralSection(std::string_view file)
 
 } // namespace
 
-std::vector<uint16_t> zcrConfigSerials(std::string_view file)
+const ZcrConfigKeys& zcrConfigKeys()
 {
+    static const ZcrConfigKeys s_keys = [] {
+        ZcrConfigKeys keys;
+        for (int number = 0; number < kSerialsNumber; ++number)
+            keys.emplace(number, kConfigKeys[static_cast<size_t>(number)].key);
+        keys.emplace(kSerialsNumber, "$ARRAY_SERIALS");
+        return keys;
+    }();
+    return s_keys;
+}
+
+std::vector<uint16_t> zcrConfigSerials(std::string_view file, const ZcrConfigKeys& keys)
+{
+    const auto key = keys.find(kSerialsNumber);
+    if (key == keys.end())
+        return {};
     std::vector<uint16_t> serials;
     std::bitset<65536> taken;
     while (!file.empty()) {
         const auto line = withoutFeed(takeLine(file));
         // Wherever the key stands, the value begins at a fixed place. This is intended.
-        if (line.find(kSerialsKey) == std::string_view::npos || line.size() <= kSerialsKey.size())
+        if (line.find(key->second) == std::string_view::npos || line.size() <= key->second.size())
             continue;
-        auto pieces = line.substr(kSerialsKey.size() + 1);
+        auto pieces = line.substr(key->second.size() + 1);
         while (!pieces.empty()) {
             const auto length = std::min(pieces.find(','), pieces.size());
             const auto serial = static_cast<uint16_t>(textNumber<uint32_t>(pieces.substr(0, length)));
@@ -134,21 +156,24 @@ std::vector<uint16_t> zcrConfigSerials(std::string_view file)
     return serials;
 }
 
-void readZcrConfig(std::string_view file, HydJobSettings& settings)
+void readZcrConfig(std::string_view file, HydJobSettings& settings, const ZcrConfigKeys& keys)
 {
     while (!file.empty()) {
         const auto line = withoutFeed(takeLine(file));
         const auto equals = line.find('=');
         if (equals == std::string_view::npos)
             continue;
-        const auto found = std::ranges::find(kConfigKeys, line.substr(0, equals), &ConfigKey::key);
-        if (found != kConfigKeys.end() && found->read != nullptr)
-            found->read(settings, textNumber<int32_t>(line.substr(equals + 1)));
+        const auto found =
+            std::ranges::find(keys, line.substr(0, equals), &ZcrConfigKeys::value_type::second);
+        if (found == keys.end() || !isSetting(found->first))
+            continue;
+        if (const auto read = kConfigKeys[static_cast<size_t>(found->first)].read)
+            read(settings, textNumber<int32_t>(line.substr(equals + 1)));
     }
 }
 
 std::string editedZcrConfig(std::string_view file, const HydJobSettings& settings,
-                            const std::vector<uint16_t>& serials)
+                            const std::vector<uint16_t>& serials, const ZcrConfigKeys& keys)
 {
     std::string list;
     for (const uint16_t serial : serials) {
@@ -156,12 +181,15 @@ std::string editedZcrConfig(std::string_view file, const HydJobSettings& setting
             list += ',';
         list += std::to_string(serial);
     }
-    std::array<std::pair<std::string_view, std::string>, kConfigKeys.size() + 1> values;
-    std::ranges::transform(kConfigKeys, values.begin(), [&settings](const ConfigKey& key) {
-        return std::pair(key.key, std::to_string(key.write(settings)));
-    });
-    values.back() = {kSerialsKey, list};
-    std::bitset<kConfigKeys.size() + 1> done;
+    std::vector<std::pair<std::string_view, std::string>> values;
+    for (const auto& [number, key] : keys) {
+        if (isSetting(number))
+            values.emplace_back(key,
+                                std::to_string(kConfigKeys[static_cast<size_t>(number)].write(settings)));
+        else if (number == kSerialsNumber)
+            values.emplace_back(key, list);
+    }
+    std::vector<bool> done(values.size());
 
     // The section: from behind a line "[*]", or from the file's beginning, to the next line with "[".
     const auto isHeader = [](std::string_view line) { return withoutBlanks(line).starts_with('['); };
@@ -173,7 +201,7 @@ std::string editedZcrConfig(std::string_view file, const HydJobSettings& setting
     std::string feed = "\n";
     const auto appendMissing = [&] {
         ended = true;
-        if (done.all())
+        if (std::ranges::find(done, false) == done.end())
             return;
         if (!edited.empty() && !edited.ends_with('\n'))
             edited += feed;
@@ -202,7 +230,7 @@ std::string editedZcrConfig(std::string_view file, const HydJobSettings& setting
             edited += line;
             continue;
         }
-        done.set(index);
+        done[index] = true;
         const auto body = line.find_last_not_of("\r\n") + 1;
         edited += std::string(line.substr(0, equals + 1)) + found->second;
         edited += line.substr(body);
