@@ -12,6 +12,7 @@
 #include <QThread>
 
 #include <fcntl.h>
+#include <mutex>
 #include <sys/resource.h>
 
 // What the tests of TCP probes share.
@@ -33,6 +34,24 @@ inline qsizetype threadCount()
 inline qsizetype descriptorCount()
 {
     return entriesOf(QStringLiteral("/proc/self/fd"));
+}
+
+/// Calls on the thread of `there` and waits. The lock tells ThreadSanitizer, which doesn't see into Qt, what
+/// comes after what.
+template <class Call> void callOn(QObject& there, Call call)
+{
+    static std::mutex order;
+    {
+        const std::lock_guard lock(order);
+    }
+    QMetaObject::invokeMethod(
+        &there,
+        [&call] {
+            const std::lock_guard lock(order);
+            call();
+        },
+        Qt::BlockingQueuedConnection);
+    const std::lock_guard lock(order);
 }
 
 /// Waits for what comes without any event loop of this thread.
@@ -71,6 +90,15 @@ public:
 private:
     rlimit m_before{};
 };
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kIsSanitized = true;
+#else
+inline constexpr bool kIsSanitized = false;
+#endif
+
+/// Bytes by which memory may grow that doesn't grow; sanitizers keep for a while what was freed.
+inline constexpr qint64 kLittleMemory = (kIsSanitized ? 512 : 8) * qint64(1024 * 1024);
 
 /// Bytes that this process has in memory.
 inline qint64 residentBytes()

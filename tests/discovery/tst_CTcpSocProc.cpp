@@ -491,8 +491,7 @@ void tst_CTcpSocProc::lastReferenceOnAnotherThread()
     thread.start();
     std::shared_ptr<CTcpSocProc> socket;
     QPointer<CTcpSocProc> guard;
-    QMetaObject::invokeMethod(
-        &onThread, [&] { socket = probe(kAbsentAddress); }, Qt::BlockingQueuedConnection);
+    callOn(onThread, [&] { socket = probe(kAbsentAddress); });
     guard = socket.get();
     if (threadHasEnded) {
         thread.quit();
