@@ -12,15 +12,9 @@
 HydSerialPortScanner::HydSerialPortScanner(QObject* parent) : QObject(parent), m_worker(new QThread)
 {
     registerNvxMetaTypes();
-    // Ahead of the slots of others, so that one of them can start the next scan. The checkers end with this
-    // signal, so none of them may stay in the map.
-    connect(
-        this, &HydSerialPortScanner::scanComplete, this,
-        [this] {
-            m_isScanning = false;
-            m_pending.clear();
-        },
-        Qt::DirectConnection);
+    // Ahead of the slots of others, so that one of them can start the next scan.
+    connect(this, &HydSerialPortScanner::scanComplete, this, &HydSerialPortScanner::handleScanComplete,
+            Qt::DirectConnection);
     connect(&m_watcher, &QFutureWatcherBase::finished, this,
             [this] { handlePortInfoList(m_watcher.result()); });
     m_worker->start();
@@ -127,6 +121,7 @@ void HydSerialPortScanner::addChecker(const QString& port)
     auto* checker = new HydSerialPortChecker(port, m_baudRates, nullptr);
     checker->moveToThread(m_worker);
     m_pending.insert(port, checker);
+    m_checkers.append(checker);
     connect(checker, &HydSerialPortChecker::enquireResponse, this,
             &HydSerialPortScanner::handleEnquireResponse);
     connect(checker, &HydSerialPortChecker::noDeviceResponse, this,
@@ -134,6 +129,15 @@ void HydSerialPortScanner::addChecker(const QString& port)
     connect(this, &HydSerialPortScanner::startPortChecks, checker, &HydSerialPortChecker::enquireAllRates);
     connect(this, &HydSerialPortScanner::scanComplete, checker, &QObject::deleteLater);
     connect(m_worker, &QThread::finished, checker, &QObject::deleteLater);
+}
+
+void HydSerialPortScanner::handleScanComplete()
+{
+    m_isScanning = false;
+    m_pending.clear();
+    // They end when their thread comes to it. Until then they must not take the ports from the next scan.
+    for (auto* checker : std::exchange(m_checkers, {}))
+        disconnect(this, &HydSerialPortScanner::startPortChecks, checker, nullptr);
 }
 
 void HydSerialPortScanner::handleEnquireResponse(const std::shared_ptr<const HydEnquireCmd>& response,

@@ -81,12 +81,15 @@ private:
 
     void scan(Selection isWanted);
     void addChecker(const QString& port);
+    void handleScanComplete();
     void handleEnquireResponse(const std::shared_ptr<const HydEnquireCmd>& response, const QString& port,
                                uint32_t baudRate);
     void handleNoDeviceResponse(const QString& port);
 
     QList<uint32_t> m_baudRates{19200, 115200, 230400, 460800, 921600};
     QMap<QString, HydSerialPortChecker*> m_pending;
+    /// All that scanComplete() will end, those that have answered too.
+    QList<HydSerialPortChecker*> m_checkers;
     bool m_isScanning = false;
     QFutureWatcher<QList<QSerialPortInfo>> m_watcher;
     QThread* m_worker;
