@@ -21,7 +21,9 @@ NvxSerialConnDialog::NvxSerialConnDialog(QWidget* parent)
 {
     m_form->setupUi(this);
     setWindowTitle(tr("Connect to Recorder"));
-    addButtons();
+    m_connectButton = m_form->buttonBox->addButton(tr("Connect"), QDialogButtonBox::AcceptRole);
+    m_connectButton->setDefault(true);
+    m_form->buttonBox->addButton(tr("Scan Ports"), QDialogButtonBox::ResetRole);
     m_form->lblMessage->setText(tr("No Devices."));
     m_form->sbComPort->installEventFilter(this);
 
@@ -37,23 +39,6 @@ NvxSerialConnDialog::NvxSerialConnDialog(QWidget* parent)
 }
 
 NvxSerialConnDialog::~NvxSerialConnDialog() = default;
-
-void NvxSerialConnDialog::addButtons()
-{
-    QDialogButtonBox* box = m_form->buttonBox;
-    m_connectButton = box->addButton(tr("Connect"), QDialogButtonBox::AcceptRole);
-    box->addButton(tr("Scan Ports"), QDialogButtonBox::ResetRole);
-    m_connectButton->setDefault(true);
-
-    // The box sorts its buttons as the desktop does; Tab goes the way they stand.
-    QWidget* previous = m_form->btnManualConnect;
-    for (int i = 0; i < box->layout()->count(); ++i) {
-        if (QWidget* button = box->layout()->itemAt(i)->widget()) {
-            setTabOrder(previous, button);
-            previous = button;
-        }
-    }
-}
 
 HydDeviceType NvxSerialConnDialog::searchDevType() const
 {

@@ -58,7 +58,6 @@ protected:
     bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
-    void addButtons();
     void addDevice(const std::shared_ptr<HydDevice>& device, const QString& port, uint32_t baudRate);
     void showOutcome();
     void checkPort();

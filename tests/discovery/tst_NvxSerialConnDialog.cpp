@@ -4,7 +4,6 @@
 #include "tests/support/NvxTestCase.h"
 
 #include <QAccessible>
-#include <QApplication>
 #include <QHBoxLayout>
 #include <QPointer>
 #include <QSerialPortInfo>
@@ -481,6 +480,7 @@ void tst_NvxSerialConnDialog::connectWithoutSelection()
     dialog->startScan();
     QVERIFY(dialog.scanEnds(isListed ? kFinished : kNone));
     QCOMPARE(dialog.rows().size(), isListed ? 1 : 0);
+    dialog.list()->setCurrentRow(0, QItemSelectionModel::NoUpdate);
     const LogSpy log;
     dialog.click(dialog.button("Connect"));
     QCOMPARE(log.lines(), QStringList{QStringLiteral("Connect Clicked!")});
