@@ -1,5 +1,6 @@
 #pragma once
 
+#include "shared/LevelColours.h"
 #include "shared/LevelGrid.h"
 
 #include <QImage>
@@ -21,12 +22,11 @@ public:
     QImage draw(const QString& title) const;
 
 private:
-    QRgb colour(float level) const;
     void drawLevels(QPainter& painter) const;
     void drawTimeAxis(QPainter& painter) const;
     void drawFrequencyAxis(QPainter& painter) const;
     void drawScale(QPainter& painter) const;
 
     const LevelGrid& m_grid;
-    float m_top; ///< level of the brightest colour
+    LevelColours m_colours;
 };

@@ -1,7 +1,7 @@
 // Draws a text file of spectra as a picture: spectrum-plot FILE.txt [OUT.png]
 
 #include "shared/LevelPicture.h"
-#include "spectrum-plot/SpectrumLevels.h"
+#include "shared/SpectrumLevels.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>

@@ -1,5 +1,5 @@
 #include "ExampleRun.h"
-#include "spectrum-plot/SpectrumLevels.h"
+#include "shared/SpectrumLevels.h"
 #include "tests/support/NvxTestCase.h"
 
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "spectrum-plot/SpectrumLevels.h"
+#include "shared/SpectrumLevels.h"
 
 #include "shared/SpectrumFile.h"
 
