@@ -57,7 +57,7 @@ struct ArraySettings
     FaultPlan faults;
 
     /// Channels with the serial numbers from `firstSerial` on: each has a tone of its own above some noise,
-    /// which comes and goes.
+    /// which comes and goes. The tones are spread from 1000 to 20200 Hz, the last one left out.
     static std::vector<ArrayChannel> makeChannels(unsigned count, uint16_t firstSerial = 1001);
 };
 
