@@ -205,6 +205,33 @@ private Q_SLOTS:
         QCOMPARE(m_array->counters().fileReads, 0U);
     }
 
+    void strangersGetNoData()
+    {
+        startArray();
+        const QHostAddress address(QStringLiteral("127.98.1.2"));
+        QTcpSocket control;
+        control.connectToHost(address, m_array->ftpPort());
+        control.write("USER a\r\nPASS b\r\nEPSV\r\n");
+        QByteArray replies;
+        connect(&control, &QTcpSocket::readyRead, this, [&] { replies += control.readAll(); });
+        QTRY_VERIFY(replies.endsWith("|)\r\n"));
+        const auto port = replies.mid(replies.indexOf("(|||") + 4).chopped(4).toUShort();
+        QVERIFY(port != 0);
+        QTcpSocket stranger;
+        QVERIFY(stranger.bind(QHostAddress(QStringLiteral("127.98.1.9"))));
+        QSignalSpy connected(&stranger, &QTcpSocket::connected);
+        stranger.connectToHost(address, port);
+        QTRY_COMPARE(connected.size(), 1);
+        control.write("RETR Config/JOBSETUP.CFG\r\n");
+        QTRY_COMPARE(stranger.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(stranger.bytesAvailable(), 0);
+        // The one who asked still gets the file.
+        QTcpSocket data;
+        data.connectToHost(address, port);
+        QTRY_COMPARE(data.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(data.readAll(), m_array->configFile());
+    }
+
     void longLineEndsTheConnection()
     {
         startArray();
