@@ -268,9 +268,9 @@ void tst_NvxFetchSession::emptyFiles()
 
 void tst_NvxFetchSession::pausedAndResumed()
 {
-    serve({QStringLiteral("--rate"), QStringLiteral("300000")});
+    serve({QStringLiteral("--rate"), QStringLiteral("100000")});
     for (int i = 0; i < 4; ++i)
-        QVERIFY(offer(m_server->path(), recording(7, i), pattern(400000, i)));
+        QVERIFY(offer(m_server->path(), recording(7, i), pattern(3000000, i)));
     QSignalSpy progress(m_session.get(), &NvxFetchSession::fileProgress);
     run({kFirst});
     QTRY_VERIFY_WITH_TIMEOUT(progress.size() > 3, 20000);
@@ -281,13 +281,14 @@ void tst_NvxFetchSession::pausedAndResumed()
     QVERIFY(!m_session->isPaused());
     m_session->pause();
     QCoreApplication::processEvents();
+    m_peer->setRate(0);
     m_session->resume();
     QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 60000);
     QCOMPARE(m_summaries[0].fetched, 4);
     for (int i = 0; i < 4; ++i)
-        QVERIFY(fileBytes(local(recording(7, i))) == pattern(400000, i));
+        QVERIFY(fileBytes(local(recording(7, i))) == pattern(3000000, i));
     QCOMPARE(fetched().size(), 4);
-    QCOMPARE(m_session->bytesDone(), 1600000);
+    QCOMPARE(m_session->bytesDone(), 12000000);
     for (const NvxFetchResult& result : std::as_const(m_results))
         QCOMPARE(result.attempts, 1);
 }
@@ -385,8 +386,8 @@ void tst_NvxFetchSession::pausedWhileNothingRuns()
 
 void tst_NvxFetchSession::pauseThatTheServerDoesNotOutlive()
 {
-    serve({QStringLiteral("--rate"), QStringLiteral("300000")});
-    QVERIFY(offer(m_server->path(), recording(7, 1), pattern(300000, 1)));
+    serve({QStringLiteral("--rate"), QStringLiteral("100000")});
+    QVERIFY(offer(m_server->path(), recording(7, 1), pattern(3000000, 1)));
     m_session->setMaxAttempts(1);
     QSignalSpy progress(m_session.get(), &NvxFetchSession::fileProgress);
     run({kFirst});
@@ -398,7 +399,7 @@ void tst_NvxFetchSession::pauseThatTheServerDoesNotOutlive()
     QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 30000);
     // It doesn't count as a try.
     QCOMPARE(m_summaries[0].fetched, 1);
-    QVERIFY(fileBytes(local(recording(7, 1))) == pattern(300000, 1));
+    QVERIFY(fileBytes(local(recording(7, 1))) == pattern(3000000, 1));
 }
 
 void tst_NvxFetchSession::cancelled_data()

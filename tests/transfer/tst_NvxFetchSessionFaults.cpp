@@ -130,9 +130,9 @@ void tst_NvxFetchSessionFaults::silentTransferIsTriedAgain()
 
 void tst_NvxFetchSessionFaults::serverThatGoesAndComesBack()
 {
-    serve({QStringLiteral("--rate"), QStringLiteral("300000")});
+    serve({QStringLiteral("--rate"), QStringLiteral("100000")});
     for (int i = 0; i < 4; ++i)
-        QVERIFY(offer(m_server->path(), recording(7, i), pattern(300000, i)));
+        QVERIFY(offer(m_server->path(), recording(7, i), pattern(3000000, i)));
     m_session->setMaxAttempts(1000);
     QSignalSpy progress(m_session.get(), &NvxFetchSession::fileProgress);
     run({kFirst});
@@ -148,7 +148,7 @@ void tst_NvxFetchSessionFaults::serverThatGoesAndComesBack()
     QTRY_COMPARE_WITH_TIMEOUT(m_summaries.size(), 1, 60000);
     QCOMPARE(m_summaries[0].fetched, 4);
     for (int i = 0; i < 4; ++i)
-        QVERIFY(fileBytes(local(recording(7, i))) == pattern(300000, i));
+        QVERIFY(fileBytes(local(recording(7, i))) == pattern(3000000, i));
     QCOMPARE(fetched().size(), 4);
 }
 
