@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Sends the frames of an array controller to ZcrStreamAdapter and to a bare QWebSocket, in turns.
 
 Usage: compare_array_stream.py BENCH_ARRAY_STREAM [--channels 64] [--rate 10] [--bins 1024] [--seconds 10]
