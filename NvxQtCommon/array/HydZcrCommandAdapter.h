@@ -94,8 +94,9 @@ public:
     void getFtpZcrFileConfig();
     /// Makes `tags` the adapter's settings and writes them and the channels to the file: fetches it to a
     /// local copy, edits that, and sends it back; signalResetZCR follows if all went well, nothing otherwise.
-    /// The copy stays. Blocks until then; a server in the same process needs a thread of its own. See
-    /// CFtpProc for the time limits.
+    /// The channels are those that devIdList() holds at that moment, also where there are none: a read that
+    /// is under way has brought none yet. The copy stays. Blocks until then; a server in the same process
+    /// needs a thread of its own. See CFtpProc for the time limits.
     void ftpWriteConfig(const JobTagMap& tags);
     /// Edits the local copy in place, unless `ok` is false; true if it was written. A failure leaves the file
     /// as it was.
