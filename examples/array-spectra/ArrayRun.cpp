@@ -124,7 +124,11 @@ void ArrayRun::startStream()
     m_stream->updateDeviceInfo(*m_device);
     connect(m_stream.get(), &HydStreamAdapter::eventHeader, &m_files, &ChannelFiles::takeHeader);
     connect(m_stream.get(), &HydStreamAdapter::streamDataReady, &m_files, &ChannelFiles::takeData);
-    connect(m_stream.get(), &HydStreamAdapter::streamDataReady, this, [this] { m_sinceSpectrum.start(); });
+    connect(m_stream.get(), &HydStreamAdapter::streamDataReady, this, [this] {
+        m_sinceSpectrum.start();
+        if (!m_sinceStart.isValid())
+            m_sinceStart.start();
+    });
     // Queued: the run ends the connection, which a slot on it must not.
     connect(
         m_stream.get(), &HydStreamAdapter::socketError, this,
@@ -134,7 +138,6 @@ void ArrayRun::startStream()
         &m_files, &ChannelFiles::failed, this, [this](const QString& message) { finish(DiskError, message); },
         Qt::QueuedConnection);
     arrayOut() << "Recording " << m_order.seconds << " s" << Qt::endl;
-    m_sinceStart.start();
     m_sinceSpectrum.start();
     m_watch.start();
     m_stream->startStream();
@@ -142,9 +145,12 @@ void ArrayRun::startStream()
 
 void ArrayRun::watchStream()
 {
-    const qint64 elapsed = m_sinceStart.elapsed();
-    if (elapsed / kArrayProgressMs != (elapsed - kArrayWatchMs) / kArrayProgressMs)
+    const qint64 elapsed = m_sinceStart.isValid() ? m_sinceStart.elapsed() : 0;
+    // The timer is coarse: it may skip any window of a fixed length.
+    if (const qint64 second = elapsed / kArrayProgressMs; second > m_secondPrinted) {
+        m_secondPrinted = second;
         printProgress();
+    }
     if (m_sinceSpectrum.elapsed() > m_order.patienceMs)
         finish(NoData, QStringLiteral("no spectra came for %1 s.").arg(m_order.patienceMs / 1000));
     else if (elapsed >= m_order.seconds * 1000LL)

@@ -18,7 +18,7 @@ struct ArrayOrder
 {
     QHostAddress address;
     uint16_t serial = 600; ///< of the array controller
-    int seconds = 10;
+    int seconds = 10;      ///< from the first spectrum on
     int patienceMs = 5000; ///< to wait for an answer, or for spectra
     QString directory;
 };
@@ -70,7 +70,8 @@ private:
     ChannelFiles m_files;
     QTimer m_timeout;
     QTimer m_watch;
-    QElapsedTimer m_sinceStart;
+    QElapsedTimer m_sinceStart; ///< valid from the first spectrum on
     QElapsedTimer m_sinceSpectrum;
+    qint64 m_secondPrinted = 0;
     Step m_step = Step::Channels;
 };
