@@ -134,9 +134,9 @@ private Q_SLOTS:
         row("no FTP", "", ArrayRoleHttp | ArrayRoleFrames, 1, 2, kNoList);
         row("no HTTP", "", ArrayRoleFtp | ArrayRoleFrames, 30, 3, kNoSettings);
         row("HTTP 500", "status:on=http", ArrayRoleAll, 30, 3, kNoSettings);
-        row("empty reply", "empty:on=http", ArrayRoleAll, 5, 3, kNoSettings);
+        row("empty reply", "empty:on=http", ArrayRoleAll, 10, 3, kNoSettings);
         row("no frames", "", ArrayRoleFtp | ArrayRoleHttp, 30, 3, "connection for spectra is refused");
-        row("silent frames", "silence:on=frames", ArrayRoleAll, 5, 4, "no spectra came for 5 s");
+        row("silent frames", "silence:on=frames", ArrayRoleAll, 10, 4, "no spectra came for 10 s");
         row("missing channel", "missing-channel:value=2,on=frames", ArrayRoleAll, 30, 0,
             "Not all channels send spectra");
         row("lost frames", "loss:on=frames,after=30,times=3", ArrayRoleAll, 30, 0, "spectra  3 lost");
