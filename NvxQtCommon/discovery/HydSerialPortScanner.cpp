@@ -122,10 +122,18 @@ void HydSerialPortScanner::addChecker(const QString& port)
     checker->moveToThread(m_worker);
     m_pending.insert(port, checker);
     m_checkers.append(checker);
+    // A checker may report once more, and what is under way when the scan ends isn't of the next one.
     connect(checker, &HydSerialPortChecker::enquireResponse, this,
-            &HydSerialPortScanner::handleEnquireResponse);
+            [this, end = m_ends](const std::shared_ptr<const HydEnquireCmd>& response, const QString& name,
+                                 uint32_t baudRate) {
+                if (end == m_ends)
+                    handleEnquireResponse(response, name, baudRate);
+            });
     connect(checker, &HydSerialPortChecker::noDeviceResponse, this,
-            &HydSerialPortScanner::handleNoDeviceResponse);
+            [this, end = m_ends](const QString& name) {
+                if (end == m_ends)
+                    handleNoDeviceResponse(name);
+            });
     connect(this, &HydSerialPortScanner::startPortChecks, checker, &HydSerialPortChecker::enquireAllRates);
     connect(this, &HydSerialPortScanner::scanComplete, checker, &QObject::deleteLater);
     connect(m_worker, &QThread::finished, checker, &QObject::deleteLater);
@@ -134,6 +142,7 @@ void HydSerialPortScanner::addChecker(const QString& port)
 void HydSerialPortScanner::handleScanComplete()
 {
     m_isScanning = false;
+    ++m_ends;
     m_pending.clear();
     // They end when their thread comes to it. Until then they must not take the ports from the next scan.
     for (auto* checker : std::exchange(m_checkers, {}))

@@ -22,7 +22,8 @@ class QThread;
 /// scanner's thread, which needs an event loop. A slot that wants to be rid of the scanner calls
 /// deleteLater().
 ///
-/// A scan ends with scanComplete(), which also ends the checkers. Intended: a port that can't be opened
+/// A scan ends with scanComplete(), which also ends the checkers: nothing that they report afterwards, as a
+/// second answer of a recorder, is heard. Intended: a port that can't be opened
 /// (another program has it), and one where bytes come that are no answer, keep that from coming for ever;
 /// cancelSearch() is the way out.
 ///
@@ -90,6 +91,8 @@ private:
     QMap<QString, HydSerialPortChecker*> m_pending;
     /// All that scanComplete() will end, those that have answered too.
     QList<HydSerialPortChecker*> m_checkers;
+    /// How often scanComplete() came.
+    uint64_t m_ends = 0;
     bool m_isScanning = false;
     QFutureWatcher<QList<QSerialPortInfo>> m_watcher;
     QThread* m_worker;

@@ -29,6 +29,8 @@ public:
             kPatienceMs);
     }
     bool answer(uint16_t serial) { return m_line.write(enquireReply(serial)); }
+    /// In one piece.
+    bool answerTwice(uint16_t serial) { return m_line.write(enquireReply(serial) + enquireReply(serial)); }
 
 private:
     SerialPair m_line;
@@ -86,6 +88,7 @@ private Q_SLOTS:
     void rescanOfAPortThatIsStillAsked();
     void endOfARescanEndsOldCheckers();
     void scanFromASlotOfTheEnd();
+    void secondAnswerIsNoneOfTheNextScan();
     void endedCheckersHearOfNoOtherScan();
 };
 
@@ -475,6 +478,25 @@ void tst_HydSerialPortScanner::scanFromASlotOfTheEnd()
         Qt::SingleShotConnection);
     f.scanner->scanPortsAll();
     QTRY_COMPARE(f.completed.count(), 2);
+    QCOMPARE(f.found.count(), 2);
+}
+
+void tst_HydSerialPortScanner::secondAnswerIsNoneOfTheNextScan()
+{
+    ScanFixture f;
+    OwnLine line(f, "2");
+    connect(
+        f.scanner.get(), &HydSerialPortScanner::scanComplete, this, [&] { f.scanner->scanPortsAll(); },
+        Qt::SingleShotConnection);
+    f.scanner->scanPortsAll();
+    QVERIFY(line.isAsked());
+    QVERIFY(line.answerTwice(12));
+    QVERIFY(line.isAsked(2));
+    QCOMPARE(f.completed.count(), 1);
+    QCOMPARE(f.found.count(), 1);
+    QVERIFY(f.scanner->isScanning());
+    QVERIFY(line.answer(13));
+    QVERIFY(f.isComplete(2));
     QCOMPARE(f.found.count(), 2);
 }
 
