@@ -52,6 +52,16 @@ public:
             rows << list()->item(i)->data(Qt::UserRole).toString() + u' ' + list()->item(i)->text();
         return rows;
     }
+    /// A recorder on this port is listed, wherever: those of several ports come in any order, and a cancelled
+    /// scan's too.
+    bool lists(const QString& port) const
+    {
+        for (int i = 0; i < list()->count(); ++i) {
+            if (list()->item(i)->data(Qt::UserRole).toString() == port)
+                return true;
+        }
+        return false;
+    }
     void click(QWidget* widget) const { QTest::mouseClick(widget, Qt::LeftButton); }
     void clickRow(int row) const
     {
