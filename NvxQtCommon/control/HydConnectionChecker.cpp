@@ -1,6 +1,7 @@
 #include "NvxQtCommon/control/HydConnectionChecker.h"
 
 #include <QHostAddress>
+#include <QNetworkProxy>
 #include <QPointer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -12,9 +13,14 @@ namespace {
 
 QAbstractSocket* newCheckSocket(HydDeviceType type)
 {
+    QAbstractSocket* socket = nullptr;
     if (type == DevTypeZcr)
-        return new QUdpSocket;
-    return new QTcpSocket;
+        socket = new QUdpSocket;
+    else
+        socket = new QTcpSocket;
+    // What a proxy says isn't said by the device, and many a proxy takes no datagrams.
+    socket->setProxy(QNetworkProxy::NoProxy);
+    return socket;
 }
 
 } // namespace

@@ -4,13 +4,14 @@
 
 #include <QObject>
 
-/// Looks whether a port of a device answers, without a command channel. The application owns it; it works on
-/// the event loop of its thread, several checks at once if wanted. A checker that is deleted takes its checks
-/// along: nothing is emitted any more.
+/// Looks whether a port of a device answers, without a command channel and always without a proxy. The
+/// application owns it; it works on the event loop of its thread, several checks at once if wanted. A checker
+/// that is deleted takes its checks along: nothing is emitted any more.
 ///
 /// A report is a pair of signals, `netHostStatus` first. Mostly a check makes one report, but two for a port
 /// that refuses: at once and at the timeout. And after a timeout the connection is still tried until the
-/// system gives it up, so an answer or a refusal that comes late is a second report.
+/// system gives it up, so an answer or a refusal that comes late is a second report. So is the loss of a
+/// connection that a peer resets right after it let it in, before the event loop has come to drop it.
 class NVXQTCOMMON_EXPORT HydConnectionChecker : public QObject
 {
     Q_OBJECT

@@ -7,6 +7,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
+#include <QNetworkProxy>
+#include <QScopeGuard>
 #include <QTcpServer>
 #include <QTimer>
 #include <QUdpSocket>
@@ -143,6 +145,8 @@ private Q_SLOTS:
     void portThatAnswers_data();
     void portThatAnswers();
     void arrayControllerIsCheckedByUdp();
+    void noProxyIsAsked_data();
+    void noProxyIsAsked();
     void severalAtOnce();
     void reportsCarryACopy();
     void nothingStays();
@@ -211,6 +215,25 @@ void tst_HydConnectionChecker::arrayControllerIsCheckedByUdp()
     QVERIFY(!udpPeer.hasPendingDatagrams());
     QVERIFY(!peer.hasConnection());
     QCOMPARE(run.lines().size(), 4);
+}
+
+void tst_HydConnectionChecker::noProxyIsAsked_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::newRow("recorder") << int(DevTypeRecorderA);
+    QTest::newRow("array controller") << int(DevTypeZcr);
+}
+
+void tst_HydConnectionChecker::noProxyIsAsked()
+{
+    QFETCH(int, type);
+    const auto restore = qScopeGuard([] { QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy); });
+    QNetworkProxy::setApplicationProxy(
+        QNetworkProxy(QNetworkProxy::HttpProxy, kOwnAddress, quint16(closedPort())));
+    OpenPort peer;
+    CheckRun run;
+    run.check(deviceAt(kOwnAddress, HydDeviceType(type)), peer.port());
+    QTRY_COMPARE(run.lines(), reachable(peer.port()));
 }
 
 void tst_HydConnectionChecker::severalAtOnce()
