@@ -1,4 +1,5 @@
 #include "NvxQtCommon/control/IpChecker.h"
+#include "tests/platform/EchoPeer.h"
 #include "tests/support/EchoNetwork.h"
 #include "tests/support/LogSpy.h"
 #include "tests/support/NvxTestCase.h"
@@ -6,16 +7,21 @@
 
 #include <QCoreApplication>
 #include <QPointer>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QThread>
 #include <QThreadPool>
 
+#include <atomic>
 #include <memory>
 
 namespace {
 
 const NvxNetHostInfo kAnswering(0x7F3E1801); // 127.62.24.1
-const NvxNetHostInfo kSilent(0xC0000201);    // 192.0.2.1, from the block for documentation
+const QString kAnsweringText = QStringLiteral("127.62.24.1");
+/// Far behind what a host has to answer.
+constexpr int kLateMs = 3000;
+const NvxNetHostInfo kSilent(0xC0000201); // 192.0.2.1, from the block for documentation
 
 HydDevice namedDevice()
 {
@@ -113,12 +119,20 @@ void tst_IpChecker::replyAfterTheTimeout()
 {
     if (!writeIpv4Setting("icmp_echo_ignore_all", "1"))
         QSKIP("the settings of the network namespace can't be written here");
+    const auto restore = qScopeGuard([] { writeIpv4Setting("icmp_echo_ignore_all", "0"); });
+    QCOMPARE(IpChecker::kTimeoutMs, 50U);
     IpChecker checker(namedDevice(), kAnswering);
     QSignalSpy spy(&checker, &IpChecker::ipCheckResult);
+    std::atomic<bool> hasResult = false;
+    connect(&checker, &IpChecker::ipCheckResult, this, [&] { hasResult = true; });
+    const EchoPeer peer(kAnsweringText, kAnsweringText, [&](const EchoPeer::Bytes& request) {
+        for (int waited = 0; waited < kLateMs && !hasResult; ++waited)
+            poll(nullptr, 0, 1);
+        return std::vector<EchoPeer::Bytes>{EchoPeer::replyTo(request)};
+    });
     const LogSpy log;
     checker.checkIpExistence();
     QTRY_COMPARE(spy.size(), 1);
-    QVERIFY(writeIpv4Setting("icmp_echo_ignore_all", "0"));
     QCOMPARE(resultOf(spy), PingFailed);
     QCOMPARE(log.lines().value(0),
              QStringLiteral("Call to IcmpSendEcho failed.\nIcmpSendEcho returned error: %1").arg(ETIMEDOUT));
