@@ -33,7 +33,8 @@ public:
     static constexpr qint64 kMaxReplySize = ZcrCgiReply::kMaxSize;
     /// Milliseconds of silence after which a request is aborted, where the manager has no limit of its own.
     static constexpr int kReplySilenceMs = 30000;
-    /// Bytes; reading a longer configuration file is given up, which a line of the log says.
+    /// Bytes; the transfer of a longer configuration file is given up, which a line of the log says, and a
+    /// longer copy isn't edited.
     static constexpr qint64 kMaxConfigSize = 16777216;
     /// Bytes of it, at the most, that stand in the log.
     static constexpr qint64 kMaxConfigLogged = 16384;

@@ -89,6 +89,7 @@ void HydZcrCommandAdapter::ftpWriteConfig(const JobTagMap& tags)
     m_jobSettings.setMap(tags);
     if (!m_ftpProc) {
         m_ftpProc = std::make_shared<CFtpProc>();
+        m_ftpProc->setDownLoadLimit(kMaxConfigSize);
         connect(m_ftpProc.get(), &CFtpProc::signalError, m_ftpProc.get(),
                 [](const QString& error) { qDebug().noquote() << error.trimmed(); });
     }

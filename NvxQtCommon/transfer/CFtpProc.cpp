@@ -89,6 +89,12 @@ bool hasControlCharacter(const std::string& text)
     });
 }
 
+/// Ends a transfer that has brought more than `limit`, a qint64 above 0.
+int endBeyond(void* limit, curl_off_t /*total*/, curl_off_t done, curl_off_t /*toSend*/, curl_off_t /*sent*/)
+{
+    return done > *static_cast<const qint64*>(limit) ? 1 : 0;
+}
+
 QString curlText(int result)
 {
     return QString::fromUtf8(curl_easy_strerror(static_cast<CURLcode>(result)));
@@ -278,13 +284,23 @@ bool CFtpProc::downLoadFile(const std::string& remote, const std::string& local)
     QSaveFile file(QString::fromStdString(local));
     if (!openLocal(file, local, QIODevice::WriteOnly))
         return false;
-    const auto result = perform(remote, [&](CURL* curl) {
+    qint64 limit = m_downLoadLimit;
+    auto result = perform(remote, [&](CURL* curl) {
         curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &CFtpProc::ftpFWrite);
         curl_easy_setopt(curl, CURLOPT_WRITEDATA, static_cast<void*>(static_cast<QIODevice*>(&file)));
+        if (limit > 0) {
+            curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limit));
+            // For servers that don't tell the size.
+            curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &endBeyond);
+            curl_easy_setopt(curl, CURLOPT_XFERINFODATA, static_cast<void*>(&limit));
+            curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+        }
         return curl_easy_perform(curl);
     });
     if (!result)
         return false;
+    if (*result == CURLE_ABORTED_BY_CALLBACK)
+        result = CURLE_FILESIZE_EXCEEDED;
     qDebug("curl told us %d\n", *result);
     if (*result != CURLE_OK)
         return fail(*result);

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -55,6 +56,9 @@ public:
     /// The files that downLoad() and upLoad() without arguments go through: remote, "<|>", local for
     /// downloads, local, "<|>", remote for uploads.
     void setDownLoadList(const QList<QString>& list) { m_downLoadList = list; }
+    /// Bytes; a longer file fails its download, at once where the server tells its size, otherwise when more
+    /// than that has come. 0 is no limit, as it is until set.
+    void setDownLoadLimit(qint64 bytes) { m_downLoadLimit = std::max<qint64>(bytes, 0); }
     /// The remote directory that getListFTP() reads and that fileZCRExists() looks in.
     void setBasePath(const QString& path) { m_basePath = path; }
     /// The directories that fileZCRExists() looks through; getListFTP() sets them too.
@@ -73,6 +77,7 @@ public:
     bool upLoad(const std::string& local, const std::string& remote);
     bool upLoad();
     /// The local file is replaced when the download is whole; a failed one leaves it as it was.
+    /// setDownLoadLimit() bounds its size; nothing bounds its time while bytes come.
     bool downLoad(const std::string& remote, const std::string& local);
     bool downLoad();
 
@@ -131,6 +136,7 @@ private:
     std::chrono::seconds m_connectTimeout = kConnectTimeout;
     std::chrono::seconds m_silenceTimeout = kSilenceTimeout;
     QList<QString> m_downLoadList;
+    qint64 m_downLoadLimit = 0;
     QList<QString> m_dirList;
     QString m_basePath;
     QString m_lowerBound;

@@ -99,7 +99,9 @@ private Q_SLOTS:
     void failedDownload();
     void failedUpload_data();
     void failedUpload();
+    void tooLongFile_data();
     void tooLongFile();
+    void longestCopy();
     void nobodyListens();
     void noPlaceForTheCopy();
     void editsNothing();
@@ -283,17 +285,37 @@ void tst_HydZcrCommandAdapterWrite::failedUpload()
     QCOMPARE(bytesOf(writer.remote()), kBefore);
 }
 
+void tst_HydZcrCommandAdapterWrite::tooLongFile_data()
+{
+    QTest::addColumn<QStringList>("options");
+    const QString noSize = QStringLiteral("--no-size");
+    QTest::newRow("one byte") << QStringList();
+    QTest::newRow("one byte, without a size") << QStringList{noSize};
+    QTest::newRow("endless") << QStringList{noSize, QStringLiteral("--endless")};
+}
+
 void tst_HydZcrCommandAdapterWrite::tooLongFile()
 {
+    QFETCH(QStringList, options);
     needPort();
     Writer writer;
-    const QByteArray longest(HydZcrCommandAdapter::kMaxConfigSize, '\n');
-    QVERIFY(writer.serve({}, longest + '\n'));
+    QVERIFY(writer.serve(options, QByteArray(HydZcrCommandAdapter::kMaxConfigSize + 1, '\n')));
+    LogSpy log;
     writer.adapter.ftpWriteConfig(tags().map());
     QVERIFY(writer.reset.isEmpty());
-    QCOMPARE(QFileInfo(localCopy()).size(), longest.size() + 1);
+    QCOMPARE(log.count(QStringLiteral("Failed to work with the FTP device: Maximum file size exceeded")), 1);
+    QVERIFY(QDir(QFileInfo(localCopy()).path()).isEmpty());
     QVERIFY(writer.peer.waitForLine(QStringLiteral("gone")));
     QCOMPARE(writer.peer.commands(QStringLiteral("STOR")), QStringList());
+}
+
+void tst_HydZcrCommandAdapterWrite::longestCopy()
+{
+    Writer writer;
+    const QByteArray longest(HydZcrCommandAdapter::kMaxConfigSize, '\n');
+    QVERIFY(writeBytes(localCopy(), longest + '\n'));
+    QVERIFY(!writer.adapter.handleLoadingZCRConfFinished(true, localCopy()));
+    QCOMPARE(QFileInfo(localCopy()).size(), longest.size() + 1);
     QVERIFY(writeBytes(localCopy(), longest));
     QVERIFY(writer.adapter.handleLoadingZCRConfFinished(true, localCopy()));
 }

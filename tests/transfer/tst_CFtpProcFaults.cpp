@@ -21,6 +21,8 @@ private Q_SLOTS:
     void lostConnection_data();
     void lostConnection();
     void sizeThatLies();
+    void longFiles_data();
+    void longFiles();
     void refusedCommands_data();
     void refusedCommands();
 };
@@ -144,6 +146,41 @@ void tst_CFtpProcFaults::sizeThatLies()
     QVERIFY(!m_proc->downLoad("x", local(QStringLiteral("x")).toStdString()));
     QCOMPARE(m_errors, QStringList("Failed to work with the FTP device: Transferred a partial file"));
     QCOMPARE(fileBytes(local(QStringLiteral("x"))), QByteArray("old"));
+}
+
+void tst_CFtpProcFaults::longFiles_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<int>("bytes");
+    QTest::addColumn<bool>("succeeds");
+    const QString noSize = QStringLiteral("--no-size");
+    QTest::newRow("as long as it may be") << QStringList() << 100000 << true;
+    QTest::newRow("one byte more") << QStringList() << 100001 << false;
+    QTest::newRow("as long as it may be, without a size") << QStringList{noSize} << 100000 << true;
+    QTest::newRow("one byte more, without a size") << QStringList{noSize} << 100001 << false;
+    QTest::newRow("endless") << QStringList{noSize, QStringLiteral("--endless")} << 1 << false;
+}
+
+void tst_CFtpProcFaults::longFiles()
+{
+    QFETCH(const QStringList, options);
+    QFETCH(const int, bytes);
+    QFETCH(const bool, succeeds);
+    serve(options);
+    const QByteArray file(bytes, 'y');
+    QVERIFY(makeFile(remote(QStringLiteral("x")), file));
+    QVERIFY(makeFile(local(QStringLiteral("x")), "old"));
+    m_proc->setDownLoadLimit(100000);
+    QCOMPARE(m_proc->downLoad("x", local(QStringLiteral("x")).toStdString()), succeeds);
+    QCOMPARE(fileBytes(local(QStringLiteral("x"))), succeeds ? file : QByteArray("old"));
+    QCOMPARE(QDir(m_client->path()).entryList(QDir::Files), QStringList("x"));
+    const QStringList tooLong("Failed to work with the FTP device: Maximum file size exceeded");
+    QCOMPARE(m_errors, succeeds ? QStringList() : tooLong);
+    if (options.size() > 1)
+        return;
+    m_proc->setDownLoadLimit(0);
+    QVERIFY(m_proc->downLoad("x", local(QStringLiteral("x")).toStdString()));
+    QCOMPARE(fileBytes(local(QStringLiteral("x"))), file);
 }
 
 void tst_CFtpProcFaults::refusedCommands_data()
