@@ -32,7 +32,9 @@ public:
     /// The full start-up read: fetches the list of channels by FTP, and completes it by the web socket. One
     /// of enquireResponse(), signalZCRnoArray() and signalZCRErrorStream() tells how it ended, and nothing
     /// does where the file can't be had. Keeps `manager` for sendZcrEnquire() unless this controller or its
-    /// adapter has one. Nothing without a device record.
+    /// adapter has one. Nothing without a device record. Call closeAll() ahead of
+    /// another one: the wait of a read before goes on otherwise, and may report success without a channel.
+    /// This is intended.
     void checkStatus(QNetworkAccessManager* manager);
     /// Sets the clock of the array controller: seconds since the epoch; 0 or less asks for its time alone.
     /// `manager` is the one that the adapter keeps, where it has none yet. Nothing while CGI traffic is
@@ -78,7 +80,8 @@ Q_SIGNALS:
 public Q_SLOTS:
     /// The channels of the adapter have their settings. For those of the file it opens the web socket, and
     /// waits 2 s from the last such call for a frame of each. Each call adds a report to those that the end
-    /// of this time brings, for good: this is intended.
+    /// of this time brings, for good, and a call from inside such a report has no time limit at all: this is
+    /// intended.
     void handleZcrConfigRead(bool bConfFile);
     /// Hands the channels to the record and reports it.
     void handleZcrDevListFilled();

@@ -33,12 +33,16 @@ private Q_SLOTS:
     // --- rainy day flows
     void extraConnectionsRepeatTheStep();
     void aLaterPassBeginsItAnew();
+    void aPassInsideItsReportHasNone();
+    void aNewStartUpReadIsReportedByTheWaitOfTheLast();
     void closingEndsIt();
     void noChannelsEndIt();
     void noLimitForAConfigurationByCgi();
     void deletedAtTheEnd();
 
 private:
+    /// Remembers the timer that fires.
+    bool eventFilter(QObject* watched, QEvent* event) override;
     /// A controller with an address of its own.
     MuteArrayController& begun(bool isFile = true);
 
@@ -48,6 +52,8 @@ private:
     MuteArrayController* m_reported = nullptr;
     MuteArrayController* m_thrice = nullptr;
     MuteArrayController* m_later = nullptr;
+    MuteArrayController* m_inside = nullptr;
+    MuteArrayController* m_again = nullptr;
     MuteArrayController* m_closed = nullptr;
     MuteArrayController* m_closedByItsBase = nullptr;
     MuteArrayController* m_emptied = nullptr;
@@ -56,7 +62,17 @@ private:
     bool m_isLate = false;
     bool m_wasInTime = false;
     bool m_wasProlonged = false;
+    bool m_wasActiveInside = false;
+    QTimer* m_firing = nullptr;
+    QTimer* m_insideTimer = nullptr;
 };
+
+bool tst_ZcrDeviceControllerWait::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Timer)
+        m_firing = qobject_cast<QTimer*>(watched);
+    return NvxTestCase::eventFilter(watched, event);
+}
 
 MuteArrayController& tst_ZcrDeviceControllerWait::begun(bool isFile)
 {
@@ -69,6 +85,7 @@ MuteArrayController& tst_ZcrDeviceControllerWait::begun(bool isFile)
 
 void tst_ZcrDeviceControllerWait::initTestCase()
 {
+    QCoreApplication::instance()->installEventFilter(this);
     // Timers fire in the order of their times, however late they are.
     QTimer::singleShot(1800ms, Qt::PreciseTimer, this, [this] { m_isEarly = false; });
     m_missing = &begun();
@@ -79,6 +96,16 @@ void tst_ZcrDeviceControllerWait::initTestCase()
     m_reported = &begun();
     m_thrice = &begun();
     m_later = &begun();
+    m_inside = &begun();
+    connect(
+        &m_inside->controller, &ZcrDeviceController::signalZCRErrorStream, this,
+        [this] {
+            m_insideTimer = m_firing;
+            m_inside->controller.handleZcrConfigRead(true);
+            m_wasActiveInside = m_insideTimer != nullptr && m_insideTimer->isActive();
+        },
+        Qt::SingleShotConnection);
+    m_again = &begun();
     m_closed = &begun();
     m_closedByItsBase = &begun();
     m_emptied = &begun();
@@ -107,6 +134,7 @@ void tst_ZcrDeviceControllerWait::initTestCase()
     QCOMPARE(m_reported->told(), wholeReport());
     m_thrice->controller.handleZcrConfigRead(true);
     m_thrice->controller.handleZcrConfigRead(true);
+    m_again->controller.checkStatus(nullptr);
     m_closed->controller.closeAll();
     static_cast<NvxDeviceController&>(m_closedByItsBase->controller).closeAll();
     m_emptied->adapter.clearLists();
@@ -148,6 +176,23 @@ void tst_ZcrDeviceControllerWait::aLaterPassBeginsItAnew()
 {
     QVERIFY(m_wasProlonged);
     QCOMPARE(m_later->told(), kErrorStream + kErrorStream);
+}
+
+void tst_ZcrDeviceControllerWait::aPassInsideItsReportHasNone()
+{
+    // The step of the report stops the timer, whatever a slot made of it: this is intended.
+    QVERIFY(m_wasActiveInside);
+    QVERIFY(!m_insideTimer->isActive());
+    QCOMPARE(m_inside->told(), kErrorStream);
+    QVERIFY(!m_inside->adapter.isUnConnected());
+}
+
+void tst_ZcrDeviceControllerWait::aNewStartUpReadIsReportedByTheWaitOfTheLast()
+{
+    // It emptied the list, and has read nothing when the wait of the pass before ends: this is intended.
+    QCOMPARE(m_again->told(), wholeReport());
+    QVERIFY(m_again->device->devList().empty());
+    QVERIFY(m_again->adapter.isUnConnected());
 }
 
 void tst_ZcrDeviceControllerWait::closingEndsIt()
