@@ -1,6 +1,8 @@
 #include "tests/array/ArrayReplies.h"
 #include "tests/support/NvxTestCase.h"
 
+#include <limits>
+
 /// What the command adapter of an array controller makes of the frames of its channels.
 class tst_HydZcrCommandAdapterFrames : public NvxTestCase
 {
@@ -9,6 +11,7 @@ class tst_HydZcrCommandAdapterFrames : public NvxTestCase
 private Q_SLOTS:
     // --- happy flows
     void frameCompletesItsChannel();
+    void extremesOfAFrame();
     void listIsFilledWithTheLastChannel();
     // --- rainy day flows
     void filledWithEachFrameOnceComplete();
@@ -17,6 +20,7 @@ private Q_SLOTS:
     void filledChannelStays_data();
     void filledChannelStays();
     void firstOfEqualSerials();
+    void frameThatTellsNoSensitivity();
 };
 
 void tst_HydZcrCommandAdapterFrames::frameCompletesItsChannel()
@@ -39,6 +43,32 @@ void tst_HydZcrCommandAdapterFrames::frameCompletesItsChannel()
     QCOMPARE(settings.fftRef(), -120);
     QCOMPARE(channel(rig, 0).sensitivity(), 0.0F);
     QVERIFY(rig.listFilled.isEmpty());
+}
+
+void tst_HydZcrCommandAdapterFrames::extremesOfAFrame()
+{
+    ArrayRig rig;
+    rig.listChannels({65535});
+    CZCRWebSocket::ZCR_STREAM_STR frame = frameOf(65535, std::numeric_limits<int16_t>::max());
+    frame.frameChannel = 255;
+    frame.frameTemperature = 65535;
+    frame.frameBandWidth = 65535;
+    frame.frameFftRef = std::numeric_limits<int32_t>::min();
+    frame.frameSampleRate = 4294967295;
+    frame.frameFftAccum = 65535;
+    rig.adapter.FillDevIdList(frame);
+    const SkiffDevice& device = channel(rig, 0);
+    QCOMPARE(device.zcrChannel(), 255);
+    QCOMPARE(device.temperature(), 6553.5F);
+    QCOMPARE(device.bandWidth(), 65535U);
+    QCOMPARE(device.sampleRate(), 4294967295U);
+    QCOMPARE(device.sensitivity(), 32767.0F);
+    QCOMPARE(device.spectrumVRef(), -2147483648.0F);
+    const HydJobSettings& settings = device.jobSettings();
+    QCOMPARE(static_cast<uint32_t>(settings.fftRate()), 4294967295U);
+    QCOMPARE(static_cast<uint32_t>(settings.wavRate()), 4294967295U);
+    QCOMPARE(settings.fftAccum(), 65535U);
+    QCOMPARE(settings.fftRef(), std::numeric_limits<int32_t>::min());
 }
 
 void tst_HydZcrCommandAdapterFrames::listIsFilledWithTheLastChannel()
@@ -124,6 +154,23 @@ void tst_HydZcrCommandAdapterFrames::firstOfEqualSerials()
     // The second one is never found, so the list is never complete.
     QCOMPARE(channel(rig, 1).sensitivity(), 0.0F);
     QVERIFY(rig.listFilled.isEmpty());
+}
+
+void tst_HydZcrCommandAdapterFrames::frameThatTellsNoSensitivity()
+{
+    // Its channel takes each further frame, and is never complete: this is intended.
+    ArrayRig rig;
+    rig.listChannels({11});
+    rig.adapter.FillDevIdList(frameOf(11, 0));
+    QCOMPARE(channel(rig, 0).bandWidth(), 1024U);
+    auto next = frameOf(11, 0);
+    next.frameBandWidth = 512;
+    rig.adapter.FillDevIdList(next);
+    QCOMPARE(channel(rig, 0).bandWidth(), 512U);
+    QVERIFY(rig.listFilled.isEmpty());
+    rig.adapter.FillDevIdList(frameOf(11, -165));
+    QCOMPARE(channel(rig, 0).bandWidth(), 1024U);
+    QCOMPARE(rig.listFilled.count(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_HydZcrCommandAdapterFrames)
