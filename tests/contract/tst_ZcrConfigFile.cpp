@@ -239,6 +239,10 @@ void tst_ZcrConfigFile::edits_data()
                                              << "$WAVE_GAIN=111\n" + rest + "[*] x\n$WAVE_GAIN=2\n";
     QTest::newRow("literal section twice")
         << QByteArray("[*]\n[*]\n$WAVE_GAIN=2\n") << "[*]\n" + kAll + "[*]\n$WAVE_GAIN=2\n";
+    QTest::newRow("literal section without a line end") << QByteArray("a=1\n[*]") << "a=1\n[*]\n" + kAll;
+    QTest::newRow("literal section twice, another between")
+        << QByteArray("[*]\n$WAVE_GAIN=1\n[x]\ny\n[*]\n$FFT_TYPE=2\n")
+        << "[*]\n$WAVE_GAIN=111\n" + rest + "[x]\ny\n[*]\n$FFT_TYPE=2\n";
     QTest::newRow("blank ahead of the equals sign")
         << QByteArray("$WAVE_GAIN =2\n") << "$WAVE_GAIN =2\n" + kAll;
     QTest::newRow("NUL bytes") << QByteArray("\0\n$WAVE_GAIN=\0\n", 15)
