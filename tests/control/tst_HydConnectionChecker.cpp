@@ -13,6 +13,7 @@
 #include <QTimer>
 #include <QUdpSocket>
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 
@@ -91,9 +92,9 @@ private:
 class OpenPort
 {
 public:
-    OpenPort()
+    explicit OpenPort(const QString& address = kOwnAddress)
     {
-        if (!m_server.listen(QHostAddress(kOwnAddress)))
+        if (!m_server.listen(QHostAddress(address)))
             qFatal("no open port");
     }
     int port() const { return m_server.serverPort(); }
@@ -227,12 +228,16 @@ void tst_HydConnectionChecker::noProxyIsAsked_data()
 void tst_HydConnectionChecker::noProxyIsAsked()
 {
     QFETCH(int, type);
+    if (!isInOwnNetwork() || std::system("ip address replace 198.51.100.1/32 dev lo") != 0)
+        QSKIP("no address can be added to the loopback interface here");
+    // For a loopback address Qt asks no proxy anyhow.
+    const QString address = QStringLiteral("198.51.100.1");
+    OpenPort peer(address);
     const auto restore = qScopeGuard([] { QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy); });
     QNetworkProxy::setApplicationProxy(
         QNetworkProxy(QNetworkProxy::HttpProxy, kOwnAddress, quint16(closedPort())));
-    OpenPort peer;
     CheckRun run;
-    run.check(deviceAt(kOwnAddress, HydDeviceType(type)), peer.port());
+    run.check(deviceAt(address, HydDeviceType(type)), peer.port());
     QTRY_COMPARE(run.lines(), reachable(peer.port()));
 }
 
