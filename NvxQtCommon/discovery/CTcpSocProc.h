@@ -26,7 +26,8 @@ public:
 
     /// A socket whose last reference may go anywhere, also inside one of its own signals: it is closed and
     /// deaf at once, and deleted when its thread's event loop has the next turn, or ends. Its parent may
-    /// still delete it earlier.
+    /// still delete it earlier. On another thread a reference is let go while the socket's thread surely runs
+    /// or has been waited for, and never while it ends.
     static std::shared_ptr<CTcpSocProc> make(QObject* parent, const QHostAddress& address, unsigned timeWait,
                                              uint8_t cmd);
 

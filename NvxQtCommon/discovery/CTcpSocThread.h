@@ -17,8 +17,9 @@ class CTcpSocProc;
 
 /// One probe (CTcpSocProc) on a thread of its own: its socket is made, used and released there. The thread
 /// ends with its connection or with its error, and not before: a peer that says nothing keeps it. What still
-/// runs when the application is about to quit is ended and waited for then. The object lives on the thread
-/// that created it; its signals come on the probe's thread.
+/// runs when the application is about to quit is ended and waited for then; meanwhile whoever makes or
+/// deletes a probe, or asks roomForProbes(), waits too, so no slot that runs on a probe's thread may. The
+/// object lives on the thread that created it; its signals come on the probe's thread.
 class NVXQTCOMMON_EXPORT CTcpSocThread : public QThread
 {
     Q_OBJECT
@@ -30,7 +31,8 @@ public:
     static constexpr size_t kSpareDescriptors = 32;
 
     /// How many probes may be started now, so that none meets the process's limit of open files and sockets:
-    /// an event loop that can't open its own ends the process.
+    /// an event loop that can't open its own ends the process. Nothing is kept free for who asks: what others
+    /// open meanwhile is gone.
     static size_t roomForProbes();
 
     /// The values are those of the socket.

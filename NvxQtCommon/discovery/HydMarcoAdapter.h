@@ -90,7 +90,9 @@ public:
     /// Probes `prefix` followed by each number from 0 to 255, so the prefix ends with its last point; each
     /// probe on a thread of its own, all at once, and nothing waits for them. Drops the probes that the
     /// adapter keeps. `timeWait` is handed to the probes and has no effect: intended. A prefix that makes no
-    /// address gives socket errors.
+    /// address gives socket errors. For how many probes files and sockets suffice is asked once, at the
+    /// start: slots of scanNetWorkStep(), and other threads, leave them alone meanwhile, and start no other
+    /// scan.
     void scanNetWork(const QString& prefix, unsigned timeWait);
     /// Lets what the socket finds come out by deviceFoundIP() or deviceFound(), as tcpRegime() says now, and
     /// its errors by signalSocketError(); `bDirect` on the socket's thread. From any thread while the adapter

@@ -32,7 +32,8 @@ public:
     static constexpr int kWriteTimeoutMs = 1000;
 
     /// `port` is a name as QSerialPortInfo gives it, or a path. `baudRates` in bit/s, each once: one that the
-    /// list holds twice leads back to where it stands first, for ever. Tells the name on standard output.
+    /// list holds twice leads back to where it stands first, for ever. Rates behind the first that the port
+    /// refuses are passed over without an enquiry. Tells the name on standard output.
     HydSerialPortChecker(QString port, QList<uint32_t> baudRates, QObject* parent = nullptr);
     /// Closes the port.
     ~HydSerialPortChecker() override;
