@@ -137,6 +137,8 @@ void ArrayRun::startStream()
     connect(
         &m_files, &ChannelFiles::failed, this, [this](const QString& message) { finish(DiskError, message); },
         Qt::QueuedConnection);
+    for (const auto& channel : m_device->devList())
+        m_files.expect(channel->serial());
     arrayOut() << "Recording " << m_order.seconds << " s" << Qt::endl;
     m_sinceSpectrum.start();
     m_watch.start();
@@ -186,6 +188,9 @@ void ArrayRun::finish(Outcome outcome, const QString& complaint)
     m_files.stop();
     if (m_controller)
         m_controller->closeAll();
+    if (m_files.foreign() > 0)
+        arrayOut() << "Left out " << m_files.foreign() << " spectra of channels that aren't in the list"
+                   << Qt::endl;
     const QStringList files = m_files.files();
     if (!files.isEmpty())
         arrayOut() << "Files in " << m_order.directory << ':' << Qt::endl;

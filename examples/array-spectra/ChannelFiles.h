@@ -9,8 +9,8 @@
 #include <map>
 #include <memory>
 
-/// The spectrum files of all channels of one array controller, and the account of what came: each channel has
-/// a logger of its own from its first frame on.
+/// The spectrum files of all channels of one array controller, and the account of what came: each channel of
+/// its list has a logger of its own from its first frame on.
 class ChannelFiles : public QObject
 {
     Q_OBJECT
@@ -20,12 +20,17 @@ public:
     explicit ChannelFiles(const QString& directory, QObject* parent = nullptr);
     ~ChannelFiles() override;
 
+    /// Takes a serial number into the list of channels; frames of others are only counted.
+    void expect(uint16_t serial) { m_channels.try_emplace(serial); }
     /// Completes the files.
     void stop();
-    size_t channels() const { return m_channels.size(); }
+    /// Those that sent a frame.
+    size_t channels() const;
     uint64_t spectra() const { return m_spectra; }
     /// Frames that the sequence numbers show to be missing.
     uint64_t lost() const { return m_lost; }
+    /// Spectra of channels that the list doesn't have.
+    uint64_t foreign() const { return m_foreign; }
     /// In the order of the channels' serial numbers.
     QStringList files() const;
 
@@ -46,10 +51,12 @@ private:
         int64_t nextSequence = -1;
     };
 
-    Channel& channelOf(const HydDeviceId& id);
+    /// Null for one that the list doesn't have.
+    Channel* channelOf(const HydDeviceId& id);
 
     QString m_directory;
     std::map<uint16_t, Channel> m_channels;
     uint64_t m_spectra = 0;
     uint64_t m_lost = 0;
+    uint64_t m_foreign = 0;
 };

@@ -157,6 +157,18 @@ private Q_SLOTS:
         QVERIFY2((ended.output + ended.errors).contains(text), qPrintable(ended.output + ended.errors));
     }
 
+    void channelsBeyondTheListGetNoFile()
+    {
+        startArray("127.99.4.4", QStringLiteral("foreign-serial:on=frames,after=30,times=3"));
+        const ExampleRun ended = recordFrom("127.99.4.4", {QStringLiteral("--seconds"), QStringLiteral("2")});
+        QVERIFY2(ended.code == 0, qPrintable(ended.errors));
+        QVERIFY2(ended.output.contains(QStringLiteral("  4 channels ")), qPrintable(ended.output));
+        QVERIFY2(ended.output.contains(QStringLiteral("Left out 3 spectra of channels that")),
+                 qPrintable(ended.output));
+        QCOMPARE(files().size(), 4);
+        QVERIFY(files().filter(QStringLiteral("65000")).isEmpty());
+    }
+
     void takenPortIsNamed()
     {
         QTcpServer taken;
