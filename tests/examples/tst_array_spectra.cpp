@@ -202,6 +202,18 @@ private Q_SLOTS:
                  qPrintable(ended.errors));
     }
 
+    void demoTakesNoFolder()
+    {
+        for (const char* option : {"--out", "--out=x"}) {
+            const ExampleRun ended =
+                runExample(NVX_DEMO, {QStringLiteral("--array"), QLatin1String(option), QStringLiteral("x")});
+            QCOMPARE(ended.code, 1);
+            QVERIFY(ended.output.isEmpty());
+            QVERIFY2(ended.errors.startsWith(QStringLiteral("demo: the folder is always")),
+                     qPrintable(ended.errors));
+        }
+    }
+
     void nothingToDraw()
     {
         QCOMPARE(runExample(NVX_ARRAY_PLOT, {}).code, 1);
