@@ -39,6 +39,7 @@ ArrayFtpSession::ArrayFtpSession(QTcpSocket* control, ArrayState* state, QObject
     m_control->setParent(this);
     m_control->setReadBufferSize(kMaxLine);
     connect(m_control, &QTcpSocket::readyRead, this, &ArrayFtpSession::readCommands);
+    connect(m_control, &QTcpSocket::bytesWritten, this, &ArrayFtpSession::readCommands, Qt::QueuedConnection);
     connect(m_control, &QTcpSocket::disconnected, this, &QObject::deleteLater);
     reply(220, "Simulated array controller");
 }
@@ -53,9 +54,9 @@ ArrayFtpSession::~ArrayFtpSession()
 
 void ArrayFtpSession::readCommands()
 {
-    while (m_control->canReadLine())
+    while (!m_isBusy && m_control->bytesToWrite() <= ArrayState::kMaxUnsent && m_control->canReadLine())
         obey(m_control->readLine(kMaxLine + 1).trimmed());
-    if (m_control->bytesAvailable() >= kMaxLine) {
+    if (m_control->bytesAvailable() >= kMaxLine && !m_control->canReadLine()) {
         reply(500, "Line too long");
         m_control->disconnectFromHost();
     }
@@ -68,10 +69,17 @@ void ArrayFtpSession::obey(const QByteArray& line)
     const qsizetype blank = line.indexOf(' ');
     const QByteArray verb = line.first(blank < 0 ? line.size() : blank).toUpper();
     const QByteArray argument = blank < 0 ? QByteArray() : line.mid(blank + 1);
-    if (const auto delay = m_state->strike(FaultOnFtp, Fault::Slow))
-        QTimer::singleShot(arrayDelayMs(*delay), this, [this, verb, argument] { answer(verb, argument); });
-    else
+    const auto delay = m_state->strike(FaultOnFtp, Fault::Slow);
+    if (!delay) {
         answer(verb, argument);
+        return;
+    }
+    m_isBusy = true;
+    QTimer::singleShot(arrayDelayMs(*delay), this, [this, verb, argument] {
+        m_isBusy = false;
+        answer(verb, argument);
+        readCommands();
+    });
 }
 
 void ArrayFtpSession::answer(const QByteArray& verb, const QByteArray& argument)

@@ -67,5 +67,6 @@ private:
     QString m_folder = QStringLiteral("/");
     QByteArray m_upload;
     bool m_isLoggedIn = false;
+    bool m_isBusy = false;    ///< a reply is held back
     bool m_breaksOff = false; ///< both connections end where the file's bytes do
 };

@@ -56,6 +56,8 @@ ArrayHttpSession::ArrayHttpSession(QTcpSocket* socket, ArrayState* state, QObjec
     // What a client sends while it waits for a reply waits in the system.
     m_socket->setReadBufferSize(HttpRequestReader::kMaxHead);
     connect(m_socket, &QTcpSocket::readyRead, this, &ArrayHttpSession::readRequests);
+    // Queued: a flush within a reply would begin the next one.
+    connect(m_socket, &QTcpSocket::bytesWritten, this, &ArrayHttpSession::readRequests, Qt::QueuedConnection);
     connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
 }
 
@@ -66,7 +68,8 @@ ArrayHttpSession::~ArrayHttpSession()
 
 void ArrayHttpSession::readRequests()
 {
-    while (!m_isBusy && m_socket->state() == QAbstractSocket::ConnectedState) {
+    while (!m_isBusy && m_socket->bytesToWrite() <= ArrayState::kMaxUnsent &&
+           m_socket->state() == QAbstractSocket::ConnectedState) {
         if (const auto request = m_reader.next()) {
             answer(*request);
             continue;

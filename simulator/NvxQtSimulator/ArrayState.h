@@ -24,6 +24,9 @@ public:
     /// Bytes of a configuration file.
     static constexpr qsizetype kMaxFileSize = 32 * 1024 * 1024;
 
+    /// Bytes of replies that may wait for a slow reader; what it asks meanwhile stays in the system.
+    static constexpr qint64 kMaxUnsent = 64 * 1024;
+
     ArrayState(const ArraySettings& settings, QObject* parent);
 
     const ArraySettings& settings() const { return m_settings; }

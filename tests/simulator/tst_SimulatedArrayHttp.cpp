@@ -248,6 +248,26 @@ private Q_SLOTS:
         QTRY_COMPARE(get(QStringLiteral("/cgi-bin/Status.cgi?"), statusOption()).output, QByteArray("200"));
     }
 
+    void readerThatTakesNoReplies()
+    {
+        startArray();
+        QTcpSocket socket;
+        socket.setReadBufferSize(1000);
+        socket.connectToHost(QHostAddress(QStringLiteral("127.98.1.1")), m_array->httpPort());
+        constexpr uint64_t kCount = 100000;
+        QSignalSpy asked(m_array.get(), &SimulatedArray::requestReceived);
+        socket.write(QByteArray("GET /cgi-bin/Status.cgi? HTTP/1.1\r\n\r\n").repeated(kCount));
+        while (m_array->counters().requests < kCount && asked.wait(500)) {
+        }
+        QVERIFY(m_array->counters().requests > 0);
+        QVERIFY2(m_array->counters().requests < kCount, "all are answered, though nobody reads");
+        // Whoever reads on is served on.
+        socket.setReadBufferSize(0);
+        connect(&socket, &QTcpSocket::readyRead, this, [&] { socket.readAll(); });
+        socket.readAll();
+        QTRY_COMPARE(m_array->counters().requests, kCount);
+    }
+
     void latestTargetsAreKept()
     {
         startArray();
