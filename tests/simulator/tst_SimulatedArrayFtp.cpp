@@ -218,35 +218,6 @@ private Q_SLOTS:
         QCOMPARE(codes, QByteArray("220 331 230 215 221  "));
     }
 
-    void readerThatTakesNoReplies()
-    {
-        startArray();
-        QTcpSocket socket;
-        socket.setReadBufferSize(1000);
-        socket.connectToHost(QHostAddress(QStringLiteral("127.98.1.2")), m_array->ftpPort());
-        const QByteArray commands = QByteArray("X\r\n").repeated(100000);
-        constexpr qint64 kMost = 30 * 1000 * 1000;
-        qint64 written = 0;
-        QSignalSpy moved(&socket, &QTcpSocket::bytesWritten);
-        connect(&socket, &QTcpSocket::bytesWritten, this, [&](qint64 bytes) {
-            written += bytes;
-            if (written < kMost && socket.bytesToWrite() < commands.size())
-                socket.write(commands);
-        });
-        socket.write(commands);
-        // Once its replies fill the system, so do its commands.
-        while (written < kMost && moved.wait(500)) {
-        }
-        QVERIFY2(written < kMost, qPrintable(QString::number(written)));
-        QVERIFY(socket.bytesToWrite() > 0);
-        // Whoever reads on is served on.
-        const qint64 before = written;
-        socket.setReadBufferSize(0);
-        connect(&socket, &QTcpSocket::readyRead, this, [&] { socket.readAll(); });
-        socket.readAll();
-        QTRY_VERIFY(written > before + 3 * 1000 * 1000 || socket.bytesToWrite() == 0);
-    }
-
     void strangersGetNoData()
     {
         startArray();
