@@ -113,6 +113,7 @@ void ArrayFrameService::sendDueRounds()
 
 void ArrayFrameService::sendRound()
 {
+    cutGreedyClients();
     const auto missing = m_state->strike(FaultOnFrames, Fault::MissingChannel);
     const uint32_t round = m_round++;
     for (size_t i = 0; i < m_makers.size() && !m_clients.empty(); ++i) {
@@ -141,6 +142,7 @@ void ArrayFrameService::sendFrame(QByteArray frame)
         const auto length = static_cast<qsizetype>(std::clamp<int64_t>(*bytes, 0, kMaxFrameBytes));
         frame = frame.leftJustified(length, '\0', true);
     }
+    m_longestFrame = std::max<int64_t>(m_longestFrame, frame.size());
     const int copies = m_state->strike(FaultOnFrames, Fault::Duplicate) ? 2 : 1;
     // Copied: a client that fails leaves the list.
     const std::vector<QWebSocket*> clients = m_clients;
@@ -151,6 +153,18 @@ void ArrayFrameService::sendFrame(QByteArray frame)
                 client->sendBinaryMessage(frame);
             ++(isSlow ? m_state->counters.framesDropped : m_state->counters.framesSent);
         }
+    }
+}
+
+void ArrayFrameService::cutGreedyClients()
+{
+    const int64_t most = m_state->settings().backlogLimit + m_longestFrame + ArrayState::kMaxUnsent;
+    const std::vector<QWebSocket*> clients = m_clients;
+    for (QWebSocket* client : clients) {
+        if (client->bytesToWrite() <= most)
+            continue;
+        ++m_state->counters.connectionsCut;
+        client->abort();
     }
 }
 

@@ -33,6 +33,8 @@ private:
     void sendDueRounds();
     void sendRound();
     void sendFrame(QByteArray frame);
+    /// Ends those that make the server write more than frames: pings that they take no answers for.
+    void cutGreedyClients();
     void endClients(bool isReset);
 
     ArrayState* m_state;
@@ -43,6 +45,7 @@ private:
     QTimer m_pace;
     QElapsedTimer m_clock;
     uint64_t m_roundsSinceStart = 0;
-    uint32_t m_round = 0; ///< the number that the next frames bear
+    uint32_t m_round = 0;       ///< the number that the next frames bear
+    int64_t m_longestFrame = 0; ///< bytes, of those sent so far
     QDeadlineTimer m_silentUntil;
 };

@@ -68,7 +68,7 @@ struct ArrayCounters
     uint64_t badRequests = 0;    ///< those among them that were refused, and heads that were too long
     uint64_t fileReads = 0;      ///< whole configuration files sent
     uint64_t fileWrites = 0;     ///< whole configuration files received
-    uint64_t connectionsCut = 0; ///< connections refused, since there were too many
+    uint64_t connectionsCut = 0; ///< connections that were too many, or asked too much
     uint64_t frameClients = 0;   ///< web sockets opened
     uint64_t framesSent = 0;
     uint64_t framesDropped = 0; ///< frames not sent, since a reader was too slow

@@ -279,6 +279,29 @@ private Q_SLOTS:
         QTRY_COMPARE(m_array->counters().connectionsCut, 2U);
     }
 
+    void clientThatOnlyPings()
+    {
+        ArraySettings made = settings(1);
+        made.backlogLimit = 20000;
+        startArray(made);
+        QTcpSocket client;
+        client.setReadBufferSize(1000);
+        client.connectToHost(made.address, m_array->framePort());
+        client.write("GET / HTTP/1.1\r\nHost: x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                     "Sec-WebSocket-Key: MDEyMzQ1Njc4OWFiY2RlZg==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+        QTRY_VERIFY(m_array->counters().framesSent > 0);
+        // Masked by zeros.
+        const QByteArray pings = (QByteArray::fromHex("89fd00000000") + QByteArray(125, 'p')).repeated(1000);
+        QObject context;
+        connect(&client, &QTcpSocket::bytesWritten, &context, [&] {
+            if (client.bytesToWrite() < pings.size())
+                client.write(pings);
+        });
+        client.write(pings);
+        QTRY_COMPARE(m_array->counters().connectionsCut, 1U);
+        QTRY_COMPARE(client.state(), QAbstractSocket::UnconnectedState);
+    }
+
     void slowReaderLosesFrames()
     {
         ArraySettings made = settings(4);
