@@ -54,11 +54,24 @@ ArrayFtpSession::~ArrayFtpSession()
 
 void ArrayFtpSession::readCommands()
 {
-    while (!m_isBusy && m_control->bytesToWrite() <= ArrayState::kMaxUnsent && m_control->canReadLine())
-        obey(m_control->readLine(kMaxLine + 1).trimmed());
-    if (m_control->bytesAvailable() >= kMaxLine && !m_control->canReadLine()) {
-        reply(500, "Line too long");
-        m_control->disconnectFromHost();
+    while (!m_isBusy && m_control->bytesToWrite() <= ArrayState::kMaxUnsent) {
+        const qsizetype end = m_input.indexOf('\n');
+        if (end > kMaxLine || (end < 0 && m_input.size() >= kMaxLine)) {
+            reply(500, "Line too long");
+            m_control->disconnectFromHost();
+            return;
+        }
+        if (end >= 0) {
+            const QByteArray line = m_input.first(end).trimmed();
+            m_input.remove(0, end + 1);
+            obey(line);
+            continue;
+        }
+        // The socket takes more from the system only behind a read that empties it.
+        const QByteArray bytes = m_control->readAll();
+        if (bytes.isEmpty())
+            return;
+        m_input += bytes;
     }
 }
 

@@ -65,6 +65,7 @@ private:
     QPointer<QTcpSocket> m_data;
     Transfer m_transfer = Transfer::None;
     QString m_folder = QStringLiteral("/");
+    QByteArray m_input; ///< commands that aren't obeyed yet
     QByteArray m_upload;
     bool m_isLoggedIn = false;
     bool m_isBusy = false;    ///< a reply is held back

@@ -218,6 +218,19 @@ private Q_SLOTS:
         QCOMPARE(codes, QByteArray("220 331 230 215 221  "));
     }
 
+    void heldSessionGoesOn()
+    {
+        startArray(QStringLiteral("slow:value=200,times=1"));
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress(QStringLiteral("127.98.1.2")), m_array->ftpPort());
+        // Far more than the session reads at once.
+        socket.write("USER a\r\nPASS b\r\n" + QByteArray("NOOP\r\n").repeated(10000) + "QUIT\r\n");
+        QTRY_COMPARE(socket.state(), QAbstractSocket::UnconnectedState);
+        const QByteArray replies = socket.readAll();
+        QCOMPARE(replies.count("200 "), 10000);
+        QVERIFY(replies.contains("\r\n221 "));
+    }
+
     void strangersGetNoData()
     {
         startArray();
