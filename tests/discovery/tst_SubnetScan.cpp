@@ -127,7 +127,7 @@ void tst_SubnetScan::init()
 void tst_SubnetScan::cleanup()
 {
     // Nothing else ends the probes of silent addresses.
-    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+    QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
     QCoreApplication::exec();
     QTRY_COMPARE(threadCount(), m_threads);
 }
@@ -225,7 +225,7 @@ void tst_SubnetScan::silentAddressesKeepTheirThreadsUntilTheEnd()
     QTRY_COMPARE(reports.m_found.size() + reports.m_errors.size(), kAddresses - silentCount());
     QTRY_COMPARE(threadCount(), m_threads + silentCount());
 
-    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+    QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
     QCoreApplication::exec();
     QVERIFY(becomesTrueWithoutEvents([this] { return threadCount() == m_threads; }));
 }

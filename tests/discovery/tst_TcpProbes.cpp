@@ -451,7 +451,7 @@ void tst_TcpProbes::aboutToQuitEndsThreadedProbes()
     QCOMPARE(threadCount(), m_threads + kProbes);
     // The other ends of the connections are in this process, too.
     QVERIFY(descriptorCount() <= descriptors + kProbes * qsizetype(CTcpSocThread::kDescriptors + 1));
-    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+    QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
     QCoreApplication::exec();
     // No event loop runs meanwhile: it is the quitting that ended them. The system takes its time to forget.
     QVERIFY(becomesTrueWithoutEvents([this] { return threadCount() == m_threads; }));
